@@ -1,0 +1,94 @@
+// engine/: the playback thread, its play modes, movement and pacing. Opens neither index nor chunks itself;
+// asks the stream access object.
+//
+// CpickerThread is the frame of the one playback thread. The main thread commands it (startThread,
+// setKeepAlive, end); it owns the output memory and the picture buffer for as long as its loop runs, and
+// produces one block per pass. Locks, in order: m_threadMutex for the whole run; inside it m_keepAliveMutex
+// and m_dataMutex one after the other, never both; the derived class's mutexes inside m_dataMutex, one at a
+// time. The pause between pictures is made outside m_dataMutex. The thread never destroys itself.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <pthread.h>
+#include <semaphore>
+#include <sys/time.h>
+
+#include "engine/pb_types.h"
+#include "platform/kw_com.h"
+#include "platform/mutex.h"
+
+class CtavirnShmServer;
+
+class CpickerThread {
+public:
+    virtual ~CpickerThread();
+    CpickerThread(const CpickerThread&) = delete;
+    CpickerThread& operator=(const CpickerThread&) = delete;
+
+    /// The engine there is, possibly null; never creates one.
+    static CpickerThread* Instance(T_PB_INFO info);
+    static CpickerThread* m_Instance;
+
+    /// Starts the playback thread; returns once it holds its life mutex, or could not be created.
+    void startThread();
+    /// Stops the thread after its current pass, waits for its clean-up and destroys the engine. Main thread
+    /// only.
+    void end();
+    /// A request of session `sessionId` has arrived.
+    void setKeepAlive(unsigned long sessionId) EXCLUDES(m_keepAliveMutex);
+
+    // What one pass consists of; playback thread, all but m_sleepTimer inside m_dataMutex.
+    virtual timeval m_sleepTimer(timeval wakeTime, timeval writeTime) = 0;
+    virtual int movePictureData() = 0; ///< 0 = a block may be fetched
+    virtual void freeSrcData() = 0;
+    virtual int getPictureData(char* buffer) = 0; ///< bytes placed, 0 = nothing to write
+    virtual int preGetData() = 0;                 ///< 1 = ready
+    virtual int endGetData() = 0;
+
+    /// Room for one picture; also the output memory's block and data size.
+    static constexpr unsigned long kPictureBufferBytes = 1536000;
+    static constexpr int kOutputBlocks = 30;
+
+protected:
+    explicit CpickerThread(T_PB_INFO info);
+
+    /// Creates the thread; the part of startThread that derived classes share.
+    void launch();
+    /// The thread's whole run.
+    void pickerThread();
+    /// One turn of the loop: pause, keep-alive watch, move, fetch, write.
+    void pass(char* buffer);
+    /// Sends a teardown request to the daemon's own control socket; 0, or -1.
+    int m_sendTeardown();
+
+    Mutex m_dataMutex;
+    Mutex m_threadMutex;
+
+    // Playback thread only, once it runs.
+    int32_t m_pictureReady = 0; ///< 1 = a picture is positioned and goes out before the next move
+    int32_t m_resyncPacing = 0; ///< 1 = the next pause takes a fresh pacing base
+    uint32_t m_timestamp = 0;   ///< of the picture being written; 90 units per millisecond, wraps
+
+private:
+    static void* runPickerThread(void* self);
+    void setActive(uint32_t active);
+    void watchKeepAlive();
+
+    Mutex m_keepAliveMutex;
+    int32_t m_keepAliveFlag GUARDED_BY(m_keepAliveMutex) = 0;
+    uint32_t m_sessionId GUARDED_BY(m_keepAliveMutex) = 0;
+
+    pthread_t m_threadId{};
+    std::binary_semaphore m_running{0}; ///< released once the thread holds m_threadMutex
+    std::atomic<bool> m_loopFlag{true};
+    static_assert(std::atomic<bool>::is_always_lock_free);
+
+    // Playback thread only.
+    KW_SHM m_shm{};
+    timeval m_wakeTime{};  ///< after the last pause
+    timeval m_writeTime{}; ///< after the last write
+    timeval m_keepAliveReference{};
+
+    CtavirnShmServer* const m_shmserver; ///< may be null
+};

@@ -1,0 +1,50 @@
+// Reading the output memory from another process: what the RTSP server does on the host platform, and what
+// the tools and tests use. The layout is output_layout.h's. Not linked into the daemon.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+/// One block as it was written.
+struct OutputBlock {
+    uint32_t sequence = 0;  ///< counts every block, wraps at 32 bits
+    uint32_t timestamp = 0; ///< 90 units per millisecond, wraps at 32 bits
+    uint32_t missed = 0;    ///< blocks overwritten between the one read before and this one
+    std::vector<char> data; ///< a picture, or the five bytes "PAUSE"
+};
+
+enum class ReadResult {
+    block,   ///< one whole block was read
+    timeout, ///< nothing new in time
+    ended,   ///< the writer has removed the memory, or has died
+    damaged, ///< the memory's content contradicts its layout
+};
+
+/// A reader of its own position; attaches read-only, so that it can be killed at any instruction without the
+/// writer noticing. One thread per object.
+class OutputReader {
+public:
+    OutputReader() = default;
+    ~OutputReader();
+    OutputReader(const OutputReader&) = delete;
+    OutputReader& operator=(const OutputReader&) = delete;
+
+    /// Attaches to the memory of ftok(keyFile, project), positioned behind the newest block: what is read is
+    /// what is written from now on. False, with errno set, while there is none (or it is not ours: EPROTO).
+    bool attach(const char* keyFile, char project);
+    void detach();
+    bool attached() const { return m_base != nullptr; }
+
+    /// Moves back to the oldest block still held, so that nothing that is there is passed over.
+    void rewind();
+
+    /// Waits, without spinning, for the next block and copies it; `block.data` keeps its capacity.
+    ReadResult next(OutputBlock& block, std::chrono::milliseconds timeout);
+
+private:
+    const char* m_base = nullptr;
+    uint32_t m_next = 0; ///< sequence of the block to read next
+    int m_shmId = -1;
+    int m_semId = -1;
+};

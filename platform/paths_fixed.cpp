@@ -1,0 +1,5 @@
+#include "platform/paths.h"
+
+const FixedPaths& paths() {
+    return kFixedPaths;
+}

@@ -1,0 +1,6 @@
+// Only for programs that link paths_rooted.cpp: tests and tools, never the product.
+#pragma once
+
+/// Moves every path below `root`, in place of TAVIRN_ROOT. Call before other threads use paths().
+/// An empty root gives the fixed paths.
+void setPathsRoot(const char* root);

@@ -1,0 +1,96 @@
+// A recording in a line: card.stream(1).from("12:00:00").pictures(1800).gop(30).closed();
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "stream/records.h"
+#include "stream/stream_time.h"
+#include "tests/support/world.h"
+#include "tools/recording_writer.h"
+
+namespace test {
+
+/// "12:00:00.250" on 2024-01-02 as local time, or a whole "2024-01-02 12:00:00.250".
+PB_STREAM_TIME at(const char* clock);
+uint64_t atMs(const char* clock);
+
+/// The bytes of a synthetic picture: an I-picture carries SPS, PPS and SEI, then a slice; the payload depends
+/// on stream and picture, so that no two are alike. `bytes` 0 = a small one of its own length.
+std::string pictureBytes(uint32_t streamId, uint32_t picture, bool iPicture, uint32_t bytes = 0);
+/// What the daemon answers for an I-picture of pictureBytes.
+std::string parameterSets();
+
+class Card;
+
+/// Collects what a stream is to be, and writes it with closed() or recording().
+class StreamBuilder {
+public:
+    StreamBuilder(Card& card, uint32_t id) : m_card(card) { m_settings.streamId = id; }
+
+    StreamBuilder& from(const char* clock);
+    StreamBuilder& fromMs(uint64_t ms);
+    StreamBuilder& pictures(uint32_t count);
+    StreamBuilder& gop(uint32_t pictures);
+    /// Sets both the picture interval and, where one fits, the frame-rate code.
+    StreamBuilder& fps(double framesPerSecond);
+    StreamBuilder& frameSet(uint16_t value); ///< after fps, overrides the code
+    StreamBuilder& gops(uint32_t value);     ///< the header's figure, else the gop's length
+    StreamBuilder& firstPts(uint64_t ms);    ///< of picture 0 on the recorder's scale, else 1000 s
+    StreamBuilder& firstI(uint32_t picture); ///< pictures before it are no I-pictures
+    StreamBuilder& pictureSize(uint32_t bytes);
+
+    /// The finished stream; its row ends at the last picture's time.
+    void closed();
+    /// The stream as it stands while the recorder writes it: row with status 1, no final header.
+    void recording();
+
+private:
+    friend class Card;
+    void write(bool finish);
+
+    Card& m_card;
+    StreamSettings m_settings;
+    uint32_t m_pictures = 0;
+    uint32_t m_gop = 30;
+    uint32_t m_gops = 0;
+    uint32_t m_firstI = 0;
+    uint32_t m_pictureSize = 0;
+    double m_intervalMs = 1000.0 / 30;
+    uint64_t m_firstPts = 1'000'000;
+};
+
+/// The card and index of a world.
+class Card {
+public:
+    explicit Card(const World& world, uint32_t chunkBytes = 1u << 20);
+
+    StreamBuilder stream(uint32_t id) { return {*this, id}; }
+    uint32_t alarm(const char* from, const char* to, uint32_t extTrg = 512);
+
+    /// Appends pictures to the stream left open by recording(), or finishes it.
+    void grow(uint32_t pictures);
+    void finish();
+
+    /// Runs a statement on the index as the recorder could.
+    void sql(const std::string& statement);
+    /// The row as it stands in the index.
+    DB_STREAM row(uint32_t streamId);
+
+    /// Damage. Headers are written back unsealed unless `seal`.
+    std::string chunkPath(uint32_t streamId);
+    STREAM_HEADER streamHeader(uint32_t streamId);
+    void setStreamHeader(uint32_t streamId, STREAM_HEADER header, bool seal = true);
+    PICTURE_HEADER pictureHeader(uint32_t streamId, uint32_t picture);
+    void setPictureHeader(uint32_t streamId, uint32_t picture, PICTURE_HEADER header, bool seal = true);
+
+    RecordingWriter& writer() { return m_writer; }
+
+private:
+    friend class StreamBuilder;
+    RecordingWriter m_writer;
+    StreamBuilder* m_open = nullptr;
+};
+
+} // namespace test

@@ -1,0 +1,36 @@
+// A world in a line: one temporary directory with everything the daemon expects below it.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+
+namespace test {
+
+/// Makes the directory, the key file (whose IPC keys nobody uses), the card directory and a usable card
+/// state, and moves paths() below it. The destructor removes the directory and any IPC object left on its
+/// keys. No index yet: Card makes one.
+class World {
+public:
+    World();
+    ~World();
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    const std::string& root() const { return m_root; }
+    key_t statusKey() const;
+    key_t outputKey() const;
+
+    /// First bytes of the two card-state files; '\0' leaves the file empty.
+    void setCardState(char cardDetect, char readOnly);
+
+private:
+    std::string m_root;
+};
+
+void writeFile(const std::string& path, const std::string& content);
+std::string readFile(const std::string& path);
+bool fileExists(const std::string& path);
+/// Overwrites bytes of a file in place.
+void patchFile(const std::string& path, uint64_t position, const std::string& bytes);
+
+} // namespace test
