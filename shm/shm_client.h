@@ -19,4 +19,7 @@ public:
     using CShmServer::isShm;
     using CShmServer::lockShm;
     using CShmServer::unlockShm;
+
+private:
+    bool attach(int flags);
 };

@@ -2,6 +2,7 @@
 // of streams. Failures go to standard error with perror, never to the log.
 #pragma once
 
+#include <atomic>
 #include <sys/shm.h>
 #include <sys/types.h>
 
@@ -33,7 +34,7 @@ protected:
     static constexpr int kPermissions = 0666;
     static inline void* const kNoAddress = reinterpret_cast<void*>(-1);
 
-    int m_errno = 0; ///< of the last failed system call
+    std::atomic<int> m_errno = 0; ///< of the last failed system call, whichever thread made it
     int m_key = -1;
     int m_size = 0;
     int m_shmId = -1;
@@ -41,8 +42,13 @@ protected:
     void* m_addr = kNoAddress;
     int m_semArg = 0; ///< value given to semctl
 
+    /// Keeps errno and prints it behind `text` on standard error.
+    void failed(const char* text);
+
 private:
-    int semaphoreChange(short change, const char* operation);
+    bool creatSegment();
+    bool creatSemaphore();
+    int semaphoreChange(short change, const char* text);
 };
 
 /// The segment with the status record.
