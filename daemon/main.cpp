@@ -1,0 +1,5 @@
+#include "daemon/daemon.h"
+
+int main() {
+    return runDaemon();
+}

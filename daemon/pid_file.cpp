@@ -1,0 +1,71 @@
+#include "daemon/pid_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "platform/log.h"
+#include "platform/paths.h"
+
+namespace {
+
+constexpr char kName[] = "createPidFile";
+constexpr size_t kMaxPidText = 16;
+
+/// The number at the start of the open file's first bytes, 0 when there is none; false when it is empty.
+bool readPid(int file, pid_t& pid) {
+    char text[kMaxPidText + 1]{};
+    errno = 0; // reading nothing is no error of its own
+    if (read(file, text, kMaxPidText) <= 0) {
+        logNamed(LOG_ERR, kName, "fread error(%m)");
+        return false;
+    }
+    // Taken as a 32-bit long would be, whatever the machine's.
+    const long number = strtol(text, nullptr, 10);
+    pid = static_cast<pid_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
+    return true;
+}
+
+/// 0 when the pid file there was is out of the way, else createPidFile's result.
+int removeStaleFile(int file) {
+    pid_t pid = 0;
+    const bool read = readPid(file, pid);
+    close(file);
+    if (!read) return -1;
+    if (pid == 0) return -2;
+    if (kill(pid, 0) == 0) return -1;
+    if (errno != ESRCH) {
+        logNamed(LOG_ERR, kName, "kill error(%m)");
+        return -3;
+    }
+    if (unlink(paths().pidFile) < 0) {
+        logNamed(LOG_ERR, kName, "unlink error(%m)");
+        return -5;
+    }
+    return 0;
+}
+
+} // namespace
+
+int createPidFile() {
+    const int existing = open(paths().pidFile, O_RDONLY | O_CLOEXEC);
+    if (existing >= 0)
+        if (const int result = removeStaleFile(existing); result != 0) return result;
+
+    // A link somebody put in its place must not lead the write elsewhere.
+    const int file = open(paths().pidFile, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
+    if (file < 0) {
+        logAt(LOG_ERR, "fopen error(%m)");
+        return -6;
+    }
+    const pid_t pid = getpid();
+    if (pid < 0) logAt(LOG_ERR, "getpid error(%m)");
+    dprintf(file, "%u\n", static_cast<unsigned>(pid));
+    close(file);
+    return 0;
+}

@@ -1,0 +1,110 @@
+#include "daemon/signals.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <sys/socket.h>
+
+#include "platform/log.h"
+
+std::atomic<int> g_loopFlag{kLoopNotBegun};
+std::atomic<int> g_formatFlag{0};
+
+namespace {
+
+constexpr int kAccepted[] = {SIGINT, SIGTERM, SIGQUIT, SIGSEGV, SIGPIPE, SIGUSR1, SIGUSR2};
+constexpr int kCaught[] = {SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2};
+
+/// How often each signal of kCaught was caught and its message not yet written.
+std::atomic<int> g_unlogged[sizeof kCaught / sizeof kCaught[0]];
+
+std::atomic<int> g_stopSocket{-1};
+
+void note(int signal) {
+    for (size_t i = 0; i < sizeof kCaught / sizeof kCaught[0]; ++i)
+        if (kCaught[i] == signal) ++g_unlogged[i];
+}
+
+void logCaught(int signal) {
+    constexpr char kName[] = "sigcatch";
+    if (signal == SIGUSR1)
+        logNamed(LOG_INFO, kName, "catch SIGUSR1 (%d)", signal);
+    else if (signal == SIGUSR2)
+        logNamed(LOG_INFO, kName, "catch SIGUSR2 (%d)", signal);
+    else
+        logNamed(LOG_INFO, kName, "catch SIGINT|SIGTERM|SIGQUIT (%d)", signal);
+}
+
+/// Without flags: in particular, an interrupted accept is not restarted.
+int install(int signal, void (*disposition)(int)) {
+    struct sigaction action {};
+    action.sa_handler = disposition;
+    sigemptyset(&action.sa_mask);
+    return sigaction(signal, &action, nullptr);
+}
+
+} // namespace
+
+int setSignal() {
+    sigset_t set;
+    if (sigfillset(&set) < 0) {
+        logAt(LOG_ERR, "qorbd - sigfillset error(%m)");
+        return -1;
+    }
+    if (sigprocmask(SIG_UNBLOCK, &set, nullptr) < 0) { // what the parent had blocked
+        logAt(LOG_ERR, "qorbd - : sigprocmask error(%s)", strerror(errno));
+        return -1;
+    }
+    for (const int signal : kAccepted) {
+        if (sigdelset(&set, signal) < 0) {
+            logAt(LOG_ERR, "qorbd - : sigdelset error(%m)");
+            return -1;
+        }
+    }
+    if (sigprocmask(SIG_BLOCK, &set, nullptr) < 0) {
+        logAt(LOG_ERR, "qorbd - : sigprocmask error(%m)");
+        return -1;
+    }
+    if (install(SIGPIPE, SIG_IGN) < 0) {
+        logAt(LOG_ERR, "qorbd - : sigaction error(%m)");
+        return -1;
+    }
+    for (const int signal : kCaught) {
+        if (install(signal, sigcatch) < 0) {
+            logAt(LOG_ERR, "qorbd - : sigaction error(%m)");
+            return -1;
+        }
+    }
+    return 0;
+}
+
+void sigcatch(int signal) {
+    const int interrupted = errno;
+    note(signal); // first, so that whoever sees the flag finds the message due
+    switch (signal) {
+    case SIGINT:
+    case SIGQUIT:
+    case SIGTERM:
+        g_loopFlag = kLoopStop;
+        if (const int socket = g_stopSocket; socket >= 0) shutdown(socket, SHUT_RDWR);
+        break;
+    case SIGUSR1:
+        g_formatFlag = 1;
+        break;
+    case SIGUSR2:
+        g_formatFlag = 0;
+        break;
+    default:
+        break;
+    }
+    errno = interrupted;
+}
+
+void setStopSocket(int listeningSocket) {
+    g_stopSocket = listeningSocket;
+}
+
+void logCaughtSignals() {
+    for (size_t i = 0; i < sizeof kCaught / sizeof kCaught[0]; ++i)
+        for (int left = g_unlogged[i].exchange(0); left > 0; --left) logCaught(kCaught[i]);
+}

@@ -1,0 +1,31 @@
+// Which signals the process accepts, and what they mean to the request loop.
+#pragma once
+
+#include <atomic>
+
+inline constexpr int kLoopNotBegun = 0;
+inline constexpr int kLoopRun = 1;
+inline constexpr int kLoopStop = -1;
+
+/// kLoopRun while the request loop shall run. The start-up turns kLoopNotBegun into kLoopRun; a stop signal
+/// writes kLoopStop, also during start-up, and it is never taken back.
+extern std::atomic<int> g_loopFlag;
+
+/// 1 = the card is being formatted: SIGUSR1 sets it, SIGUSR2 and the loop that has acted on it clear it.
+extern std::atomic<int> g_formatFlag;
+
+static_assert(std::atomic<int>::is_always_lock_free, "the handler may touch the flags");
+
+/// Blocks every signal but the seven in use, ignores SIGPIPE and installs sigcatch. Before any other thread
+/// exists, which then inherits the mask. 0, or -1 after the first failing step.
+int setSignal();
+
+/// The handler; any thread. Async-signal-safe: it writes flags and counters, and logs nothing.
+void sigcatch(int signal);
+
+/// The socket that a stop signal shuts down, so that the accept in progress, and every later one, fails at
+/// once: a stop is noticed whichever thread handles it and wherever the loop stands. -1 = none.
+void setStopSocket(int listeningSocket);
+
+/// Writes the message of every signal caught since the last call. Main thread.
+void logCaughtSignals();
