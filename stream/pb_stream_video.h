@@ -11,45 +11,10 @@
 
 #include "platform/api_db.h"
 #include "platform/mutex.h"
-#include "stream/records.h"
-#include "stream/stream_read.h"
+#include "stream/pb_video.h"
 #include "stream/stream_time.h"
 
 class CtavirnShmServer;
-
-/// Direction kinds of `move`; everything but forward and backward is refused.
-inline constexpr unsigned char PBST_FORWARD = 0;
-inline constexpr unsigned char PBST_BACKWARD = 1;
-inline constexpr unsigned char PBST_OFFSET = 2;
-inline constexpr unsigned char PBST_TOP = 3;
-inline constexpr unsigned char PBST_END = 4;
-
-/// Search modes of `move` and `m_iPicSearch`.
-inline constexpr unsigned char kSearchNone = 0;
-inline constexpr unsigned char kSearchForward = 1;
-inline constexpr unsigned char kSearchBackward = 2;
-
-/// Kinds of `getSkip`.
-inline constexpr unsigned char kSkipLatest = 0;
-inline constexpr unsigned char kSkipOldest = 1;
-inline constexpr unsigned char kSkipEvent = 3;
-
-/// Kinds of `setErrorflag`, and the bits of `getErrorflag`.
-inline constexpr unsigned long kErrorKindIndex = 1;
-inline constexpr unsigned long kErrorKindChunk = 2;
-inline constexpr unsigned long kIndexErrorBit = 1;
-inline constexpr unsigned long kChunkErrorBit = 2;
-
-/// The one stream being played. After a successful open both readers are open on the stream of `db`, `stH`
-/// is record 0 of its header area and `picH` record `offset` + 1.
-struct PB_VIDEO {
-    DB_STREAM db{};                       ///< streamID 0 = no stream
-    std::unique_ptr<CStreamRead> readSt;  ///< picture-data area
-    std::unique_ptr<CStreamRead> readPic; ///< header area
-    uint32_t offset = 0;                  ///< current picture, 0-based
-    STREAM_HEADER stH{};
-    PICTURE_HEADER picH{};
-};
 
 /// The stream access object. One thread drives it at a time (the main thread during set-up, then the
 /// playback thread); only getErrorflag may be called from another thread meanwhile.
@@ -151,10 +116,65 @@ protected:
     void m_showDb() const;
     void m_showStH() const;
     void m_showPicH() const;
+    void m_showAll() const;
 
     PB_VIDEO m_video;
 
 private:
+    // Results of m_setSql and m_setSqlEvent.
+    static constexpr int kQueryFound = 0;
+    static constexpr int kQueryError = 1;
+    static constexpr int kQueryNoRow = 2;
+
+    // index_queries.cpp
+    void m_closeReaders();
+    void m_copyOut(DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH) const;
+    int m_query(const char* operation, const char* sql);
+    int m_followGrowth(uint32_t pictures);
+    int m_reloadFinished(uint32_t recorderStreamId);
+    void m_takeEndFromPicture();
+    PB_STREAM_TIME m_startTime() const;
+    PB_STREAM_TIME m_endTime() const;
+
+    // chunk_reading.cpp
+    int m_openHeaderArea(CHUNK_EVENT area);
+    int m_openPictureArea(CHUNK_EVENT area);
+    int m_checkStreamHeader() const;
+    int m_seekHeader(uint32_t picture);
+    long m_readHeader(void* header);
+    long m_readData(unsigned char* buffer, uint32_t size);
+    int m_goTo(uint32_t offset);
+    /// Wraps to the highest offset, which no read accepts, for a stream without pictures.
+    uint32_t m_lastPicture() const { return m_video.stH.pictures - 1; }
+    PB_STREAM_TIME m_pictureTime() const;
+    uint32_t m_estimateOffset(PB_STREAM_TIME target) const;
+    uint32_t m_pictureIntervalMs() const;
+    uint32_t m_offsetAhead(uint32_t step) const;
+    uint32_t m_offsetBack(uint32_t step) const;
+
+    // picture_movement.cpp
+    void m_park(uint32_t offset, PICTURE_HEADER* picH);
+    long m_arrive(PICTURE_HEADER* picH);
+    long m_arriveOnIPicture(unsigned char searchMode, PICTURE_HEADER* picH);
+
+    // crossing.cpp
+    PB_STREAM_TIME m_referenceTime(const PB_STREAM_TIME* pbTime) const;
+    int m_findRecordingStream(PB_STREAM_TIME time, bool* beyondRecording);
+    int m_stayOn(const DB_STREAM& row);
+    int m_fallBack(bool backward, DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH);
+    void m_showLastFrame(STREAM_HEADER* stH, PICTURE_HEADER* picH);
+    void m_checkStartOfFile(PB_STREAM_TIME time);
+    int m_landOn(bool backward, DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH);
+
+    // time_positioning.cpp
+    enum class TimeSearch { found, tookFallback, failed };
+    TimeSearch m_findTime(PB_STREAM_TIME pbTime, unsigned char dir);
+
+    // skipping.cpp
+    int m_findEventStream(PB_STREAM_TIME start, const DB_STREAM& left);
+    void m_standAgainOn(const DB_STREAM& row, uint32_t offset);
+    int m_openAt(PB_STREAM_TIME time);
+
     std::unique_ptr<CApiDb> m_apiDb;
     PB_STREAM_TIME m_topPts;
     uint32_t m_recPictures = 0; ///< pictures of the stream under recording, as last taken from the segment
