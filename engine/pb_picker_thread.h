@@ -1,6 +1,6 @@
 // The playback engine: one object per open session. Its operations are divided over files by subject:
 // pb_picker_thread.cpp (life, first positioning, output block), parameter_sets.cpp, request_analysis.cpp,
-// play_mode.cpp, movement.cpp, pacing.cpp.
+// play_mode.cpp (requests and modes), jumps.cpp, movement.cpp, pacing.cpp.
 #pragma once
 
 #include <cstdint>
@@ -51,15 +51,19 @@ protected:
     int m_get_sps_pps(char* buffer);
 
     // play_mode.cpp
-    int m_eventHandler(unsigned long& stepCount);
-    unsigned long m_changePlayMode(unsigned long direction, unsigned long speed);
+    /// Applies the newest request and drops the older ones; 1. `stepCount` is set for a step request, and to
+    /// the last request's speed when nothing was queued.
+    int m_eventHandler(unsigned long& stepCount) EXCLUDES(m_eventMutex, m_modeMutex);
+    /// The only place where the play type changes; publishes it with the pause reason. The new playSpeed.
+    unsigned long m_changePlayMode(unsigned long newDirection, unsigned long speed) EXCLUDES(m_modeMutex);
 
-    // movement.cpp
+    // movement.cpp: 1 = moved, 0 = the recording ends there; m_pauseMode then says which end
     int m_moveStreamNormal(CPbStreamVideo* video, unsigned long count, PBTYPE prevType);
     int m_moveStreamStep(CPbStreamVideo* video, unsigned char dir, unsigned long count);
     int m_moveStreamTime(CPbStreamVideo* video, unsigned char dir, PB_STREAM_TIME time);
 
     // pacing.cpp
+    /// The next playback time of a fast play: `time` moved by the skip time at `speed`.
     PB_STREAM_TIME m_calcSpeedFrameTime(CPbStreamVideo* video, PBTYPE type, PBTYPE prevType,
                                         PB_STREAM_TIME time, unsigned long rate, unsigned long speed,
                                         unsigned char dir);
@@ -96,6 +100,48 @@ protected:
 
 private:
     uint32_t ffSkipTime() EXCLUDES(m_modeMutex);
+
+    // pb_picker_thread.cpp: the rows of the output block; each returns the block's length
+    int readPicture(char* buffer);
+    int playedBlock(char* buffer, PB_STREAM_TIME pts);
+    int fastBlock(char* buffer, bool further, PB_STREAM_TIME later, PB_STREAM_TIME earlier);
+    uint32_t frameStep() const;
+
+    // parameter_sets.cpp
+    bool nextIPicture(PICTURE_HEADER& picture);
+
+    // request_analysis.cpp
+    void queueRequest(const PBDATA& request) EXCLUDES(m_eventMutex);
+
+    // play_mode.cpp
+    bool takeRequest() EXCLUDES(m_eventMutex);
+    void pausePlay();
+
+    // jumps.cpp
+    void playOrJump(int32_t readyBefore);
+    void jumpToClock();
+    unsigned char chooseClockTarget(uint32_t second);
+    void jumpToOldest();
+    void jumpToLatest();
+    void jumpToAlarm(unsigned char dir);
+    void settleOnAlarm();
+    PB_STREAM_TIME landingBackward(PB_STREAM_TIME time);
+    bool moveToTime(PB_STREAM_TIME time, unsigned char dir);
+    void skipTo(unsigned char kind);
+
+    // movement.cpp
+    void playNext(bool move);
+    void playFast(unsigned char dir, uint32_t speed);
+    void playStep(unsigned char dir, unsigned long count);
+
+    // pacing.cpp
+    timeval paceAgainstBase(timeval now, uint32_t gops);
+    timeval pauseWhenEarly(timeval lead, timeval now, uint32_t gops);
+    timeval pauseWhenLate(timeval lag, timeval now, uint32_t gops);
+    timeval startAfresh(timeval now);
+    void rebase(timeval wallTime);
+    PB_STREAM_TIME shownSinceBase() const;
+    uint32_t halfGopMs(uint32_t gops) const;
 
     const T_PB_INFO m_pbInfo;
 

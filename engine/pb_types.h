@@ -71,6 +71,9 @@ inline constexpr uint32_t kNormalSpeed = 10;  ///< tenths: 1.0x
 inline constexpr uint32_t kSlowSpeed = 5;     ///< tenths: every slow play
 inline constexpr uint32_t kStepSpeed = 65535; ///< stands for a step
 
+/// Frames per second times 10, in place of a frame rate that the recording does not tell.
+inline constexpr uint32_t kAssumedFrameRate = 300;
+
 inline constexpr uint32_t kMinSkipMs = 333;
 inline constexpr uint32_t kMaxSkipMs = 1000;
 

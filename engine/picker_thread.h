@@ -34,7 +34,7 @@ public:
     void startThread();
     /// Stops the thread after its current pass, waits for its clean-up and destroys the engine. Main thread
     /// only.
-    void end();
+    void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId) EXCLUDES(m_keepAliveMutex);
 
@@ -56,14 +56,15 @@ protected:
     /// Creates the thread; the part of startThread that derived classes share.
     void launch();
     /// The thread's whole run.
-    void pickerThread();
+    void pickerThread() EXCLUDES(m_threadMutex);
     /// One turn of the loop: pause, keep-alive watch, move, fetch, write.
-    void pass(char* buffer);
+    void pass(char* buffer) EXCLUDES(m_dataMutex, m_keepAliveMutex);
     /// Sends a teardown request to the daemon's own control socket; 0, or -1.
-    int m_sendTeardown();
+    int m_sendTeardown() EXCLUDES(m_keepAliveMutex);
 
     Mutex m_dataMutex;
     Mutex m_threadMutex;
+    Mutex m_keepAliveMutex;
 
     // Playback thread only, once it runs.
     int32_t m_pictureReady = 0; ///< 1 = a picture is positioned and goes out before the next move
@@ -73,15 +74,13 @@ protected:
 private:
     static void* runPickerThread(void* self);
     void setActive(uint32_t active);
-    void watchKeepAlive();
+    void watchKeepAlive() EXCLUDES(m_keepAliveMutex);
 
-    Mutex m_keepAliveMutex;
-    int32_t m_keepAliveFlag GUARDED_BY(m_keepAliveMutex) = 0;
+    int32_t m_keepAliveFlag GUARDED_BY(m_keepAliveMutex) = 0; ///< 1 = arrived since the last pass
     uint32_t m_sessionId GUARDED_BY(m_keepAliveMutex) = 0;
 
-    pthread_t m_threadId{};
     std::binary_semaphore m_running{0}; ///< released once the thread holds m_threadMutex
-    std::atomic<bool> m_loopFlag{true};
+    std::atomic<bool> m_loopFlag{true}; ///< cleared by end
     static_assert(std::atomic<bool>::is_always_lock_free);
 
     // Playback thread only.
