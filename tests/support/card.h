@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include "stream/records.h"
 #include "stream/stream_time.h"
@@ -48,13 +48,17 @@ public:
 
 private:
     friend class Card;
-    void write(bool finish);
+    /// Pictures that a recording stream can grow by.
+    static constexpr uint32_t kGrowth = 1000;
+
+    void begin(uint32_t spare);
+    void write(uint32_t count);
 
     Card& m_card;
     StreamSettings m_settings;
     uint32_t m_pictures = 0;
     uint32_t m_gop = 30;
-    uint32_t m_gops = 0;
+    std::optional<uint32_t> m_gops;
     uint32_t m_firstI = 0;
     uint32_t m_pictureSize = 0;
     double m_intervalMs = 1000.0 / 30;
@@ -65,6 +69,7 @@ private:
 class Card {
 public:
     explicit Card(const World& world, uint32_t chunkBytes = 1u << 20);
+    explicit Card(const RecordingPlace& place);
 
     StreamBuilder stream(uint32_t id) { return {*this, id}; }
     uint32_t alarm(const char* from, const char* to, uint32_t extTrg = 512);
@@ -89,8 +94,11 @@ public:
 
 private:
     friend class StreamBuilder;
+    void query(const std::string& statement, int (*perRow)(void*, int, char**, char**), void* context);
+
+    RecordingPlace m_place;
     RecordingWriter m_writer;
-    StreamBuilder* m_open = nullptr;
+    std::optional<StreamBuilder> m_open; ///< the stream that recording() left open
 };
 
 } // namespace test

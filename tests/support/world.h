@@ -1,6 +1,7 @@
 // A world in a line: one temporary directory with everything the daemon expects below it.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
 
@@ -25,6 +26,7 @@ public:
 
 private:
     std::string m_root;
+    int m_claim = -1; ///< holds the keys against other worlds
 };
 
 void writeFile(const std::string& path, const std::string& content);

@@ -1,0 +1,112 @@
+#include "tests/support/log_recorder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+// The formats pass through here; their callers have had them checked.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+namespace test {
+namespace {
+
+struct Kept {
+    std::mutex mutex;
+    bool recording = false;
+    std::vector<LogLine> lines;
+};
+
+/// Never destroyed: other threads may log until the process has gone.
+Kept& kept() {
+    static Kept& instance = *new Kept;
+    return instance;
+}
+
+bool isPrefix(const std::string& text, const std::string& name) {
+    return text.size() > name.size() + 3 && text.starts_with(name + "(") && text.ends_with(") ") &&
+           std::all_of(text.begin() + static_cast<long>(name.size()) + 1, text.end() - 2,
+                       [](char c) { return c >= '0' && c <= '9'; });
+}
+
+bool says(const LogLine& line, const std::string& text, const std::string& name) {
+    if (name.empty()) return line.text == text;
+    return line.text.ends_with(text) && isPrefix(line.text.substr(0, line.text.size() - text.size()), name);
+}
+
+} // namespace
+
+static void keep(int priority, const char* format, va_list arguments) {
+    const int error = errno; // what "%m" says
+    Kept& log = kept();
+    const std::lock_guard lock(log.mutex);
+    if (!log.recording) return;
+
+    char text[4096];
+    errno = error;
+    std::vsnprintf(text, sizeof text, format, arguments);
+    log.lines.push_back({priority, format, text});
+    errno = error;
+}
+
+LogRecorder::LogRecorder() {
+    const std::lock_guard lock(kept().mutex);
+    if (kept().recording) std::abort(); // one at a time
+    kept().recording = true;
+    kept().lines.clear();
+}
+
+LogRecorder::~LogRecorder() {
+    const std::lock_guard lock(kept().mutex);
+    kept().recording = false;
+}
+
+std::vector<LogLine> LogRecorder::lines() const {
+    const std::lock_guard lock(kept().mutex);
+    return kept().lines;
+}
+
+void LogRecorder::clear() {
+    const std::lock_guard lock(kept().mutex);
+    kept().lines.clear();
+}
+
+int LogRecorder::count(int priority, const std::string& text, const std::string& name) const {
+    const std::vector<LogLine> all = lines();
+    return static_cast<int>(std::count_if(all.begin(), all.end(), [&](const LogLine& line) {
+        return line.priority == priority && says(line, text, name);
+    }));
+}
+
+std::string LogRecorder::dump() const {
+    std::string all;
+    for (const LogLine& line : lines()) all += std::to_string(line.priority) + " " + line.text + "\n";
+    return all;
+}
+
+} // namespace test
+
+// The C library's own names, with the forms that fortified code calls. Declared here, since <syslog.h>
+// turns some of them into inline functions.
+extern "C" {
+void vsyslog(int priority, const char* format, va_list arguments) {
+    test::keep(priority, format, arguments);
+}
+void __vsyslog_chk(int priority, int, const char* format, va_list arguments) {
+    test::keep(priority, format, arguments);
+}
+void syslog(int priority, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    test::keep(priority, format, arguments);
+    va_end(arguments);
+}
+void __syslog_chk(int priority, int, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    test::keep(priority, format, arguments);
+    va_end(arguments);
+}
+}

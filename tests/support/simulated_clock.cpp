@@ -1,0 +1,81 @@
+#include "tests/support/simulated_clock.h"
+
+#include <deque>
+#include <mutex>
+#include <sched.h>
+
+#include "platform/clock.h"
+
+namespace {
+
+constexpr size_t kSleepsKept = 1000;
+
+struct SimulatedClock {
+    std::mutex mutex;
+    timeval now{1704196800, 0}; // 2024-01-02 12:00:00 UTC
+    std::deque<timeval> sleeps;
+};
+
+/// Never destroyed: a playback thread may sleep until the process has gone.
+SimulatedClock& simulatedClock() {
+    static SimulatedClock& instance = *new SimulatedClock;
+    return instance;
+}
+
+timeval sum(timeval a, timeval b) {
+    timeval result{};
+    timeradd(&a, &b, &result);
+    return result;
+}
+
+} // namespace
+
+namespace wallclock {
+
+timeval now() {
+    return test::simulated::now();
+}
+
+void sleepFor(timeval span) {
+    SimulatedClock& clock = simulatedClock();
+    {
+        const std::lock_guard lock(clock.mutex);
+        clock.now = sum(clock.now, span);
+        clock.sleeps.push_back(span);
+        if (clock.sleeps.size() > kSleepsKept) clock.sleeps.pop_front();
+    }
+    sched_yield();
+}
+
+} // namespace wallclock
+
+namespace test::simulated {
+
+void set(timeval now) {
+    const std::lock_guard lock(simulatedClock().mutex);
+    simulatedClock().now = now;
+}
+
+void advance(timeval span) {
+    const std::lock_guard lock(simulatedClock().mutex);
+    simulatedClock().now = sum(simulatedClock().now, span);
+}
+
+void advanceMs(long ms) {
+    advance({ms / 1000, ms % 1000 * 1000});
+}
+
+timeval now() {
+    const std::lock_guard lock(simulatedClock().mutex);
+    return simulatedClock().now;
+}
+
+std::vector<timeval> takeSleeps() {
+    const std::lock_guard lock(simulatedClock().mutex);
+    std::deque<timeval>& sleeps = simulatedClock().sleeps;
+    std::vector<timeval> taken(sleeps.begin(), sleeps.end());
+    sleeps.clear();
+    return taken;
+}
+
+} // namespace test::simulated

@@ -1,0 +1,120 @@
+#include "tests/support/world.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "platform/paths.h"
+#include "platform/paths_rooted.h"
+
+namespace test {
+namespace {
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::string makeRoot() {
+    const char* directory = std::getenv("TMPDIR");
+    std::string root = std::string(directory && *directory ? directory : "/tmp") + "/tavirn-XXXXXX";
+    if (!mkdtemp(root.data())) fail("mkdtemp " + root);
+    return root;
+}
+
+bool nobodyUses(key_t key) {
+    return shmget(key, 0, 0) == -1 && errno == ENOENT && semget(key, 0, 0) == -1 && errno == ENOENT;
+}
+
+void removeIpc(key_t key) {
+    if (const int id = shmget(key, 0, 0); id != -1) shmctl(id, IPC_RMID, nullptr);
+    if (const int id = semget(key, 0, 0); id != -1) semctl(id, 0, IPC_RMID);
+}
+
+/// Keeps other worlds off the keys until the descriptor is closed or the process has gone: an abstract
+/// socket name leaves nothing behind, whatever ends the test. -1 when the keys are taken.
+int claim(key_t key) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string name = "tavirn-test-key-" + std::to_string(key);
+    name.copy(address.sun_path + 1, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) fail("socket");
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return fd;
+    close(fd);
+    return -1;
+}
+
+} // namespace
+
+World::World() : m_root(makeRoot()) {
+    for (const char* directory : {"/tmp", "/var/run", "/mnt/card", "/sys/devices/platform/dw_mmc.0"})
+        std::filesystem::create_directories(m_root + directory);
+    setPathsRoot(m_root.c_str());
+    setCardState('1', '0');
+
+    // ftok keeps 16 bits of the inode. Rejected files stay until the end, or their inode would come again.
+    for (int attempt = 0; m_claim == -1; ++attempt) {
+        if (attempt == 100) throw std::runtime_error("no free IPC keys below " + m_root);
+        if (attempt > 0) std::filesystem::rename(paths().ipcKey, paths().ipcKey + std::to_string(attempt));
+        writeFile(paths().ipcKey, "");
+        if (nobodyUses(statusKey()) && nobodyUses(outputKey())) m_claim = claim(statusKey());
+    }
+}
+
+World::~World() {
+    for (const key_t key : {statusKey(), outputKey()})
+        if (key != -1) removeIpc(key);
+    close(m_claim);
+    std::error_code ignored;
+    std::filesystem::remove_all(m_root, ignored);
+}
+
+key_t World::statusKey() const {
+    return ftok((m_root + kFixedPaths.ipcKey).c_str(), kStatusSegmentProject);
+}
+
+key_t World::outputKey() const {
+    return ftok((m_root + kFixedPaths.ipcKey).c_str(), kOutputMemoryProject);
+}
+
+void World::setCardState(char cardDetect, char readOnly) {
+    const auto content = [](char byte) { return byte ? std::string{byte, '\n'} : std::string(); };
+    writeFile(m_root + kFixedPaths.cardDetect, content(cardDetect));
+    writeFile(m_root + kFixedPaths.cardReadOnly, content(readOnly));
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    if (!file.flush()) fail("write " + path);
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) fail("read " + path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool fileExists(const std::string& path) {
+    return std::filesystem::exists(path);
+}
+
+void patchFile(const std::string& path, uint64_t position, const std::string& bytes) {
+    std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+    file.seekp(static_cast<std::streamoff>(position));
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!file.flush()) fail("patch " + path);
+}
+
+} // namespace test
