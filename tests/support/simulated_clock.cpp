@@ -1,5 +1,6 @@
 #include "tests/support/simulated_clock.h"
 
+#include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <sched.h>
@@ -14,6 +15,8 @@ struct SimulatedClock {
     std::mutex mutex;
     timeval now{1704196800, 0}; // 2024-01-02 12:00:00 UTC
     std::deque<timeval> sleeps;
+    bool held = false;
+    std::condition_variable moved;
 };
 
 /// Never destroyed: a playback thread may sleep until the process has gone.
@@ -39,10 +42,12 @@ timeval now() {
 void sleepFor(timeval span) {
     SimulatedClock& clock = simulatedClock();
     {
-        const std::lock_guard lock(clock.mutex);
-        clock.now = sum(clock.now, span);
+        std::unique_lock lock(clock.mutex);
         clock.sleeps.push_back(span);
         if (clock.sleeps.size() > kSleepsKept) clock.sleeps.pop_front();
+        const timeval wake = sum(clock.now, span);
+        if (!clock.held) clock.now = wake;
+        clock.moved.wait(lock, [&] { return !clock.held || !timercmp(&clock.now, &wake, <); });
     }
     sched_yield();
 }
@@ -54,11 +59,13 @@ namespace test::simulated {
 void set(timeval now) {
     const std::lock_guard lock(simulatedClock().mutex);
     simulatedClock().now = now;
+    simulatedClock().moved.notify_all();
 }
 
 void advance(timeval span) {
     const std::lock_guard lock(simulatedClock().mutex);
     simulatedClock().now = sum(simulatedClock().now, span);
+    simulatedClock().moved.notify_all();
 }
 
 void advanceMs(long ms) {
@@ -68,6 +75,17 @@ void advanceMs(long ms) {
 timeval now() {
     const std::lock_guard lock(simulatedClock().mutex);
     return simulatedClock().now;
+}
+
+void hold() {
+    const std::lock_guard lock(simulatedClock().mutex);
+    simulatedClock().held = true;
+}
+
+void resume() {
+    const std::lock_guard lock(simulatedClock().mutex);
+    simulatedClock().held = false;
+    simulatedClock().moved.notify_all();
 }
 
 std::vector<timeval> takeSleeps() {
