@@ -13,8 +13,9 @@ semaphores() { awk 'NR > 1 { print $2 }' /proc/sysvipc/sem | sort; }
 markLeftovers() {
     TAVIRN_TEST_RUN="$$-$(date +%s)"
     reports=$(mktemp -d)
-    trap 'rm -rf "$reports"' EXIT
-    export TAVIRN_TEST_RUN
+    TMPDIR=$(mktemp -d /tmp/tavirn-test.XXXXXX) # short: a socket's path has 107 bytes
+    trap 'rm -rf "$reports" "$TMPDIR"' EXIT
+    export TAVIRN_TEST_RUN TMPDIR
     export ASAN_OPTIONS="detect_leaks=1:log_path=$reports/asan"
     export UBSAN_OPTIONS="print_stacktrace=1:log_path=$reports/ubsan"
     export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:log_path=$reports/tsan"
@@ -59,12 +60,13 @@ reportLeftovers() {
         markedProcesses | sed 's/^/process /'
         orphanSegments
         orphanSemaphores
+        find "$TMPDIR" -mindepth 1 -maxdepth 1 | sed 's/^/file or directory /'
     )
     if [ -n "$left" ]; then
         printf 'still there:\n%s\n' "$left"
         clean=1
     else
-        say "no process, no shared memory, no semaphore set"
+        say "no process, no shared memory, no semaphore set, no file"
     fi
     for report in "$reports"/*; do
         [ -s "$report" ] || continue
