@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sqlite3.h>
 #include <stdexcept>
@@ -25,28 +27,36 @@ template <size_t N> std::string bytes(const char (&literal)[N]) {
     return {literal, N - 1};
 }
 
-uint64_t positionOf(const DB_STREAM& row, uint64_t record, uint64_t ring) {
-    return (row.chunkOffset + record * kHeaderBytes) % ring;
-}
+/// Where a record of a header area lies in its chunk; one that reaches the chunk's end goes on at its start.
+struct RecordPlace {
+    RecordPlace(const std::string& chunk, const DB_STREAM& row, uint64_t record)
+        : ring(std::filesystem::file_size(chunk)), position((row.chunkOffset + record * kHeaderBytes) % ring),
+          toEnd(std::min<uint64_t>(kHeaderBytes, ring - position)) {}
+    uint64_t ring, position, toEnd;
+};
 
 template <class Header> Header readHeader(const std::string& chunk, const DB_STREAM& row, uint64_t record) {
-    const std::string content = readFile(chunk);
-    char raw[kHeaderBytes];
-    for (uint64_t i = 0; i < kHeaderBytes; ++i)
-        raw[i] = content.at((positionOf(row, record, content.size()) + i) % content.size());
+    const RecordPlace place(chunk, row, record);
+    std::ifstream file(chunk, std::ios::binary);
+    const auto read = [&](uint64_t from, uint64_t count) {
+        std::string part(count, '\0');
+        file.seekg(static_cast<std::streamoff>(from));
+        file.read(part.data(), static_cast<std::streamsize>(count));
+        return part;
+    };
+    const std::string raw = read(place.position, place.toEnd) + read(0, kHeaderBytes - place.toEnd);
+    if (!file) throw std::runtime_error("cannot read " + chunk);
     Header header;
-    std::memcpy(&header, raw, sizeof header);
+    std::memcpy(&header, raw.data(), sizeof header);
     return header;
 }
 
 template <class Header>
 void writeHeader(const std::string& chunk, const DB_STREAM& row, uint64_t record, const Header& header) {
-    const uint64_t ring = readFile(chunk).size();
-    const uint64_t position = positionOf(row, record, ring);
+    const RecordPlace place(chunk, row, record);
     const std::string raw(reinterpret_cast<const char*>(&header), kHeaderBytes);
-    const uint64_t toEnd = std::min<uint64_t>(kHeaderBytes, ring - position);
-    patchFile(chunk, position, raw.substr(0, toEnd));
-    patchFile(chunk, 0, raw.substr(toEnd));
+    patchFile(chunk, place.position, raw.substr(0, place.toEnd));
+    patchFile(chunk, 0, raw.substr(place.toEnd));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -103,7 +104,9 @@ void writeFile(const std::string& path, const std::string& content) {
 std::string readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) fail("read " + path);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream content;
+    content << file.rdbuf();
+    return std::move(content).str();
 }
 
 bool fileExists(const std::string& path) {
