@@ -51,6 +51,8 @@ protected:
     int m_get_sps_pps(char* buffer);
 
     // play_mode.cpp
+    /// Moves the newest request into m_curEvent and drops those before it; false when there is none.
+    bool takeRequest() EXCLUDES(m_eventMutex);
     /// Applies the newest request and drops the older ones; 1. `stepCount` is set for a step request, and to
     /// the last request's speed when nothing was queued.
     int m_eventHandler(unsigned long& stepCount) EXCLUDES(m_eventMutex, m_modeMutex);
@@ -114,7 +116,6 @@ private:
     void queueRequest(const PBDATA& request) EXCLUDES(m_eventMutex);
 
     // play_mode.cpp
-    bool takeRequest() EXCLUDES(m_eventMutex);
     void pausePlay();
 
     // jumps.cpp

@@ -88,8 +88,7 @@ int CpbPickerThread::m_eventHandler(unsigned long& stepCount) {
     return 1;
 }
 
-/// Moves the newest request into m_curEvent and drops those before it. The lock is not held while the
-/// request is acted on, so that no request ever waits for a stream search.
+/// The lock is not held while the request is acted on, so that no request ever waits for a stream search.
 bool CpbPickerThread::takeRequest() {
     MutexLock lock(m_eventMutex);
     if (m_eventQueue.empty()) return false;
