@@ -40,10 +40,10 @@ uint32_t highestChunk(const std::string& directory) {
 }
 
 /// Playback has to find its way round the end of a chunk, so recordings made here have to lead it there. A
-/// chunk in the field has been through rounds before and is seldom filled from its first byte; a third in
-/// does the same without any round before.
+/// chunk in the field has been through rounds before and is seldom filled from its first byte; starting
+/// close to the end does the same without any round before, and early enough for a short recording.
 uint32_t firstFill(uint32_t chunkBytes) {
-    return chunkBytes / 3 / kHeaderBytes * kHeaderBytes;
+    return (chunkBytes - chunkBytes / 32) / kHeaderBytes * kHeaderBytes;
 }
 
 } // namespace

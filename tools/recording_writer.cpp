@@ -117,7 +117,7 @@ bool RecordingWriter::addPicture(const CodedPicture& picture) {
                              std::to_string(picture.data.size()) + " bytes, but " + state.ring.path() +
                              " takes 5 to 819200; lower the bit rate or the picture size");
     const auto bytes = static_cast<uint32_t>(picture.data.size());
-    if (state.header.pictures >= state.settings.capacity || bytes > state.ring.free()) return false;
+    if (!hasRoom(1, bytes)) return false;
 
     const uint32_t position = state.ring.take(bytes);
     state.ring.write(position, picture.data.data(), bytes);
@@ -131,6 +131,19 @@ bool RecordingWriter::addPicture(const CodedPicture& picture) {
 
 uint32_t RecordingWriter::pictures() const {
     return m_state->header.pictures;
+}
+
+bool RecordingWriter::hasRoom(uint32_t morePictures, uint64_t bytes) const {
+    const State& state = *m_state;
+    return uint64_t{state.header.pictures} + morePictures <= state.settings.capacity &&
+           bytes <= state.ring.free();
+}
+
+StreamPlacement RecordingWriter::placement() const {
+    const State& state = *m_state;
+    const uint64_t headerBytes = (uint64_t{state.settings.capacity} + 1) * kHeaderBytes;
+    const bool wrapped = state.row.chunkOffset + headerBytes + state.dataBytes > state.ring.chunkBytes();
+    return {state.row.chunkID, state.dataBytes, wrapped};
 }
 
 void RecordingWriter::finishStream(uint64_t endMs) {

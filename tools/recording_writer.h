@@ -40,6 +40,13 @@ struct CodedPicture {
     bool iPicture = false;
 };
 
+/// Where a stream lies.
+struct StreamPlacement {
+    uint32_t chunkId = 0;
+    uint32_t dataBytes = 0; ///< of all pictures
+    bool wrapped = false;   ///< its areas go on at the chunk's start
+};
+
 /// Writes one stream at a time. Every operation throws RecordingError.
 class RecordingWriter {
 public:
@@ -55,6 +62,11 @@ public:
 
     /// Pictures of the stream begun last; what the recorder publishes as recPictures.
     uint32_t pictures() const;
+
+    /// Whether the present stream takes that many pictures more, of so many bytes in all.
+    bool hasRoom(uint32_t morePictures, uint64_t bytes) const;
+    /// Of the stream begun last.
+    StreamPlacement placement() const;
 
     /// Writes the final stream header and row: status 0, end = start + (last - first picture time) unless
     /// `endMs` gives it, recSize = pictures.
