@@ -11,11 +11,13 @@ namespace {
 
 constexpr size_t kSleepsKept = 1000;
 
+enum class Mode { runs, held, frozen };
+
 struct SimulatedClock {
     std::mutex mutex;
     timeval now{1704196800, 0}; // 2024-01-02 12:00:00 UTC
     std::deque<timeval> sleeps;
-    bool held = false;
+    Mode mode = Mode::runs;
     std::condition_variable moved;
 };
 
@@ -23,6 +25,12 @@ struct SimulatedClock {
 SimulatedClock& simulatedClock() {
     static SimulatedClock& instance = *new SimulatedClock;
     return instance;
+}
+
+void setMode(Mode mode) {
+    const std::lock_guard lock(simulatedClock().mutex);
+    simulatedClock().mode = mode;
+    simulatedClock().moved.notify_all();
 }
 
 timeval sum(timeval a, timeval b) {
@@ -46,8 +54,8 @@ void sleepFor(timeval span) {
         clock.sleeps.push_back(span);
         if (clock.sleeps.size() > kSleepsKept) clock.sleeps.pop_front();
         const timeval wake = sum(clock.now, span);
-        if (!clock.held) clock.now = wake;
-        clock.moved.wait(lock, [&] { return !clock.held || !timercmp(&clock.now, &wake, <); });
+        if (clock.mode == Mode::runs) clock.now = wake;
+        clock.moved.wait(lock, [&] { return clock.mode != Mode::held || !timercmp(&clock.now, &wake, <); });
     }
     sched_yield();
 }
@@ -78,14 +86,15 @@ timeval now() {
 }
 
 void hold() {
-    const std::lock_guard lock(simulatedClock().mutex);
-    simulatedClock().held = true;
+    setMode(Mode::held);
+}
+
+void freeze() {
+    setMode(Mode::frozen);
 }
 
 void resume() {
-    const std::lock_guard lock(simulatedClock().mutex);
-    simulatedClock().held = false;
-    simulatedClock().moved.notify_all();
+    setMode(Mode::runs);
 }
 
 std::vector<timeval> takeSleeps() {

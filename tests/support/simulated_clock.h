@@ -13,9 +13,10 @@ void set(timeval now);
 void advance(timeval span);
 void advanceMs(long ms);
 timeval now();
-/// While the clock is held, sleeping moves nothing on: a sleeper waits until the test has moved the clock
-/// past its span, or resumes.
+/// While the clock is held or frozen, only the test moves it. A sleeper waits for its time to come when it is
+/// held, and returns at once when it is frozen.
 void hold();
+void freeze();
 void resume();
 /// Spans slept since the last call, oldest first, at most the newest 1000; any thread.
 std::vector<timeval> takeSleeps();
