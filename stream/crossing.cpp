@@ -88,7 +88,7 @@ int CPbStreamVideo::over(unsigned char dir, DB_STREAM* db, STREAM_HEADER* stH, P
     if (found == kQueryNoRow)
         found = m_setSql((backward ? crossing.backwardBefore() : crossing.forwardAfter()).text);
     if (found == kQueryNoRow) {
-        logPlain(LOG_ERR, "CPbStreamVideo::over() not found stream. timeStr=%s", crossing.sec);
+        logAt(LOG_ERR, "CPbStreamVideo::over() not found stream. timeStr=%s", crossing.sec);
         bool beyondRecording = false;
         if (locate) found = m_findRecordingStream(*pbTime, &beyondRecording);
         if (found == kQueryNoRow) {

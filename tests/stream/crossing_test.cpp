@@ -1,0 +1,290 @@
+#include <filesystem>
+
+#include "platform/paths.h"
+#include "tests/stream/stream_fixture.h"
+
+namespace {
+
+using test::at;
+
+/// The text with every {S} and {M} filled in.
+std::string filled(std::string text, PB_STREAM_TIME time) {
+    for (const auto& [mark, value] :
+         {std::pair{"{S}", time.seconds()}, std::pair{"{M}", uint32_t{time.mSec}}})
+        for (size_t place; (place = text.find(mark)) != std::string::npos;)
+            text.replace(place, 3, std::to_string(value));
+    return text;
+}
+
+class Crossing : public StreamTest {
+protected:
+    /// Streams of 10 s at 10 fps: 1 and 2 join at 12:00:10, 3 follows a gap, 4 overlaps 3.
+    Crossing() {
+        uint32_t id = 0;
+        for (const char* from : {"12:00:00", "12:00:10", "12:00:30", "12:00:35"})
+            card.stream(++id).from(from).fps(10).pictures(101).closed();
+    }
+    void expectStatements(std::vector<std::string> expected, PB_STREAM_TIME time) {
+        for (std::string& text : expected) text = filled(text, time);
+        EXPECT_EQ(statements(), expected);
+        log.clear();
+    }
+    void expectAt(uint32_t stream, uint32_t picture, const char* what) {
+        EXPECT_EQ(db.streamID, stream) << what << "\n" << log.dump();
+        EXPECT_EQ(video.getOffset(), picture) << what;
+        EXPECT_EQ(picH, card.pictureHeader(stream, picture)) << what;
+        EXPECT_EQ(stH.id, stream) << what;
+    }
+};
+
+const std::string kStream = "SELECT * FROM STREAM WHERE ";
+const std::string kStarted = "(startDate < {S} OR startDate = {S} AND startMSec <= {M}) AND  ";
+const std::string kNotEnded = "({S} < endDate OR {S} = endDate AND {M} < endMSec) ";
+const std::string kStartedBefore = "(startDate < {S} OR startDate = {S} AND startMSec < {M}) AND  ";
+const std::string kEndsThenOrLater = "({S} < endDate OR {S} = endDate AND {M} <= endMSec) ";
+const std::string kAfter = "{S} < startDate OR {S} = startDate AND {M} <= startMSec ";
+const std::string kEnded = "(endDate < {S} OR endDate = {S} AND endMSec <= {M}) AND recSize<>0 ";
+const std::string kRecording = "({S} > startDate OR ({S} = startDate AND {M} >= startMSec)) AND status=1 ";
+const std::string kAnyBefore = "{S} > startDate OR {S} = startDate AND {M} >= startMSec ";
+const std::string kLowest = "ORDER BY streamID ASC LIMIT 1";
+const std::string kHighest = "ORDER BY streamID DESC LIMIT 1";
+const std::string kNewest = "SELECT * FROM STREAM " + kHighest;
+
+TEST_F(Crossing, StatementsToTheLetter) {
+    const PB_STREAM_TIME late = at("13:00:00.250");
+    const PB_STREAM_TIME early = at("11:00:00.125");
+    open(3);
+    log.clear();
+    over(0, late);
+    expectStatements({kStream + kStarted + kNotEnded + "AND streamID<>3 " + kLowest,
+                      kStream + kAfter + "AND streamID<>3 " + kLowest, kNewest},
+                     late);
+    over(0, late, true);
+    expectStatements({kStream + kStarted + kNotEnded + " " + kLowest, kStream + kAfter + kLowest,
+                      kStream + kRecording + kLowest, kNewest},
+                     late);
+    over(1, early);
+    expectStatements({kStream + kStartedBefore + kEndsThenOrLater + "AND streamID<>4 " + kHighest,
+                      kStream + kEnded + "AND streamID<>4 " + kHighest},
+                     early);
+    over(1, late, true);
+    expectStatements({kStream + kStartedBefore + kEndsThenOrLater + " " + kHighest,
+                      kStream + kEnded + kHighest, kStream + kAnyBefore + kLowest},
+                     late);
+}
+
+TEST_F(Crossing, NeighbourByTime) {
+    const struct {
+        const char* what;
+        uint32_t from;
+        unsigned char dir;
+        const char* time;
+        uint32_t expected;
+        uint32_t emptied; ///< stream whose recSize is 0
+    } rows[] = {
+        {"a start at that time is taken", 1, 0, "12:00:10", 2, 0},
+        {"an end at that time is not", 3, 0, "12:00:10", 2, 0},
+        {"backward an end at that time is taken, a start is not", 3, 1, "12:00:10", 1, 0},
+        {"gap, backward, past an empty stream", 3, 1, "12:00:25", 1, 2},
+        {"an empty stream that holds the time", 1, 0, "12:00:15", 2, 2},
+        {"overlap, forward", 1, 0, "12:00:38", 3, 0},
+        {"overlap, backward", 1, 1, "12:00:38", 4, 0},
+    };
+    for (const auto& row : rows) {
+        card.sql("UPDATE STREAM SET recSize = CASE streamID WHEN " + std::to_string(row.emptied) +
+                 " THEN 0 ELSE 101 END");
+        open(row.from);
+        EXPECT_EQ(over(row.dir, at(row.time)), row.dir == 1 ? 100 : 0) << row.what;
+        expectAt(row.expected, row.dir == 1 ? 100 : 0, row.what);
+    }
+}
+
+TEST_F(Crossing, WithoutNeighbourTheEdgeOfTheRecordingIsTaken) {
+    open(1);
+    EXPECT_EQ(over(1), -3);
+    expectAt(1, 0, "oldest");
+
+    open(4);
+    move(PBST_FORWARD, 200);
+    video.setplaylastframemode(1);
+    EXPECT_EQ(over(0), -2);
+    expectAt(4, 100, "the last frame plays on");
+    EXPECT_TRUE(log.has(LOG_ERR,
+                        "CPbStreamVideo::over() not found stream. timeStr=" +
+                            std::to_string(at("12:00:45").seconds()),
+                        "over"));
+
+    std::filesystem::remove(card.chunkPath(2));
+    open(1);
+    EXPECT_EQ(over(0, at("12:00:10")), -1);
+    EXPECT_TRUE(isEmpty());
+    std::filesystem::remove(paths().index);
+    EXPECT_EQ(over(0, at("12:00:10")), -1);
+    EXPECT_EQ(video.getErrorflag(), kIndexErrorBit | kChunkErrorBit);
+}
+
+TEST_F(Crossing, StreamUnderRecordingIsEnteredAndNotLeft) {
+    card.stream(5).from("12:01:00").fps(10).pictures(50).recording();
+    open(4);
+    recorderSays(0, 0);
+    EXPECT_EQ(over(0, at("12:00:50")), -2) << "nobody records it, so it can't be followed";
+    EXPECT_TRUE(log.has(LOG_ERR, "m_checkRecDB() return REC", "over")) << log.dump();
+
+    recorderSays(5, 50);
+    open(4);
+    EXPECT_EQ(over(0, at("12:00:50")), 0);
+    expectAt(5, 0, "entered");
+
+    move(PBST_FORWARD, 100);
+    EXPECT_EQ(over(0), -1);
+    EXPECT_TRUE(log.has(LOG_ERR, "status : DB_STATUS_RECORDING", "over"));
+    EXPECT_EQ(video.m_video.db.streamID, 5u);
+    card.grow(5);
+    recorderSays(5, 55);
+    EXPECT_EQ(move(PBST_FORWARD, 1), 50) << "plays on when it has grown";
+
+    open(1);
+    EXPECT_EQ(over(0, at("12:01:05.400"), true), 0) << "recorded just now";
+    open(1);
+    EXPECT_EQ(over(0, at("12:01:05.500"), true), -1) << "not recorded yet";
+    EXPECT_EQ(video.m_video.db.streamID, 1u);
+}
+
+// ---- clock times ----
+
+TEST_F(Crossing, ClockTimes) {
+    const struct {
+        const char* what;
+        const char* time;
+        unsigned char dir;
+        uint32_t stream;
+        uint32_t picture;
+        bool reached;
+        bool startOfFile;
+        bool searched; ///< the index was asked
+    } rows[] = {
+        {"the present stream's start", "12:00:10", 0, 2, 0, true, false, false},
+        {"the present stream's end", "12:00:20", 0, 2, 100, true, false, false},
+        {"just past its end, in a gap", "12:00:20.001", 0, 3, 0, true, false, true},
+        {"just before its start", "12:00:09.999", 0, 1, 99, true, false, true},
+        {"gap, backward", "12:00:25", 1, 2, 100, true, false, true},
+        {"before every recording", "11:00:00", 0, 1, 0, true, true, true},
+        {"after every recording", "13:00:00", 0, 4, 100, false, false, true},
+        {"before every recording, backward", "11:00:00", 1, 1, 0, false, false, true},
+    };
+    for (const auto& row : rows) {
+        open(2);
+        log.clear();
+        EXPECT_EQ(goTo(at(row.time), row.dir), row.reached ? at(row.time) : kNowhere) << row.what;
+        expectAt(row.stream, row.picture, row.what);
+        EXPECT_EQ(video.getSOFflag(), row.startOfFile) << row.what;
+        EXPECT_EQ(!statements().empty(), row.searched) << row.what;
+    }
+    video.clear();
+    EXPECT_EQ(goTo(at("12:00:33")), at("12:00:33")) << "a fresh object";
+    expectAt(3, 30, "a fresh object");
+    card.sql("DELETE FROM STREAM");
+    EXPECT_EQ(goTo(at("12:30:00")), kNowhere);
+    EXPECT_TRUE(log.has(LOG_INFO, "Not found stream", "getTime"));
+    EXPECT_TRUE(isEmpty());
+}
+
+// ---- targets without a time ----
+
+TEST_F(Crossing, LatestAndOldest) {
+    EXPECT_EQ(skip(kSkipLatest), at("12:00:45"));
+    expectAt(4, 100, "latest");
+    EXPECT_EQ(skip(kSkipLatest, 4), at("12:00:41"));
+    EXPECT_EQ(skip(kSkipLatest, 11), at("12:00:35")) << "never before the stream's start";
+    EXPECT_EQ(skip(kSkipOldest), at("12:00:00"));
+    expectAt(1, 0, "oldest");
+
+    card.stream(5).from("12:02:00").fps(10).pictures(50).recording();
+    EXPECT_EQ(skip(kSkipLatest), at("12:00:45")) << "nobody records stream 5: the newest with data";
+    recorderSays(5, 50);
+    EXPECT_EQ(skip(kSkipLatest), at("12:02:04.900"));
+    expectAt(5, 49, "as far as recorded");
+
+    EXPECT_EQ(skip(2), kNowhere);
+    EXPECT_TRUE(log.has(LOG_ERR, "skip type not defined", "getSkip"));
+    EXPECT_TRUE(isEmpty());
+}
+
+class Alarms : public Crossing {
+protected:
+    PB_STREAM_TIME jump(PB_STREAM_TIME from, unsigned char dir) {
+        return video.getSkip(&from, &db, &stH, &picH, kSkipEvent, dir, 0, 0);
+    }
+};
+
+TEST_F(Alarms, StatementsToTheLetter) {
+    card.alarm("12:00:05.500", "12:00:06");
+    open(1);
+    const std::string next =
+        "SELECT * FROM EVENT  WHERE ({S} < startDate OR {S} = startDate AND {M} < startMSec) ";
+    const std::string previous =
+        "SELECT * FROM EVENT  WHERE (startDate < {S} OR startDate = {S} AND startMSec < {M}) ";
+    const std::string alarm = "AND ( endDate <> 0 ) AND ( 512 <= extTrg AND extTrg < 2048 ) ";
+    const std::string ascending = "ORDER BY eventID ASC, startDate ASC LIMIT 1";
+    const std::string descending = "ORDER BY eventID DESC, startDate DESC LIMIT 1";
+    const PB_STREAM_TIME before = at("12:00:02.250");
+    const PB_STREAM_TIME event = at("12:00:05.500");
+    log.clear();
+    jump(before, 0);
+    expectStatements({filled(next + alarm + ascending, before),
+                      kStream + kStarted + kNotEnded + " ORDER BY startDate DESC LIMIT 1"},
+                     event);
+    jump(event, 0);
+    expectStatements({next + alarm + "AND ( eventID > 1 ) " + ascending}, event);
+    jump(event, 1);
+    expectStatements({previous + alarm + "AND ( eventID < 1 ) " + descending}, event);
+    video.clearEventID();
+    jump(event, 1);
+    expectStatements({previous + alarm + descending}, event);
+}
+
+TEST_F(Alarms, OnlyRecordedAlarmsAreTargetsAndNoneTwice) {
+    card.alarm("12:00:02", "12:00:03", 511);
+    card.alarm("12:00:05", "12:00:06", 512);
+    card.alarm("12:00:07", "", 512); // not ended
+    card.alarm("12:00:08", "12:00:09", 2048);
+    card.alarm("12:00:33", "12:00:34", 2047);
+    card.alarm("12:00:25", "12:00:26", 512); // in the gap
+    open(1);
+    EXPECT_EQ(jump(at("12:00:00"), 0), at("12:00:05"));
+    expectAt(1, 50, "first alarm");
+    EXPECT_EQ(jump(at("12:00:04.990"), 0), at("12:00:33"))
+        << "not the one just reached, though its start lies ahead";
+    expectAt(3, 30, "second alarm");
+    EXPECT_EQ(jump(at("12:00:33.010"), 1), at("12:00:05"));
+    EXPECT_EQ(jump(at("12:00:05"), 1), kNowhere);
+    expectAt(1, 50, "no alarm before");
+    video.clearEventID();
+    EXPECT_EQ(jump(at("12:00:05.010"), 1), at("12:00:05"));
+
+    video.clearEventID();
+    card.sql("UPDATE EVENT SET extTrg = 0 WHERE eventID <> 6");
+    EXPECT_EQ(jump(at("12:00:05"), 0), kNowhere) << "nothing was recorded then";
+    EXPECT_EQ(video.m_video.db.streamID, 1u);
+    EXPECT_EQ(video.m_video.picH, card.pictureHeader(1, 50));
+    EXPECT_EQ(video.getOffset(), 50u);
+}
+
+TEST_F(Alarms, InsideTheStreamUnderRecording) {
+    card.stream(5).from("12:02:00").fps(10).pictures(50).recording();
+    recorderSays(5, 50);
+    card.alarm("12:02:03", "12:02:04");
+    card.alarm("12:02:05", "12:02:06"); // its pictures are still to come
+    open(1);
+    log.clear();
+    EXPECT_EQ(jump(at("12:00:00"), 0), at("12:02:03"));
+    EXPECT_EQ(video.getTimePts(), at("12:02:03"));
+    EXPECT_EQ(statements().back(),
+              filled("SELECT * FROM STREAM WHERE (startDate < {S} OR startDate = {S} AND startMSec <= {M}) "
+                     "AND (status = 1)  ORDER BY startDate DESC LIMIT 1",
+                     at("12:02:03")));
+    EXPECT_EQ(jump(at("12:02:03"), 0), kNowhere);
+    EXPECT_EQ(video.getTimePts(), at("12:02:03")) << "stays where it was";
+}
+
+} // namespace
