@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/output_layout.h"
+
 /// One block as it was written.
 struct OutputBlock {
     uint32_t sequence = 0;  ///< counts every block, wraps at 32 bits
@@ -40,11 +42,22 @@ public:
     void rewind();
 
     /// Waits, without spinning, for the next block and copies it; `block.data` keeps its capacity.
+    /// A block already there is returned whatever the time; after `damaged` only a new attach helps.
     ReadResult next(OutputBlock& block, std::chrono::milliseconds timeout);
 
 private:
+    enum class Attempt { block, none, overtaken, damaged };
+
+    const OutputHeader& header() const;
+    bool describes(const OutputGeometry& geometry) const;
+    Attempt locate();
+    Attempt copy(OutputBlock& block);
+    bool writerGone() const;
+
     const char* m_base = nullptr;
-    uint32_t m_next = 0; ///< sequence of the block to read next
+    OutputGeometry m_geometry{}; ///< checked against the segment's size when attaching
+    uint32_t m_next = 0;         ///< sequence of the block to read next
+    uint32_t m_missed = 0;       ///< overwritten since the last block read
     int m_shmId = -1;
     int m_semId = -1;
 };

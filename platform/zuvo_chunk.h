@@ -40,7 +40,4 @@ public:
     /// Mode 0 for a header area, 1 for a picture-data area.
     explicit CZUVOStreamChunk(unsigned char mode);
     ~CZUVOStreamChunk() override;
-
-private:
-    unsigned char m_mode;
 };

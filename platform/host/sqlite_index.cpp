@@ -1,0 +1,290 @@
+// The index over SQLite. The file comes from a removable card, so it is opened as one that isn't trusted, and
+// every query is bounded in time and memory. Rows are copied and the statement is finished before a query
+// returns: between queries this side holds no lock. After a failed query the connection is closed; the next
+// one starts afresh.
+#include "platform/api_db.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <optional>
+#include <sqlite3.h>
+#include <string>
+#include <sys/stat.h>
+#include <utility>
+#include <vector>
+
+#include "platform/paths.h"
+#include "stream/records.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// A recorder's transaction is over sooner; a playback pass must not wait longer.
+constexpr int kBusyMs = 250;
+
+/// After this a query is given up, however the file is built.
+constexpr std::chrono::seconds kQueryTime{2};
+constexpr int kStepsBetweenLooks = 1000;
+
+/// More rows than this are a failed query. The daemon's texts ask for one row.
+constexpr size_t kMaxRows = 4096;
+
+constexpr char kStreamById[] = "SELECT * FROM STREAM WHERE streamID = ?";
+constexpr char kOldestStream[] = "SELECT * FROM STREAM WHERE recSize<>0 OR status=1 "
+                                 "ORDER BY startDate, startMSec, streamID LIMIT 1";
+
+struct CloseConnection {
+    void operator()(sqlite3* connection) const { sqlite3_close(connection); }
+};
+using Connection = std::unique_ptr<sqlite3, CloseConnection>;
+
+struct FinishStatement {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, FinishStatement>;
+
+/// A result in memory. Cells are what SQLite makes of them as integers; NULL is 0.
+struct Rows {
+    std::vector<std::string> columns;
+    std::vector<sqlite3_int64> cells; ///< row by row
+
+    size_t count() const { return columns.empty() ? 0 : cells.size() / columns.size(); }
+
+    /// Values wrap at 32 bits, as on the target.
+    uint32_t at(long row, long column) const {
+        if (row < 0 || column < 0) return 0;
+        if (static_cast<size_t>(row) >= count() || static_cast<size_t>(column) >= columns.size()) return 0;
+        return static_cast<uint32_t>(
+            cells[static_cast<size_t>(row) * columns.size() + static_cast<size_t>(column)]);
+    }
+
+    uint32_t named(long row, const char* name) const {
+        for (size_t i = 0; i < columns.size(); ++i) {
+            if (sqlite3_stricmp(columns[i].c_str(), name) == 0) return at(row, static_cast<long>(i));
+        }
+        return 0;
+    }
+    uint16_t named16(long row, const char* name) const { return static_cast<uint16_t>(named(row, name)); }
+};
+
+DB_STREAM streamOf(const Rows& rows, long row) {
+    DB_STREAM stream{};
+    stream.streamID = rows.named(row, "streamID");
+    stream.inTrg = rows.named16(row, "inTrg");
+    stream.frameSet = rows.named16(row, "frameSet");
+    stream.bitrateSet = rows.named(row, "bitrateSet");
+    stream.recSize = rows.named(row, "recSize");
+    stream.chunkID = rows.named(row, "chunkID");
+    stream.chunkOffset = rows.named(row, "chunkOffset");
+    stream.chunkSize = rows.named(row, "chunkSize");
+    stream.status = rows.named(row, "status");
+    stream.startDate = rows.named(row, "startDate");
+    stream.endDate = rows.named(row, "endDate");
+    stream.startMSec = rows.named16(row, "startMSec");
+    stream.endMSec = rows.named16(row, "endMSec");
+    stream.backOffset = rows.named(row, "backOffset");
+    return stream;
+}
+
+DB_EVENT eventOf(const Rows& rows, long row) {
+    DB_EVENT event{};
+    event.eventID = rows.named(row, "eventID");
+    event.startDate = rows.named(row, "startDate");
+    event.startMSec = rows.named16(row, "startMSec");
+    event.endDate = rows.named(row, "endDate");
+    event.endMSec = rows.named16(row, "endMSec");
+    event.extTrg = rows.named(row, "extTrg");
+    return event;
+}
+
+/// Nothing but reading: no transaction that stays open, no other file, no pragma.
+int allowReading(void*, int action, const char*, const char*, const char*, const char*) {
+    switch (action) {
+    case SQLITE_SELECT:
+    case SQLITE_READ:
+    case SQLITE_FUNCTION:
+    case SQLITE_RECURSIVE:
+        return SQLITE_OK;
+    default:
+        return SQLITE_DENY;
+    }
+}
+
+/// What the daemon's texts need with room to spare; a file's schema meets the same limits.
+void setLimits(sqlite3* connection) {
+    static constexpr std::pair<int, int> kLimits[] = {
+        {SQLITE_LIMIT_LENGTH, 1'000'000},   {SQLITE_LIMIT_SQL_LENGTH, 100'000},
+        {SQLITE_LIMIT_COLUMN, 100},         {SQLITE_LIMIT_EXPR_DEPTH, 32},
+        {SQLITE_LIMIT_COMPOUND_SELECT, 3},  {SQLITE_LIMIT_VDBE_OP, 25'000},
+        {SQLITE_LIMIT_FUNCTION_ARG, 8},     {SQLITE_LIMIT_ATTACHED, 0},
+        {SQLITE_LIMIT_VARIABLE_NUMBER, 10}, {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 50},
+        {SQLITE_LIMIT_TRIGGER_DEPTH, 10},
+    };
+    for (const auto& [limit, value] : kLimits) sqlite3_limit(connection, limit, value);
+}
+
+/// The settings for a file that isn't trusted, before anything of it is read.
+bool secure(sqlite3* connection) {
+    static constexpr std::pair<int, int> kSettings[] = {
+        {SQLITE_DBCONFIG_DEFENSIVE, 1},
+        {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
+        {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},
+        {SQLITE_DBCONFIG_ENABLE_VIEW, 0},
+        {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
+    };
+    for (const auto& [setting, value] : kSettings) {
+        if (sqlite3_db_config(connection, setting, value, nullptr) != SQLITE_OK) return false;
+    }
+    // A table of the index is a table: no code runs behind it.
+    if (sqlite3_drop_modules(connection, nullptr) != SQLITE_OK) return false;
+    setLimits(connection);
+    // Without a mapping a file that shrinks is a read error and no signal.
+    if (sqlite3_exec(connection, "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; PRAGMA query_only=ON",
+                     nullptr, nullptr, nullptr) != SQLITE_OK) {
+        return false;
+    }
+    sqlite3_set_authorizer(connection, allowReading, nullptr);
+    sqlite3_busy_timeout(connection, kBusyMs);
+    return true;
+}
+
+Connection openIndex(const char* path) {
+    sqlite3* raw = nullptr;
+    const int result = sqlite3_open_v2(path, &raw, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
+    Connection connection(raw); // there is one to close even after a failure
+    if (result != SQLITE_OK || !secure(raw)) return nullptr;
+    return connection;
+}
+
+/// One statement, with nothing but blanks and comments behind it.
+Statement prepare(sqlite3* connection, const char* sql) {
+    sqlite3_stmt* raw = nullptr;
+    const char* rest = nullptr;
+    if (sqlite3_prepare_v2(connection, sql, -1, &raw, &rest) != SQLITE_OK) return nullptr;
+    Statement statement(raw);
+    while (statement && *rest != '\0') {
+        if (sqlite3_prepare_v2(connection, rest, -1, &raw, &rest) != SQLITE_OK) return nullptr;
+        if (Statement(raw)) return nullptr;
+    }
+    return statement;
+}
+
+std::optional<Rows> allRows(sqlite3_stmt* statement) {
+    Rows rows;
+    const int columns = sqlite3_column_count(statement);
+    for (int i = 0; i < columns; ++i) {
+        const char* name = sqlite3_column_name(statement, i);
+        if (name == nullptr) return std::nullopt; // out of memory
+        rows.columns.emplace_back(name);
+    }
+    int step;
+    while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
+        if (rows.count() >= kMaxRows) return std::nullopt;
+        for (int i = 0; i < columns; ++i) rows.cells.push_back(sqlite3_column_int64(statement, i));
+    }
+    if (step != SQLITE_DONE) return std::nullopt;
+    return rows;
+}
+
+} // namespace
+
+struct CApiDb::Index {
+    Connection connection;
+    dev_t device = 0; ///< of the file the connection reads
+    ino_t inode = 0;
+    Clock::time_point queryEnd; ///< while a query runs
+    Rows rows;                  ///< of the last setSql
+
+    /// Every row of the text, whose parameter (if it has one) is `parameter`. Nothing on failure.
+    std::optional<Rows> query(const char* sql, uint32_t parameter = 0) {
+        if (sql == nullptr) return std::nullopt;
+        try {
+            std::optional<Rows> result = run(sql, parameter);
+            if (!result) connection.reset();
+            return result;
+        } catch (const std::bad_alloc&) {
+            connection.reset();
+            return std::nullopt;
+        }
+    }
+
+private:
+    std::optional<Rows> run(const char* sql, uint32_t parameter) {
+        if (!connect()) return std::nullopt;
+        queryEnd = Clock::now() + kQueryTime;
+        const Statement statement = prepare(connection.get(), sql);
+        if (!statement) return std::nullopt;
+        if (sqlite3_bind_parameter_count(statement.get()) > 0 &&
+            sqlite3_bind_int64(statement.get(), 1, parameter) != SQLITE_OK) {
+            return std::nullopt;
+        }
+        return allRows(statement.get());
+    }
+
+    /// Makes the connection read the file that stands at the path now.
+    bool connect() {
+        struct stat file {};
+        // Anything but a file is refused before SQLite opens it: a pipe would hold it for ever.
+        if (stat(paths().index, &file) != 0 || !S_ISREG(file.st_mode)) {
+            connection.reset();
+            return false;
+        }
+        if (connection && file.st_dev == device && file.st_ino == inode) return true;
+        connection = openIndex(paths().index);
+        if (!connection) return false;
+        // Noted from before the opening: a file put in place meanwhile is noticed at the next query.
+        device = file.st_dev;
+        inode = file.st_ino;
+        sqlite3_progress_handler(
+            connection.get(), kStepsBetweenLooks,
+            [](void* self) { return Clock::now() >= static_cast<Index*>(self)->queryEnd ? 1 : 0; }, this);
+        return true;
+    }
+};
+
+// Without memory for its state the object exists all the same, and each query fails.
+CApiDb::CApiDb() : m_index(new (std::nothrow) Index) {}
+
+CApiDb::~CApiDb() = default;
+
+int CApiDb::setSql(const char* sql) {
+    if (!m_index) return -1;
+    std::optional<Rows> rows = m_index->query(sql);
+    m_index->rows = rows ? std::move(*rows) : Rows{};
+    return rows ? 0 : -1;
+}
+
+int CApiDb::getNTuple() {
+    return m_index ? static_cast<int>(m_index->rows.count()) : 0;
+}
+
+unsigned long CApiDb::getValue(long row, long column) {
+    return m_index ? m_index->rows.at(row, column) : 0;
+}
+
+void CApiDb::getStreamValue(long row, DB_STREAM* stream) {
+    if (m_index && stream != nullptr) *stream = streamOf(m_index->rows, row);
+}
+
+void CApiDb::getEventValue(long row, DB_EVENT* event) {
+    if (m_index && event != nullptr) *event = eventOf(m_index->rows, row);
+}
+
+int CApiDb::selectStream(unsigned long streamId, DB_STREAM* stream) {
+    if (!m_index || stream == nullptr) return 0;
+    const std::optional<Rows> rows = m_index->query(kStreamById, static_cast<uint32_t>(streamId));
+    if (!rows || rows->count() == 0) return 0;
+    *stream = streamOf(*rows, 0);
+    return 1;
+}
+
+int CApiDb::selectStreamOldestTime(DB_STREAM* stream) {
+    if (!m_index || stream == nullptr) return 0;
+    const std::optional<Rows> rows = m_index->query(kOldestStream);
+    if (!rows || rows->count() == 0) return 0;
+    *stream = streamOf(*rows, 0);
+    return 1;
+}
