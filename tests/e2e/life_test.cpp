@@ -1,0 +1,166 @@
+// The daemon's life as init and its neighbours see it, and clients that do not behave.
+#include <csignal>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include "tests/e2e/session.h"
+#include "tests/support/card.h"
+
+namespace test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point begin) {
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+bool leftNothing(const World& world) {
+    return !fileExists(world.root() + "/tmp/tavirn") && !fileExists(world.root() + "/var/run/tavirn.pid") &&
+           shmget(world.statusKey(), 0, 0) < 0 && semget(world.statusKey(), 0, 0) < 0 &&
+           shmget(world.outputKey(), 0, 0) < 0 && semget(world.outputKey(), 0, 0) < 0;
+}
+
+TEST(Life, StopsWithinSecondsIdleAndPlayingAndLeavesNothing) {
+    for (const bool playing : {false, true}) {
+        for (const int signal : {SIGTERM, SIGINT, SIGQUIT}) {
+            World world;
+            Card(world).stream(1).from("12:00:00").pictures(3000).closed();
+            DaemonProcess daemon(world.root());
+            ASSERT_TRUE(daemon.serving());
+            struct stat socket {};
+            ASSERT_EQ(stat(paths().controlSocket, &socket), 0);
+            EXPECT_EQ(socket.st_mode & 0777, 0660u);
+            Viewer viewer;
+            if (playing) {
+                ASSERT_EQ(viewer.open(), OpenAnswer::opened);
+                viewer.registerSession();
+                viewer.play();
+                EXPECT_EQ(viewer.status(), "play");
+            }
+            const auto begin = Clock::now();
+            EXPECT_EQ(daemon.stop(signal), 0);
+            EXPECT_LT(secondsSince(begin), 5.0); // one second of rest, and a slow machine's leave
+            EXPECT_TRUE(leftNothing(world));
+        }
+    }
+}
+
+TEST(Life, SecondInstanceIsRefusedAndAKilledOnesLeftoversAreTakenOver) {
+    World world;
+    DaemonProcess first(world.root());
+    ASSERT_TRUE(first.serving());
+    {
+        DaemonProcess second(world.root());
+        // It ends at the pid file; the socket that answers is the first one's.
+        EXPECT_EQ(second.exitCode() == 5 || second.pid() == first.pid(), true);
+    }
+    EXPECT_EQ(first.stop(SIGKILL), 128 + SIGKILL);
+    EXPECT_TRUE(fileExists(world.root() + "/tmp/tavirn"));
+    DaemonProcess third(world.root());
+    ASSERT_TRUE(third.serving());
+    EXPECT_EQ(Viewer().status(), "error");
+    EXPECT_EQ(third.stop(SIGTERM), 0);
+    EXPECT_TRUE(leftNothing(world));
+}
+
+TEST(Life, FormatSignalEndsTheSessionAtTheNextRequestUnlessTakenBack) {
+    World world;
+    Card(world).stream(1).from("12:00:00").pictures(3000).closed();
+    DaemonProcess daemon(world.root());
+    ASSERT_TRUE(daemon.serving());
+    Viewer viewer;
+    ASSERT_EQ(viewer.open(), OpenAnswer::opened);
+    viewer.registerSession();
+    viewer.play();
+    kill(daemon.pid(), SIGUSR1);
+    kill(daemon.pid(), SIGUSR2);
+    kill(daemon.pid(), SIGHUP); // blocked: no effect
+    EXPECT_EQ(viewer.status(), "play");
+    kill(daemon.pid(), SIGUSR1);
+    EXPECT_EQ(viewer.open(), OpenAnswer::opened); // the session before it was ended first
+    EXPECT_EQ(daemon.stop(SIGTERM), 0);
+}
+
+/// A client that connects and does not behave.
+class RawClient {
+public:
+    RawClient() : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string(paths().controlSocket).copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    ~RawClient() { close(m_fd); }
+    bool send(const void* bytes, size_t length) const {
+        return ::send(m_fd, bytes, length, MSG_NOSIGNAL) == static_cast<ssize_t>(length);
+    }
+
+private:
+    int m_fd;
+};
+
+TEST(WrongInput, LeavesTheDaemonServing) {
+    World world;
+    Card(world).stream(1).from("12:00:00").pictures(300).closed();
+    DaemonProcess daemon(world.root());
+    ASSERT_TRUE(daemon.serving());
+    Viewer viewer;
+    ASSERT_EQ(viewer.open(), OpenAnswer::opened);
+    viewer.registerSession();
+
+    { RawClient silentlyClosing; }
+    RawClient().send("short", 5);
+    for (const int32_t type : {INT32_MIN, -1, 0, 2, 9, INT32_MAX}) {
+        EXPECT_EQ(viewer.ask(ControlRequest(type)), "");
+    }
+    for (const int32_t count : {-1, 65, INT32_MAX}) {
+        ControlRequest request(RTSP_REQ_PLAY);
+        std::memset(request.record.header, '7', sizeof request.record.header); // no NUL anywhere
+        request.record.headerNum = count;
+        EXPECT_EQ(viewer.ask(request), "");
+        request.record.type = RTSP_REQ_FFTIME;
+        EXPECT_EQ(viewer.ask(request), "");
+    }
+    { // asks for the status and never reads it
+        RawClient unread;
+        const ControlRequest status(RTSP_REQ_STATUS);
+        EXPECT_TRUE(unread.send(&status.record, sizeof status.record));
+    }
+    Viewer foreign("2");
+    foreign.play();
+    foreign.pause();
+    foreign.teardown();
+    EXPECT_EQ(foreign.status(), "error");
+    EXPECT_EQ(viewer.status(), "pause");
+    EXPECT_EQ(daemon.stop(SIGTERM), 0);
+}
+
+// The longest that one client can hold the daemon: twenty seconds for its record, however it trickles, and
+// the second of rest behind it.
+TEST(WrongInput, NoClientHoldsTheDaemonLongerThanTwentySeconds) {
+    World world;
+    DaemonProcess daemon(world.root());
+    ASSERT_TRUE(daemon.serving());
+    const auto begin = Clock::now();
+    RawClient trickling;
+    Process asking({TAVIRN_CTL, "--root", world.root(), "status"}, world.root());
+    int code = -1;
+    EXPECT_TRUE(eventually(
+        [&] {
+            trickling.send("x", 1);
+            code = asking.wait(1);
+            return code >= 0;
+        },
+        30000));
+    EXPECT_EQ(code, 0) << asking.errors();
+    EXPECT_GT(secondsSince(begin), 19.0);
+    EXPECT_LT(secondsSince(begin), 24.0);
+}
+
+} // namespace
+} // namespace test

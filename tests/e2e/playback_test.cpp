@@ -1,0 +1,75 @@
+// The main road: a recording made by the recorder's stand-in is played through the daemon's own socket, and
+// what the viewer writes is what was recorded.
+#include <sys/shm.h>
+
+#include "tests/e2e/session.h"
+#include "tests/support/recorded.h"
+
+namespace test {
+namespace {
+
+/// Pictures that a real decoder makes of the elementary stream; it must have nothing to complain about.
+int decodedPictures(const std::string& file, const World& world) {
+    Process decoder({GST_LAUNCH, "-v", "filesrc", "location=" + file, "!", "h264parse", "!", "avdec_h264",
+                     "max-threads=1", "!", "fakesink", "silent=false"},
+                    world.root());
+    EXPECT_EQ(decoder.wait(), 0);
+    EXPECT_EQ(decoder.errors(), "");
+    const std::string output = decoder.output();
+    EXPECT_EQ(output.find("WARNING"), std::string::npos) << output;
+    int pictures = 0;
+    for (size_t at = 0; (at = output.find("last-message = chain", at)) != std::string::npos; ++at) ++pictures;
+    return pictures;
+}
+
+int attachedToOutput(const World& world) {
+    shmid_ds info{};
+    const int id = shmget(world.outputKey(), 0, 0);
+    return id >= 0 && shmctl(id, IPC_STAT, &info) == 0 ? static_cast<int>(info.shm_nattch) : 0;
+}
+
+class PlaybackAt : public testing::TestWithParam<int> {};
+
+// The ring of each chunk is so small that the streams wrap round its end.
+TEST_P(PlaybackAt, WritesExactlyWhatWasRecordedAcrossStreamBorders) {
+    World world;
+    const std::string fps = std::to_string(GetParam());
+    const auto record = [&](const std::string& start, const std::string& seconds) {
+        runTool({TAVIRN_RECORD, "--root",  world.root(),   "--test-pattern",
+                 "--size",      "320x240", "--fps",        fps,
+                 "--gop",       "10",      "--chunk-size", "1M",
+                 "--start",     start,     "--duration",   seconds,
+                 "--split",     "2",       "--gap",        "3"},
+                world.root());
+    };
+    record("2024-01-02 03:04:05.250", "2");
+    DaemonProcess daemon(world.root());
+    ASSERT_TRUE(daemon.serving());
+    Viewer viewer;
+    ASSERT_EQ(viewer.open(), OpenAnswer::opened);
+    viewer.registerSession();
+    record("2024-01-02 03:04:10.000", "4"); // two streams more, behind the one the session stands on
+    waitUntilPaused(world);
+
+    const std::string file = world.root() + "/played.h264";
+    Process view({TAVIRN_VIEW, "--root", world.root(), "-o", file, "--stats", "--json", "--until-pause"},
+                 world.root());
+    ASSERT_TRUE(eventually([&] { return attachedToOutput(world) == 2; })) << view.errors();
+    viewer.play();
+    ASSERT_EQ(view.wait(), 0) << view.errors();
+
+    const std::string recorded = recordedBytes({1, 2, 3});
+    const std::string played = readFile(file);
+    EXPECT_EQ(played.size(), recorded.size());
+    EXPECT_TRUE(played == recorded) << view.errors();
+    EXPECT_EQ(decodedPictures(file, world), 6 * GetParam());
+    EXPECT_EQ(viewer.status(), "pause(eof)");
+    viewer.teardown();
+    EXPECT_EQ(viewer.status(), "error"); // no session 1 any more
+    EXPECT_EQ(attachedToOutput(world), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(FramesPerSecond, PlaybackAt, testing::Values(30, 10));
+
+} // namespace
+} // namespace test

@@ -1,0 +1,61 @@
+// A whole session against the rooted daemon, in a line each.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "platform/output_reader.h"
+#include "platform/paths.h"
+#include "stream/records.h"
+#include "tests/support/process.h"
+#include "tests/support/world.h"
+#include "tools/control_client.h"
+
+namespace test {
+
+/// What the viewer's side asks of the daemon in the world that paths() names.
+class Viewer {
+public:
+    explicit Viewer(const std::string& sessionNumber = "1") : m_number(sessionNumber) {}
+
+    OpenAnswer open() { return readOpenAnswer(ask(ControlRequest(RTSP_REQ_OPEN))); }
+    void registerSession() { ask(ours(RTSP_REQ_SESSION)); }
+    void play() { ask(ours(RTSP_REQ_PLAY)); }
+    void play(const std::string& header, const std::string& value) {
+        ask(ours(RTSP_REQ_PLAY).with(header, value));
+    }
+    void pause() { ask(ours(RTSP_REQ_PAUSE)); }
+    void teardown() { ask(ours(RTSP_REQ_TEARDOWN)); }
+    std::string status() { return readStatusAnswer(ask(ours(RTSP_REQ_STATUS))); }
+
+    std::string ask(const ControlRequest& request) {
+        const auto answer = exchange(paths().controlSocket, request.record);
+        EXPECT_TRUE(answer) << "the daemon does not answer";
+        return answer.value_or("");
+    }
+
+private:
+    ControlRequest ours(int32_t type) { return std::move(ControlRequest(type).with("Session", m_number)); }
+
+    std::string m_number;
+};
+
+inline bool isPauseBlock(const OutputBlock& block) {
+    return std::string_view(block.data.data(), block.data.size()) == "PAUSE";
+}
+
+/// Reads blocks until the session has come to rest: a PAUSE block behind at least one picture.
+inline void waitUntilPaused(const World& world) {
+    OutputReader reader;
+    ASSERT_TRUE(eventually([&] { return reader.attach((world.root() + "/tmp/shm9").c_str(), 'z'); }));
+    reader.rewind();
+    OutputBlock block;
+    do {
+        ASSERT_EQ(reader.next(block, std::chrono::seconds(10)), ReadResult::block);
+    } while (!isPauseBlock(block));
+}
+
+} // namespace test

@@ -1,0 +1,72 @@
+// Programs run by a test: started with a list of words, waited for, and never left behind.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace test {
+
+/// A child process with its standard output and error in files of the world's directory.
+class Process {
+public:
+    /// Starts `words` (the program's path first), TAVIRN_ROOT set to `root`.
+    Process(const std::vector<std::string>& words, const std::string& root);
+    ~Process(); ///< kills it when it still runs
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    pid_t pid() const { return m_pid; }
+    void signal(int number) const;
+    /// The exit code; 128 + the signal's number for a killed one; -1 when it does not end in time.
+    int wait(int timeoutMs = 60000);
+    std::string output() const;
+    std::string errors() const;
+
+private:
+    pid_t m_pid = -1;
+    std::string m_files; ///< path that ".out" and ".err" are appended to
+};
+
+/// Runs to the end; fails the test with the program's errors unless it exits with `expected`. Its output.
+std::string runTool(const std::vector<std::string>& words, const std::string& root, int expected = 0);
+
+/// Waits for a child (or an adopted descendant) to end, as Process::wait does.
+int waitForEnd(pid_t pid, int timeoutMs);
+
+/// Two milliseconds, for polling.
+void shortPause();
+
+/// Polls until `condition` holds; false when it does not within the time.
+template <class Condition> bool eventually(Condition condition, int timeoutMs = 20000) {
+    for (int waited = 0; waited < timeoutMs; waited += 2) {
+        if (condition()) return true;
+        shortPause();
+    }
+    return condition();
+}
+/// The rooted daemon, started as init would start it. The test adopts the detached process, so that it sees
+/// its exit code; should the test itself be killed, a keeper kills the daemon.
+class DaemonProcess {
+public:
+    /// Starts the daemon and waits until it serves its socket, or has ended (then `exitCode` says how).
+    explicit DaemonProcess(const std::string& root);
+    ~DaemonProcess();
+    DaemonProcess(const DaemonProcess&) = delete;
+    DaemonProcess& operator=(const DaemonProcess&) = delete;
+
+    bool serving() const { return m_pid > 0; }
+    pid_t pid() const { return m_pid; }
+    /// The exit code of a daemon that has ended; -1 while it runs.
+    int exitCode() const { return m_exitCode; }
+    /// Sends the signal and waits for the end; the exit code.
+    int stop(int signal, int timeoutMs = 20000);
+
+private:
+    pid_t m_pid = -1;
+    pid_t m_keeper = -1;
+    int m_keeperPipe = -1;
+    int m_exitCode = -1;
+};
+
+} // namespace test

@@ -1,0 +1,33 @@
+#include "tests/support/recorded.h"
+
+#include <cstdio>
+
+#include "platform/api_db.h"
+#include "platform/paths.h"
+#include "stream/records.h"
+#include "tests/support/world.h"
+
+namespace test {
+
+std::string recordedBytes(const std::vector<uint32_t>& streamIds) {
+    std::string bytes;
+    CApiDb index;
+    for (const uint32_t id : streamIds) {
+        DB_STREAM row{};
+        if (index.selectStream(id, &row) == 0) continue;
+        char name[16];
+        std::snprintf(name, sizeof name, "/chunk%05u", row.chunkID);
+        const std::string chunk = readFile(paths().card + std::string(name));
+        const std::string ring = chunk + chunk; // an area that reaches the end goes on at the start
+        STREAM_HEADER stream{};
+        std::memcpy(&stream, &ring[row.chunkOffset], sizeof stream);
+        for (uint32_t n = 0; n < stream.pictures; ++n) {
+            PICTURE_HEADER picture{};
+            std::memcpy(&picture, &ring[row.chunkOffset + (n + 1) * kHeaderBytes], sizeof picture);
+            bytes.append(ring, picture.offset, picture.size);
+        }
+    }
+    return bytes;
+}
+
+} // namespace test
