@@ -1,0 +1,111 @@
+#include "tools/view_stats.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "tools/formatted.h"
+
+namespace {
+
+constexpr uint32_t kLongestIncrement = 1000 * kStampsPerMs; // a longer jump begins a run
+constexpr size_t kLeftOut = 2;                              // pictures at the start of each run
+
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+/// The smallest value that `percent` of them do not exceed; `sorted` is not empty.
+double percentile(const std::vector<double>& sorted, size_t percent) {
+    return sorted[(sorted.size() * percent + 99) / 100 - 1];
+}
+
+ViewReport::Increments incrementsOf(const std::map<uint32_t, uint64_t>& counts) {
+    uint64_t total = 0;
+    for (const auto& [increment, count] : counts) total += count;
+    uint64_t below = 0;
+    auto middle = counts.begin();
+    while ((below += middle->second) * 2 < total) ++middle;
+    return {counts.begin()->first, middle->first, counts.rbegin()->first};
+}
+
+} // namespace
+
+bool isPauseBlock(const OutputBlock& block) {
+    return std::string_view(block.data.data(), block.data.size()) == "PAUSE";
+}
+
+void ViewStats::add(const OutputBlock& block, Clock::time_point arrival) {
+    m_report.missedBlocks += block.missed;
+    if (isPauseBlock(block)) {
+        ++m_report.pauseBlocks;
+        m_inRun = false;
+        return;
+    }
+
+    const uint32_t increment = block.timestamp - m_report.lastStamp; // wraps as the stamps do
+    if (m_inRun && increment <= kLongestIncrement) {
+        ++m_increments[increment];
+        m_runStampMs += static_cast<double>(increment) / kStampsPerMs;
+    } else {
+        appendLateness(m_run, m_lateness);
+        m_run.clear();
+        m_runStampMs = 0;
+        m_runArrival = arrival;
+        m_inRun = true;
+        ++m_report.runs;
+    }
+    m_run.push_back(Milliseconds(arrival - m_runArrival).count() - m_runStampMs);
+
+    if (m_report.pictures++ == 0) m_report.firstStamp = block.timestamp;
+    m_report.lastStamp = block.timestamp;
+    m_report.bytes += block.data.size();
+}
+
+void ViewStats::appendLateness(const std::vector<double>& run, std::vector<double>& all) {
+    if (run.size() <= kLeftOut) return;
+    const auto steady = run.begin() + kLeftOut;
+    const double earliest = *std::min_element(steady, run.end());
+    std::transform(steady, run.end(), std::back_inserter(all), [=](double ms) { return ms - earliest; });
+}
+
+ViewReport ViewStats::report() const {
+    ViewReport report = m_report;
+    if (!m_increments.empty()) report.increments = incrementsOf(m_increments);
+    std::vector<double> lateness = m_lateness;
+    appendLateness(m_run, lateness);
+    std::sort(lateness.begin(), lateness.end());
+    if (!lateness.empty())
+        report.lateness = {percentile(lateness, 50), percentile(lateness, 99), lateness.back()};
+    return report;
+}
+
+std::string asText(const ViewReport& r) {
+    const auto count = [](const char* name, uint64_t value) {
+        return formatted("%-16s %llu\n", name, static_cast<unsigned long long>(value));
+    };
+    std::string text = count("pictures", r.pictures) + count("bytes", r.bytes) +
+                       count("PAUSE blocks", r.pauseBlocks) + count("missed blocks", r.missedBlocks) +
+                       count("runs", r.runs);
+    if (r.pictures != 0) text += formatted("%-16s %u to %u\n", "stamps", r.firstStamp, r.lastStamp);
+    if (r.increments)
+        text += formatted("%-16s min %u, median %u, max %u\n", "stamp increments", r.increments->min,
+                          r.increments->median, r.increments->max);
+    if (r.lateness)
+        text += formatted("%-16s p50 %.2f ms, p99 %.2f ms, max %.2f ms\n", "lateness", r.lateness->p50,
+                          r.lateness->p99, r.lateness->max);
+    return text;
+}
+
+std::string asJson(const ViewReport& r) {
+    std::string text = formatted(
+        "{\"pictures\":%llu,\"bytes\":%llu,\"pauseBlocks\":%llu,\"missedBlocks\":%llu,\"runs\":%llu",
+        static_cast<unsigned long long>(r.pictures), static_cast<unsigned long long>(r.bytes),
+        static_cast<unsigned long long>(r.pauseBlocks), static_cast<unsigned long long>(r.missedBlocks),
+        static_cast<unsigned long long>(r.runs));
+    if (r.pictures != 0) text += formatted(",\"firstStamp\":%u,\"lastStamp\":%u", r.firstStamp, r.lastStamp);
+    if (r.increments)
+        text += formatted(",\"stampIncrement\":{\"min\":%u,\"median\":%u,\"max\":%u}", r.increments->min,
+                          r.increments->median, r.increments->max);
+    if (r.lateness)
+        text += formatted(",\"latenessMs\":{\"p50\":%.3f,\"p99\":%.3f,\"max\":%.3f}", r.lateness->p50,
+                          r.lateness->p99, r.lateness->max);
+    return text + "}\n";
+}

@@ -1,0 +1,67 @@
+// What a stream of output blocks says about playback: how much came, whether anything was missed, how even
+// the time stamps are and how late the pictures come against them.
+//
+// Pictures belong to one run as long as no PAUSE block comes between them and their stamps rise by at most a
+// second: the daemon takes a new base for its pacing where a run ends. A picture's lateness is its arrival
+// less its stamp, relative to the earliest such difference of its run. The first two pictures of a run are
+// left out: the first one goes out an interval early by design, and the second follows at once.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/output_reader.h"
+
+inline constexpr uint32_t kStampsPerMs = 90;
+
+/// The five bytes "PAUSE" stand for no picture.
+bool isPauseBlock(const OutputBlock& block);
+
+struct ViewReport {
+    struct Increments { ///< of the stamp from picture to picture within a run, 90 units per millisecond
+        uint32_t min, median, max;
+    };
+    struct Lateness { ///< milliseconds
+        double p50, p99, max;
+    };
+
+    uint64_t pictures = 0;
+    uint64_t bytes = 0; ///< of pictures
+    uint64_t pauseBlocks = 0;
+    uint64_t missedBlocks = 0;
+    uint64_t runs = 0;
+    uint32_t firstStamp = 0; ///< of the first and last picture
+    uint32_t lastStamp = 0;
+    std::optional<Increments> increments;
+    std::optional<Lateness> lateness;
+};
+
+class ViewStats {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    void add(const OutputBlock& block, Clock::time_point arrival);
+    uint64_t pictures() const { return m_report.pictures; }
+    /// Everything so far; may be taken at any time.
+    ViewReport report() const;
+
+private:
+    /// Milliseconds that pictures of one run are late against the earliest of them.
+    static void appendLateness(const std::vector<double>& run, std::vector<double>& all);
+
+    ViewReport m_report; ///< the counts
+    std::map<uint32_t, uint64_t> m_increments;
+    std::vector<double> m_lateness; ///< of the runs that have ended
+
+    bool m_inRun = false;
+    double m_runStampMs = 0;   ///< stamp since the run's first picture
+    std::vector<double> m_run; ///< arrival less stamp of the run's pictures, in ms
+    Clock::time_point m_runArrival;
+};
+
+std::string asText(const ViewReport& report);
+std::string asJson(const ViewReport& report);
