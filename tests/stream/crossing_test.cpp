@@ -104,22 +104,36 @@ TEST_F(Crossing, WithoutNeighbourTheEdgeOfTheRecordingIsTaken) {
     EXPECT_EQ(over(1), -3);
     expectAt(1, 0, "oldest");
 
-    open(4);
-    move(PBST_FORWARD, 200);
-    video.setplaylastframemode(1);
-    EXPECT_EQ(over(0), -2);
-    expectAt(4, 100, "the last frame plays on");
-    EXPECT_TRUE(log.has(LOG_ERR,
-                        "CPbStreamVideo::over() not found stream. timeStr=" +
-                            std::to_string(at("12:00:45").seconds()),
-                        "over"));
+    card.sql("UPDATE STREAM SET endDate = endDate - 3 WHERE streamID = 4");
+    const std::string message = "CPbStreamVideo::over() not found stream. timeStr=";
+    for (const uint32_t lastFrame : {0u, 1u}) {
+        open(4);
+        move(PBST_FORWARD, 200);
+        video.setplaylastframemode(lastFrame);
+        EXPECT_EQ(over(0), -2);
+        expectAt(4, lastFrame == 1 ? 100 : 70, "newest");
+        EXPECT_TRUE(log.has(LOG_ERR, message + std::to_string(at("12:00:45").seconds()), "over"));
+    }
+}
 
-    std::filesystem::remove(card.chunkPath(2));
+TEST_F(Crossing, UnreadableIndexOrChunkEmptiesTheObject) {
+    card.setStreamHeader(2, {});
     open(1);
     EXPECT_EQ(over(0, at("12:00:10")), -1);
     EXPECT_TRUE(isEmpty());
+
+    open(1);
+    DB_EVENT event{};
+    EXPECT_EQ(video.m_setSqlEvent("SELECT nonsense", &event), 1);
+    EXPECT_EQ(video.getErrorflag(), kIndexErrorBit);
+    EXPECT_EQ(video.m_setSqlEvent("SELECT * FROM EVENT", &event), 2);
+    EXPECT_EQ(video.getErrorflag(), 0u) << "an empty result is no error";
+    EXPECT_FALSE(isEmpty()) << "looking for an event leaves the stream alone";
     std::filesystem::remove(paths().index);
-    EXPECT_EQ(over(0, at("12:00:10")), -1);
+    EXPECT_EQ(video.m_setSqlEvent("SELECT * FROM EVENT", &event), 1);
+    EXPECT_TRUE(isEmpty()) << "but not without an index";
+    video.setErrorflag(3, 1);
+    video.setErrorflag(kErrorKindChunk, 1);
     EXPECT_EQ(video.getErrorflag(), kIndexErrorBit | kChunkErrorBit);
 }
 

@@ -98,7 +98,10 @@ protected:
 };
 
 TEST_F(UnderRecording, GrowsInPlace) {
-    EXPECT_EQ(open(1), at("12:00:00.900"));
+    STREAM_HEADER unsealed = card.streamHeader(1);
+    unsealed.cs ^= 1; // as it stands while the recorder is at it
+    card.setStreamHeader(1, unsealed, false);
+    ASSERT_EQ(open(1), at("12:00:00.900"));
     EXPECT_EQ(video.getOffset(), 3u)
         << "the first refresh begins at picture 0, from where the I-picture is searched";
     move(PBST_FORWARD, 40);
@@ -116,7 +119,7 @@ TEST_F(UnderRecording, GrowsInPlace) {
     video.getDb(&db);
     EXPECT_EQ(headers.reads, 0) << "nothing new, nothing read";
 
-    card.finish();
+    card.finish(); // seals it
     recorderSays(2, 0);
     EXPECT_EQ(move(PBST_FORWARD, 86), 129);
     EXPECT_EQ(video.m_video.db.status, 0u);
