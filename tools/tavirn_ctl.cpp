@@ -151,7 +151,8 @@ void addPlay(CLI::App& app, Options& options) {
                     "Play from a time: clock=20240102T030405Z, which the daemon reads as local time without "
                     "daylight saving, or \"2024-01-02 03:04:05\" by the local clock");
     how->add_option("--jump", options.jump,
-                    "Go to oldest, latest, next-alarm, prev-alarm or a time written as for --range");
+                    "Go to oldest, latest, next-alarm, prev-alarm or a time written as for --range, and "
+                    "pause there");
     command->callback([&options] { play(options); });
 }
 
@@ -190,7 +191,7 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app("Sends the playback daemon one request, as the RTSP server would.");
     app.footer(kExitCodes);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     app.fallthrough(); // --root may stand behind the command
     app.add_option("--root", options.root, "Directory that stands for / (TAVIRN_ROOT when not given)")
         ->each([](const std::string& root) { setPathsRoot(root.c_str()); })
@@ -203,6 +204,10 @@ int main(int argc, char** argv) {
     } catch (const Failure& failure) {
         std::fprintf(stderr, "tavirn-ctl: %s\n", failure.what());
         return failure.code;
+    }
+    if (app.get_subcommands().empty()) {
+        std::fputs("tavirn-ctl: name a command; see --help\n", stderr);
+        return kUsage;
     }
     return kDone;
 }

@@ -26,7 +26,7 @@ constexpr char kNotes[] =
     "ends "
     "at a PAUSE block and where stamps jump by more than a second, since the daemon paces anew from there; "
     "the "
-    "first two pictures of a run are not counted.\n"
+    "first two pictures of a run are not counted, nor what --from-oldest found there.\n"
     "Exit codes: 0 done, 1 the file cannot be written, 2 wrong usage, 3 no output memory, 4 the memory's "
     "content is damaged.";
 
@@ -102,22 +102,24 @@ int attach(OutputReader& reader, const Options& options) {
 class View {
 public:
     View(const Options& options, OutputReader& reader, ViewOutput& output)
-        : m_options(options), m_reader(reader), m_output(output) {}
+        : m_options(options), m_reader(reader), m_output(output), m_catchingUp(options.fromOldest) {}
 
     /// Reads until something ends it; the exit code.
     int run() {
         const Clock::time_point deadline = after(m_options.durationSeconds);
         while (!g_stop && !m_done) {
-            milliseconds patience = kPatience;
+            milliseconds patience = m_catchingUp ? milliseconds(0) : kPatience;
             if (m_options.durationSeconds > 0) {
-                patience = std::min(patience, std::chrono::ceil<milliseconds>(deadline - Clock::now()));
-                if (patience.count() <= 0) break;
+                const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+                if (left.count() <= 0) break;
+                patience = std::min(patience, left);
             }
             switch (m_reader.next(m_block, patience)) {
             case ReadResult::block:
                 if (const int code = take(); code != kDone) return code;
                 break;
             case ReadResult::timeout:
+                m_catchingUp = false;
                 break;
             case ReadResult::ended:
                 return kDone;
@@ -132,7 +134,7 @@ public:
 
 private:
     int take() {
-        m_stats.add(m_block, Clock::now());
+        m_stats.add(m_block, m_catchingUp ? std::nullopt : std::optional(Clock::now()));
         if (isPauseBlock(m_block)) {
             m_done = m_options.untilPause && m_played;
             return kDone;
@@ -159,6 +161,7 @@ private:
     ViewOutput& m_output;
     OutputBlock m_block;
     ViewStats m_stats;
+    bool m_catchingUp; ///< reading what was there before
     bool m_played = false;
     bool m_done = false;
 };

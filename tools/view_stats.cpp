@@ -8,7 +8,7 @@
 namespace {
 
 constexpr uint32_t kLongestIncrement = 1000 * kStampsPerMs; // a longer jump begins a run
-constexpr size_t kLeftOut = 2;                              // pictures at the start of each run
+constexpr uint64_t kLeftOut = 2;                            // pictures at the start of each run
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
@@ -32,45 +32,46 @@ bool isPauseBlock(const OutputBlock& block) {
     return std::string_view(block.data.data(), block.data.size()) == "PAUSE";
 }
 
-void ViewStats::add(const OutputBlock& block, Clock::time_point arrival) {
+void ViewStats::add(const OutputBlock& block, std::optional<Clock::time_point> arrival) {
     m_report.missedBlocks += block.missed;
     if (isPauseBlock(block)) {
         ++m_report.pauseBlocks;
-        m_inRun = false;
+        m_runPictures = 0;
         return;
     }
 
     const uint32_t increment = block.timestamp - m_report.lastStamp; // wraps as the stamps do
-    if (m_inRun && increment <= kLongestIncrement) {
+    if (m_runPictures != 0 && increment <= kLongestIncrement) {
         ++m_increments[increment];
         m_runStampMs += static_cast<double>(increment) / kStampsPerMs;
     } else {
-        appendLateness(m_run, m_lateness);
-        m_run.clear();
+        appendLateness(m_lateness);
+        m_runDelays.clear();
         m_runStampMs = 0;
-        m_runArrival = arrival;
-        m_inRun = true;
+        m_runPictures = 0;
         ++m_report.runs;
     }
-    m_run.push_back(Milliseconds(arrival - m_runArrival).count() - m_runStampMs);
+    ++m_runPictures;
+    if (arrival && !m_measured) m_measured = arrival;
+    if (arrival && m_runPictures > kLeftOut)
+        m_runDelays.push_back(Milliseconds(*arrival - *m_measured).count() - m_runStampMs);
 
     if (m_report.pictures++ == 0) m_report.firstStamp = block.timestamp;
     m_report.lastStamp = block.timestamp;
     m_report.bytes += block.data.size();
 }
 
-void ViewStats::appendLateness(const std::vector<double>& run, std::vector<double>& all) {
-    if (run.size() <= kLeftOut) return;
-    const auto steady = run.begin() + kLeftOut;
-    const double earliest = *std::min_element(steady, run.end());
-    std::transform(steady, run.end(), std::back_inserter(all), [=](double ms) { return ms - earliest; });
+void ViewStats::appendLateness(std::vector<double>& all) const {
+    if (m_runDelays.empty()) return;
+    const double earliest = *std::min_element(m_runDelays.begin(), m_runDelays.end());
+    for (const double delay : m_runDelays) all.push_back(delay - earliest);
 }
 
 ViewReport ViewStats::report() const {
     ViewReport report = m_report;
     if (!m_increments.empty()) report.increments = incrementsOf(m_increments);
     std::vector<double> lateness = m_lateness;
-    appendLateness(m_run, lateness);
+    appendLateness(lateness);
     std::sort(lateness.begin(), lateness.end());
     if (!lateness.empty())
         report.lateness = {percentile(lateness, 50), percentile(lateness, 99), lateness.back()};

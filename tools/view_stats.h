@@ -4,7 +4,8 @@
 // Pictures belong to one run as long as no PAUSE block comes between them and their stamps rise by at most a
 // second: the daemon takes a new base for its pacing where a run ends. A picture's lateness is its arrival
 // less its stamp, relative to the earliest such difference of its run. The first two pictures of a run are
-// left out: the first one goes out an interval early by design, and the second follows at once.
+// left out: the first one goes out an interval early by design, and the second follows at once. So are the
+// pictures that the memory already held when it was attached: they did not arrive, they were found.
 #pragma once
 
 #include <chrono>
@@ -44,23 +45,24 @@ class ViewStats {
 public:
     using Clock = std::chrono::steady_clock;
 
-    void add(const OutputBlock& block, Clock::time_point arrival);
+    /// `arrival` is nothing for a block that was already there.
+    void add(const OutputBlock& block, std::optional<Clock::time_point> arrival);
     uint64_t pictures() const { return m_report.pictures; }
     /// Everything so far; may be taken at any time.
     ViewReport report() const;
 
 private:
-    /// Milliseconds that pictures of one run are late against the earliest of them.
-    static void appendLateness(const std::vector<double>& run, std::vector<double>& all);
+    /// Appends the milliseconds that the run's pictures are late against the earliest of them.
+    void appendLateness(std::vector<double>& all) const;
 
     ViewReport m_report; ///< the counts
     std::map<uint32_t, uint64_t> m_increments;
-    std::vector<double> m_lateness; ///< of the runs that have ended
+    std::vector<double> m_lateness;              ///< of the runs that have ended
+    std::optional<Clock::time_point> m_measured; ///< the first arrival
 
-    bool m_inRun = false;
-    double m_runStampMs = 0;   ///< stamp since the run's first picture
-    std::vector<double> m_run; ///< arrival less stamp of the run's pictures, in ms
-    Clock::time_point m_runArrival;
+    uint64_t m_runPictures = 0;      ///< 0 = outside a run
+    double m_runStampMs = 0;         ///< from the run's first stamp to the last one
+    std::vector<double> m_runDelays; ///< arrival less stamp of the run's pictures that count, in ms
 };
 
 std::string asText(const ViewReport& report);
