@@ -40,7 +40,7 @@ TEST(Life, StopsWithinSecondsIdleAndPlayingAndLeavesNothing) {
                 ASSERT_EQ(viewer.open(), OpenAnswer::opened);
                 viewer.registerSession();
                 viewer.play();
-                EXPECT_EQ(viewer.status(), "play");
+                EXPECT_TRUE(eventually([&] { return viewer.status() == "play"; }));
             }
             const auto begin = Clock::now();
             EXPECT_EQ(daemon.stop(signal), 0);
@@ -56,8 +56,8 @@ TEST(Life, SecondInstanceIsRefusedAndAKilledOnesLeftoversAreTakenOver) {
     ASSERT_TRUE(first.serving());
     {
         DaemonProcess second(world.root());
-        // It ends at the pid file; the socket that answers is the first one's.
-        EXPECT_EQ(second.exitCode() == 5 || second.pid() == first.pid(), true);
+        EXPECT_FALSE(second.serving());
+        EXPECT_EQ(second.exitCode(), 5);
     }
     EXPECT_EQ(first.stop(SIGKILL), 128 + SIGKILL);
     EXPECT_TRUE(fileExists(world.root() + "/tmp/tavirn"));
@@ -66,6 +66,16 @@ TEST(Life, SecondInstanceIsRefusedAndAKilledOnesLeftoversAreTakenOver) {
     EXPECT_EQ(Viewer().status(), "error");
     EXPECT_EQ(third.stop(SIGTERM), 0);
     EXPECT_TRUE(leftNothing(world));
+}
+
+/// Sends the signal and waits until it is no longer pending: two that are pending together are handled in
+/// no order to rely on.
+void deliver(pid_t pid, int signal) {
+    kill(pid, signal);
+    EXPECT_TRUE(eventually([&] {
+        const std::string status = readFile("/proc/" + std::to_string(pid) + "/status");
+        return status.find("ShdPnd:\t0000000000000000") != std::string::npos;
+    }));
 }
 
 TEST(Life, FormatSignalEndsTheSessionAtTheNextRequestUnlessTakenBack) {
@@ -77,11 +87,12 @@ TEST(Life, FormatSignalEndsTheSessionAtTheNextRequestUnlessTakenBack) {
     ASSERT_EQ(viewer.open(), OpenAnswer::opened);
     viewer.registerSession();
     viewer.play();
-    kill(daemon.pid(), SIGUSR1);
-    kill(daemon.pid(), SIGUSR2);
-    kill(daemon.pid(), SIGHUP); // blocked: no effect
+    EXPECT_TRUE(eventually([&] { return viewer.status() == "play"; }));
+    deliver(daemon.pid(), SIGUSR1);
+    deliver(daemon.pid(), SIGUSR2);
     EXPECT_EQ(viewer.status(), "play");
-    kill(daemon.pid(), SIGUSR1);
+    deliver(daemon.pid(), SIGUSR1);
+    kill(daemon.pid(), SIGHUP);                   // blocked: no effect
     EXPECT_EQ(viewer.open(), OpenAnswer::opened); // the session before it was ended first
     EXPECT_EQ(daemon.stop(SIGTERM), 0);
 }

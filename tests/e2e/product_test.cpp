@@ -25,16 +25,18 @@ const char* privateWorld() {
 }
 
 /// The whole road at the fixed paths, inside the private world; 0 or the number of the step that went wrong.
-int playWithTheProduct() {
+int playWithTheProduct(const std::string& product) {
     setPathsRoot("");
+    writeFile("/mnt/tavirn", product); // its own place may be one of those hidden
+    std::filesystem::permissions("/mnt/tavirn", std::filesystem::perms::owner_all);
     std::filesystem::create_directories(paths().card);
     std::filesystem::create_directories(std::filesystem::path(paths().cardDetect).parent_path());
     writeFile(paths().cardDetect, "1");
     writeFile(paths().cardReadOnly, "0");
     writeFile(paths().ipcKey, "");
-    Card({paths().card, paths().index}).stream(1).from("12:00:00").pictures(30).closed();
+    Card({paths().card, paths().index}).stream(1).from("12:00:00").pictures(45).gop(15).closed();
 
-    Process starter({TAVIRN_PRODUCT}, "/tmp");
+    Process starter({"/mnt/tavirn"}, "/tmp");
     if (starter.wait() != 0) return 1;
     if (!eventually([] { return exchange(paths().controlSocket, ControlRequest(0).record).has_value(); }))
         return 2;
@@ -51,6 +53,7 @@ int playWithTheProduct() {
 }
 
 TEST(Product, PlaysAtItsFixedPaths) {
+    const std::string product = readFile(TAVIRN_PRODUCT);
     int reason[2];
     ASSERT_EQ(pipe(reason), 0);
     const pid_t outer = fork();
@@ -60,7 +63,7 @@ TEST(Product, PlaysAtItsFixedPaths) {
             _exit(write(reason[1], text.data(), text.size()) > 0 ? 77 : 78);
         }
         const pid_t inner = fork(); // process 1 of the new world: when it ends, so does everything in it
-        if (inner == 0) _exit(playWithTheProduct());
+        if (inner == 0) _exit(playWithTheProduct(product));
         _exit(waitForEnd(inner, 60000));
     }
     const int code = waitForEnd(outer, 90000);

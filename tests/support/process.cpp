@@ -4,6 +4,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <set>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -45,6 +46,12 @@ bool servesSocket(const std::string& path) {
     }
     close(fd);
     return connected;
+}
+
+/// Daemons that an object looks after already.
+std::set<pid_t>& daemonsKnown() {
+    static std::set<pid_t> pids;
+    return pids;
 }
 
 pid_t pidFromFile(const std::string& root) {
@@ -133,10 +140,12 @@ DaemonProcess::DaemonProcess(const std::string& root) {
             m_exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
             return true;
         }
-        if (!servesSocket(root + "/tmp/tavirn")) return false;
-        m_pid = pidFromFile(root);
+        const pid_t named = pidFromFile(root); // by a daemon refused, the one that was there before
+        if (named <= 0 || daemonsKnown().contains(named) || !servesSocket(root + "/tmp/tavirn")) return false;
+        m_pid = named;
         return true;
     });
+    daemonsKnown().insert(m_pid);
 }
 
 int DaemonProcess::stop(int signal, int timeoutMs) {
