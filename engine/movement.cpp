@@ -1,5 +1,4 @@
-// Moving to the picture that the play type calls for, once per pass. The operations called here follow a
-// stream under recording themselves; the records given to them only receive. Playback thread.
+// Moving to the picture that the play type calls for, once per pass. Playback thread.
 #include <cstdio>
 
 #include "engine/pb_picker_thread.h"
@@ -7,11 +6,18 @@
 
 namespace {
 
-/// Where the records of a move go when only the position matters.
+/// The records that a move starts from and that it hands back. Taking them brings a stream under recording up
+/// to date first, so that the move sees its newest pictures.
 struct Landing {
-    DB_STREAM db{};
-    STREAM_HEADER stream{};
-    PICTURE_HEADER picture{};
+    DB_STREAM db;
+    STREAM_HEADER stream;
+    PICTURE_HEADER picture;
+
+    explicit Landing(CPbStreamVideo* video) {
+        video->getDb(&db);
+        video->getStH(&stream);
+        video->getPicH(&picture);
+    }
 };
 
 uint8_t endCode(uint32_t dir) {
@@ -108,7 +114,7 @@ void CpbPickerThread::playStep(unsigned char dir, unsigned long count) {
 int CpbPickerThread::m_moveStreamNormal(CPbStreamVideo* video, unsigned long count, PBTYPE) {
     m_pauseMode = kPauseNone;
     if (count == 0) count = 1;
-    Landing landing;
+    Landing landing(video);
     for (; count > 0; --count) {
         if (video->move(PBST_FORWARD, 1, &landing.picture, kSearchNone) >= 0) continue;
         if (crossOver(video, kForward, landing, nullptr) < 0) {
@@ -124,7 +130,7 @@ int CpbPickerThread::m_moveStreamStep(CPbStreamVideo* video, unsigned char dir, 
     logPlain(LOG_INFO, "step num[%lu]!", count);
     m_pauseMode = kPauseNone;
     const unsigned char search = dir == kForward ? kSearchNone : kSearchBackward;
-    Landing landing;
+    Landing landing(video);
     if (video->move(dir, count, &landing.picture, search) < 0) {
         if (crossOver(video, dir, landing, &m_pbStreamTime) < 0) {
             m_pauseMode = endCode(dir);
@@ -146,7 +152,7 @@ int CpbPickerThread::m_moveStreamTime(CPbStreamVideo* video, unsigned char dir, 
     }
     const unsigned char onward = dir == kForward ? kSearchForward : kSearchBackward;
     const unsigned char back = dir == kForward ? kSearchBackward : kSearchForward;
-    Landing landing;
+    Landing landing(video);
     const PB_STREAM_TIME found =
         video->getTime(time, &landing.db, &landing.stream, &landing.picture, onward, dir, 0);
     if (found.sec == 0) {
