@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <gst/pbutils/pbutils.h>
 #include <gst/video/video.h>
 
 #include "tools/recording_writer.h"
@@ -10,49 +11,27 @@
 namespace {
 
 constexpr double kUnknownRate = 30; ///< frames per second where a file doesn't say
+constexpr GstClockTime kDiscoverTime = 20 * GST_SECOND;
 constexpr double kBitsPerPixel = 0.1;
 constexpr const char* kByteStream = "video/x-h264,stream-format=byte-stream,alignment=au";
 /// A few pictures ahead at most: a recording of hours must not pile up in memory.
 constexpr const char* kSink = "appsink name=out sync=false max-buffers=8";
 
-struct PictureFormat {
-    int width = 0;
-    int height = 0;
-    double framesPerSecond = 0;
-};
-
-PictureFormat formatOf(const GstStructure* structure) {
-    PictureFormat format;
-    int numerator = 0;
-    int denominator = 0;
-    gst_structure_get_int(structure, "width", &format.width);
-    gst_structure_get_int(structure, "height", &format.height);
-    if (gst_structure_get_fraction(structure, "framerate", &numerator, &denominator) && denominator > 0)
-        format.framesPerSecond = static_cast<double>(numerator) / denominator;
-    return format;
-}
-
 uint32_t usualGop(const EncoderSettings& encoder, double framesPerSecond) {
     return encoder.gop != 0 ? encoder.gop : static_cast<uint32_t>(std::max(1L, std::lround(framesPerSecond)));
 }
 
-uint32_t usualBitrate(const EncoderSettings& encoder, const PictureFormat& format) {
+uint32_t usualBitrate(const EncoderSettings& encoder, uint32_t width, uint32_t height, double rate) {
     if (encoder.bitrateKbit != 0) return encoder.bitrateKbit;
-    const double bits = format.width * format.height * format.framesPerSecond * kBitsPerPixel;
-    return bits > 0 ? std::max(64u, static_cast<uint32_t>(bits / 1000)) : 4000;
-}
-
-void link(GstPad* from, GstElement* to) {
-    GstPad* sink = gst_element_get_static_pad(to, "sink");
-    gst_pad_link(from, sink);
-    gst_object_unref(sink);
+    return std::max(64u, static_cast<uint32_t>(width * height * rate * kBitsPerPixel / 1000));
 }
 
 } // namespace
 
 MediaSource::Pipeline::Pipeline(std::string sourceName, const EncoderSettings& settings,
                                 const std::atomic<bool>& stopFlag)
-    : name(std::move(sourceName)), stop(stopFlag), encoder(settings) {
+    : name(std::move(sourceName)), stop(stopFlag), encoder(settings), m_encoded(settings.timeline),
+      m_stamped(settings.timeline) {
     GError* error = nullptr;
     if (gst_init_check(nullptr, nullptr, &error)) return;
     const std::string reason = error ? error->message : "unknown reason";
@@ -98,10 +77,12 @@ void MediaSource::Pipeline::openTestPattern(const TestPattern& pattern) {
     int numerator = 0;
     int denominator = 1;
     gst_util_double_to_fraction(pattern.framesPerSecond, &numerator, &denominator);
-    const PictureFormat format{static_cast<int>(pattern.width), static_cast<int>(pattern.height),
-                               pattern.framesPerSecond};
     info.gop = usualGop(encoder, pattern.framesPerSecond);
-    info.bitrateKbit = usualBitrate(encoder, format);
+    info.bitrateKbit = usualBitrate(encoder, pattern.width, pattern.height, pattern.framesPerSecond);
+    info.width = pattern.width;
+    info.height = pattern.height;
+    info.framesPerSecond = pattern.framesPerSecond;
+    info.durationMs = pattern.durationMs;
     const auto pictures =
         static_cast<int>(std::ceil(static_cast<double>(pattern.durationMs) * pattern.framesPerSecond / 1000));
     launch("videotestsrc pattern=smpte75 horizontal-speed=4 num-buffers=" +
@@ -116,82 +97,75 @@ void MediaSource::Pipeline::openTestPattern(const TestPattern& pattern) {
     GstPad* pad = gst_element_get_static_pad(m_stamp, "video_sink");
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onPictureToStamp, this, nullptr);
     gst_object_unref(pad);
-    GstElement* encoderElement = gst_bin_get_by_name(GST_BIN(m_pipeline), "encoder");
-    forceKeysAtBorders(encoderElement);
-    gst_object_unref(encoderElement);
+    forceKeysAtBorders();
     start();
+}
+
+/// What the file holds, before anything is set up for it.
+std::string MediaSource::Pipeline::discover(const std::string& path) {
+    const auto drop = [](gpointer object) { g_object_unref(object); };
+    GError* error = nullptr;
+    gchar* uri = gst_filename_to_uri(path.c_str(), nullptr);
+    const std::unique_ptr<GstDiscoverer, decltype(drop)> discoverer(
+        gst_discoverer_new(kDiscoverTime, nullptr));
+    if (!discoverer) fail("GStreamer's base plugins are missing");
+    const std::unique_ptr<GstDiscovererInfo, decltype(drop)> found(
+        gst_discoverer_discover_uri(discoverer.get(), uri, &error));
+    g_free(uri);
+    const std::string reason = error ? error->message : "it takes too long to look at";
+    g_clear_error(&error);
+    if (!found || gst_discoverer_info_get_result(found.get()) != GST_DISCOVERER_OK) fail(reason);
+
+    GList* videos = gst_discoverer_info_get_video_streams(found.get());
+    if (!videos) fail("it has no video stream");
+    const auto* video = static_cast<GstDiscovererVideoInfo*>(videos->data);
+    info.width = gst_discoverer_video_info_get_width(video);
+    info.height = gst_discoverer_video_info_get_height(video);
+    if (gst_discoverer_video_info_get_framerate_num(video) > 0)
+        info.framesPerSecond = static_cast<double>(gst_discoverer_video_info_get_framerate_num(video)) /
+                               gst_discoverer_video_info_get_framerate_denom(video);
+    info.durationMs = gst_discoverer_info_get_duration(found.get()) / GST_MSECOND;
+    GstCaps* caps = gst_discoverer_stream_info_get_caps(static_cast<GstDiscovererStreamInfo*>(videos->data));
+    const std::string type = gst_structure_get_name(gst_caps_get_structure(caps, 0));
+    gst_caps_unref(caps);
+    gst_discoverer_stream_info_list_free(videos);
+    return type;
 }
 
 void MediaSource::Pipeline::openFile(const std::string& path) {
-    std::error_code error;
-    m_fileBytes = std::filesystem::file_size(path, error);
-    if (error) m_fileBytes = 0; // as a pipe has none
-    launch(std::string("filesrc name=file ! parsebin name=parse  h264parse name=last config-interval=-1 ! ") +
-           kByteStream + " ! " + kSink);
-    GstElement* file = gst_bin_get_by_name(GST_BIN(m_pipeline), "file");
-    g_object_set(file, "location", path.c_str(), nullptr);
-    gst_object_unref(file);
-    GstElement* parser = gst_bin_get_by_name(GST_BIN(m_pipeline), "parse");
-    g_signal_connect(parser, "pad-added", G_CALLBACK(onPad), this);
-    g_signal_connect(parser, "no-more-pads", G_CALLBACK(onNoMorePads), this);
-    gst_object_unref(parser);
+    info.copied = discover(path) == "video/x-h264";
+    const std::string file = "filesrc name=file ! ";
+    // Audio and whatever else a file holds finds nobody to take it, and is dropped.
+    if (info.copied) {
+        std::error_code error;
+        const auto bytes = std::filesystem::file_size(path, error);
+        if (!error && info.durationMs > 0)
+            info.bitrateKbit = static_cast<uint32_t>(bytes * 8 / info.durationMs);
+        launch(file + "parsebin ! video/x-h264 ! h264parse config-interval=-1 ! " + kByteStream + " ! " +
+               kSink);
+    } else {
+        const double rate = info.framesPerSecond > 0 ? info.framesPerSecond : kUnknownRate;
+        info.gop = usualGop(encoder, rate);
+        info.bitrateKbit = usualBitrate(encoder, info.width, info.height, rate);
+        launch(file + "decodebin ! videoconvert ! video/x-raw,format=I420 ! queue max-size-buffers=4 ! " +
+               encoderDescription(info.gop, info.bitrateKbit) + " ! " + kSink);
+        forceKeysAtBorders();
+    }
+    GstElement* reader = gst_bin_get_by_name(GST_BIN(m_pipeline), "file");
+    g_object_set(reader, "location", path.c_str(), nullptr);
+    gst_object_unref(reader);
     start();
 }
 
-/// Gives each elementary stream of a file its way: the first video to the recording, the rest to nowhere.
-void MediaSource::Pipeline::onPad(GstElement*, GstPad* pad, gpointer self) {
-    static_cast<Pipeline*>(self)->addBranch(pad);
-}
-
-void MediaSource::Pipeline::addBranch(GstPad* pad) {
-    GstCaps* caps = gst_pad_get_current_caps(pad);
-    if (!caps) caps = gst_pad_query_caps(pad, nullptr);
-    const GstStructure* structure = gst_caps_get_structure(caps, 0);
-    const std::string type = structure ? gst_structure_get_name(structure) : "";
-    const bool wanted = type.rfind("video/", 0) == 0 || type.rfind("image/", 0) == 0;
-    const bool first = wanted && !m_hasVideo.exchange(true);
-    GstElement* branch = nullptr;
-    if (first && type == "video/x-h264") {
-        m_copied = true;
-    } else if (first) {
-        PictureFormat format = formatOf(structure);
-        if (format.framesPerSecond <= 0) format.framesPerSecond = kUnknownRate;
-        info.gop = usualGop(encoder, format.framesPerSecond);
-        info.bitrateKbit = usualBitrate(encoder, format);
-        const std::string text = "decodebin ! videoconvert ! video/x-raw,format=I420 ! " +
-                                 encoderDescription(info.gop, info.bitrateKbit);
-        branch = gst_parse_bin_from_description(text.c_str(), TRUE, nullptr);
-        GstElement* encoderElement = gst_bin_get_by_name(GST_BIN(branch), "encoder");
-        forceKeysAtBorders(encoderElement);
-        gst_object_unref(encoderElement);
-    } else {
-        branch = gst_element_factory_make("fakesink", nullptr);
-        g_object_set(branch, "sync", FALSE, "async", FALSE, nullptr);
-    }
-    gst_caps_unref(caps);
-
-    GstElement* last = gst_bin_get_by_name(GST_BIN(m_pipeline), "last");
-    if (branch) {
-        gst_bin_add(GST_BIN(m_pipeline), branch);
-        if (first) gst_element_link(branch, last);
-        gst_element_sync_state_with_parent(branch);
-    }
-    link(pad, branch ? branch : last);
-    gst_object_unref(last);
-}
-
-void MediaSource::Pipeline::onNoMorePads(GstElement* parser, gpointer self) {
-    if (static_cast<Pipeline*>(self)->m_hasVideo) return;
-    GST_ELEMENT_ERROR(parser, STREAM, WRONG_TYPE, ("it has no video stream"), (nullptr));
-}
-
-void MediaSource::Pipeline::forceKeysAtBorders(GstElement* encoderElement) {
+void MediaSource::Pipeline::forceKeysAtBorders() {
+    GstElement* encoderElement = gst_bin_get_by_name(GST_BIN(m_pipeline), "encoder");
     GstPad* pad = gst_element_get_static_pad(encoderElement, "sink");
+    gst_object_unref(encoderElement);
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onPictureToEncode, this, nullptr);
     gst_object_unref(pad);
 }
 
-/// Before a picture that begins a segment the encoder is told to make it an I-picture.
+/// Before a picture that begins a stream the encoder is told to make it an I-picture.
 GstPadProbeReturn MediaSource::Pipeline::onPictureToEncode(GstPad* pad, GstPadProbeInfo* info,
                                                            gpointer self) {
     Pipeline& pipeline = *static_cast<Pipeline*>(self);
@@ -200,9 +174,8 @@ GstPadProbeReturn MediaSource::Pipeline::onPictureToEncode(GstPad* pad, GstPadPr
     if (pipeline.m_encodeBase == GST_CLOCK_TIME_NONE) pipeline.m_encodeBase = time;
     if (time < pipeline.m_encodeBase) return GST_PAD_PROBE_OK;
     const uint64_t sourceMs = (time - pipeline.m_encodeBase) / GST_MSECOND;
-    const uint64_t segment = pipeline.encoder.timeline.segment(sourceMs);
-    if (segment != pipeline.m_encodeSegment) {
-        pipeline.m_encodeSegment = segment;
+    if (pipeline.m_encoded.isBehind(sourceMs)) {
+        pipeline.m_encoded.goOn(sourceMs);
         gst_pad_send_event(pad, gst_video_event_new_downstream_force_key_unit(
                                     GST_CLOCK_TIME_NONE, GST_CLOCK_TIME_NONE, GST_CLOCK_TIME_NONE, TRUE, 0));
     }
@@ -212,10 +185,10 @@ GstPadProbeReturn MediaSource::Pipeline::onPictureToEncode(GstPad* pad, GstPadPr
 /// The overlay draws a picture's text in the thread and call that hands it the picture, so the text set here
 /// is the one this very picture shows.
 GstPadProbeReturn MediaSource::Pipeline::onPictureToStamp(GstPad*, GstPadProbeInfo* info, gpointer self) {
-    const Pipeline& pipeline = *static_cast<Pipeline*>(self);
+    Pipeline& pipeline = *static_cast<Pipeline*>(self);
     const uint64_t sourceMs = GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info)) / GST_MSECOND;
-    const Timeline& timeline = pipeline.encoder.timeline;
-    std::string text = clockText(timeline.wallMs(sourceMs, timeline.segment(sourceMs)));
+    if (pipeline.m_stamped.isBehind(sourceMs)) pipeline.m_stamped.goOn(sourceMs);
+    std::string text = clockText(pipeline.m_stamped.wallMs(sourceMs));
     text.replace(text.find(' '), 1, "\n");
     g_object_set(pipeline.m_stamp, "text", text.c_str(), nullptr);
     return GST_PAD_PROBE_OK;

@@ -53,8 +53,6 @@ const MediaInfo& MediaSource::info() const {
 std::optional<MediaPicture> MediaSource::Pipeline::next() {
     const Owned<GstSample> sample(pull());
     if (!sample) return std::nullopt;
-    if (m_first) learnInfo(sample.get());
-    m_first = false;
     return toPicture(sample.get());
 }
 
@@ -65,7 +63,7 @@ GstSample* MediaSource::Pipeline::pull() {
         if (sample) return sample;
         throwIfFailed(); // before the end is looked at: a failing pipeline ends too
         if (gst_app_sink_is_eos(m_sink)) {
-            if (m_first) fail("it has no pictures");
+            if (m_pullBase == GST_CLOCK_TIME_NONE) fail("it has no pictures");
             return nullptr;
         }
     }
@@ -91,26 +89,6 @@ MediaPicture MediaSource::Pipeline::toPicture(GstSample* sample) {
     return picture;
 }
 
-void MediaSource::Pipeline::learnInfo(GstSample* sample) {
-    info.copied = m_copied;
-    gint64 duration = 0;
-    if (gst_element_query_duration(m_pipeline, GST_FORMAT_TIME, &duration) && duration > 0)
-        info.durationMs = static_cast<uint64_t>(duration) / GST_MSECOND;
-    if (info.copied && info.durationMs > 0)
-        info.bitrateKbit = static_cast<uint32_t>(m_fileBytes * 8 / info.durationMs);
-    const GstCaps* caps = gst_sample_get_caps(sample);
-    if (!caps || gst_caps_is_empty(caps)) return;
-    const GstStructure* format = gst_caps_get_structure(caps, 0);
-    int width = 0;
-    int height = 0;
-    int numerator = 0;
-    int denominator = 0;
-    if (gst_structure_get_int(format, "width", &width)) info.width = static_cast<uint32_t>(width);
-    if (gst_structure_get_int(format, "height", &height)) info.height = static_cast<uint32_t>(height);
-    if (gst_structure_get_fraction(format, "framerate", &numerator, &denominator) && denominator > 0)
-        info.framesPerSecond = static_cast<double>(numerator) / denominator;
-}
-
 void MediaSource::Pipeline::throwIfFailed() {
     const Owned<GstBus> bus(gst_element_get_bus(m_pipeline));
     const Owned<GstMessage> message(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
@@ -118,12 +96,11 @@ void MediaSource::Pipeline::throwIfFailed() {
     GError* error = nullptr;
     gst_message_parse_error(message.get(), &error, nullptr);
     const Owned<GError> owner(error);
-    std::string reason = error ? error->message : "unknown reason";
-    while (!reason.empty() && (reason.back() == '.' || reason.back() == '\n')) reason.pop_back();
-    fail(reason);
+    fail(error ? error->message : "unknown reason");
 }
 
-void MediaSource::Pipeline::fail(const std::string& reason) const {
+void MediaSource::Pipeline::fail(std::string reason) const {
+    while (!reason.empty() && reason.back() == '.') reason.pop_back();
     throw RecordingError("cannot record " + name + ": " + reason +
                          "; check that it is a video and that the GStreamer plugins for it are installed");
 }

@@ -13,7 +13,7 @@
 struct EncoderSettings {
     uint32_t gop = 0;         ///< pictures from one I-picture to the next; 0 = one second's
     uint32_t bitrateKbit = 0; ///< 0 = by size and frame rate
-    Timeline timeline;        ///< a segment begins with an I-picture
+    Timeline timeline;        ///< each of its streams begins with an I-picture
 };
 
 struct TestPattern {
@@ -28,7 +28,7 @@ struct MediaPicture {
     uint64_t sourceMs = 0;  ///< decode time since the source's first picture; never falls
 };
 
-/// What is known once the first picture has been read.
+/// What is known of a source from the start.
 struct MediaInfo {
     uint32_t width = 0;
     uint32_t height = 0;

@@ -38,7 +38,7 @@ uint16_t frameSetOf(double framesPerSecond) {
 
 Recorder::Recorder(MediaSource& source, RecordingWriter& writer, const RecorderSettings& settings,
                    const std::atomic<bool>& stop)
-    : m_source(source), m_writer(writer), m_settings(settings), m_stop(stop) {
+    : m_source(source), m_writer(writer), m_settings(settings), m_stop(stop), m_cursor(settings.timeline) {
     std::sort(m_settings.alarms.begin(), m_settings.alarms.end(),
               [](const Alarm& a, const Alarm& b) { return a.startMs < b.startMs; });
 }
@@ -95,7 +95,7 @@ RecordingReport Recorder::run(const std::function<void(const RecordingProgress&)
 void Recorder::record(const MediaPicture& picture, uint64_t sourceMs) {
     const bool iPicture = h264::isIPicture(picture.accessUnit);
     changeStream(sourceMs, iPicture);
-    const uint64_t wallMs = m_settings.timeline.wallMs(sourceMs, m_segment);
+    const uint64_t wallMs = m_cursor.wallMs(sourceMs);
     if (m_settings.live && !waitUntil(wallMs)) return;
 
     const std::string data = m_shaper.shape(picture.accessUnit, clockText(wallMs));
@@ -126,9 +126,8 @@ void Recorder::changeStream(uint64_t sourceMs, bool iPicture) {
     m_largestGop.pictures = std::max(m_largestGop.pictures, m_thisGop.pictures);
     m_largestGop.bytes = std::max(m_largestGop.bytes, m_thisGop.bytes);
     m_thisGop = {};
-    const uint64_t segment = m_settings.timeline.segment(sourceMs);
-    if (segment != m_segment) {
-        m_segment = segment;
+    if (m_cursor.isBehind(sourceMs)) {
+        m_cursor.goOn(sourceMs);
         finishStream();
         // In a gap nothing is being written. Without one the next stream's first picture says it.
         if (m_settings.live && m_settings.timeline.gapMs != 0) m_settings.live->publish(0, 0);

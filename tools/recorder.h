@@ -51,8 +51,8 @@ struct RecordingProgress {
     uint64_t bytes = 0;
 };
 
-/// Records once. A stream changes at the first I-picture of a segment, and at an I-picture when the next GOP
-/// may not fit any more.
+/// Records once. A stream changes at the first I-picture behind the split's time, and at an I-picture when
+/// the next GOP may not fit any more.
 class Recorder {
 public:
     Recorder(MediaSource& source, RecordingWriter& writer, const RecorderSettings& settings,
@@ -88,7 +88,7 @@ private:
 
     std::deque<MediaPicture> m_ahead; ///< pulled to learn the GOP's length, not recorded yet
     uint32_t m_gop = 0;               ///< pictures
-    uint64_t m_segment = 0;
+    TimelineCursor m_cursor;
     bool m_open = false;
     uint64_t m_lastWallMs = 0;
     uint64_t m_launchMs = 0; ///< real time of the recording's start

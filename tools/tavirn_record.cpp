@@ -129,6 +129,12 @@ Alarm alarmOf(const std::string& event, uint64_t startMs, uint64_t spanMs) {
     return {startMs + offsetMs, startMs + offsetMs + kAlarmMs, trigger};
 }
 
+/// How long a recording is by the clock; 0 = not known yet.
+uint64_t spanOf(const Timeline& timeline, uint64_t durationMs) {
+    const uint64_t gaps = durationMs == 0 || timeline.splitMs == 0 ? 0 : (durationMs - 1) / timeline.splitMs;
+    return durationMs + gaps * timeline.gapMs;
+}
+
 RecorderSettings settingsOf(const Options& options) {
     RecorderSettings settings;
     settings.chunkBytes = static_cast<uint32_t>(options.chunkBytes);
@@ -146,10 +152,7 @@ RecorderSettings settingsOf(const Options& options) {
     settings.durationMs = toMs(options.duration);
     if (settings.durationMs == 0 && options.testPattern && !options.live)
         settings.durationMs = toMs(kDefaultPatternSeconds);
-    uint64_t spanMs = 0;
-    if (settings.durationMs != 0)
-        spanMs = timeline.wallMs(settings.durationMs, timeline.segment(settings.durationMs - 1)) -
-                 timeline.startMs;
+    const uint64_t spanMs = spanOf(timeline, settings.durationMs);
     for (const std::string& event : options.events)
         settings.alarms.push_back(alarmOf(event, timeline.startMs, spanMs));
     return settings;
