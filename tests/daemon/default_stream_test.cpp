@@ -31,26 +31,18 @@ struct DefaultStream : testing::Test {
 TEST_F(DefaultStream, NeedsAnIndexAndAUsableCard) {
     EXPECT_EQ(search(), "0/5: ");
     test::Card(world).stream(3).from("12:00:00").pictures(30).closed();
-    const std::string found = "3/0: apiDB setSql found stream ID = 3";
-    const struct {
-        char detect, readOnly;
-        std::string result;
-    } states[] = {
-        {'1', '1', "0/6: "},
-        {'0', '1', found},
-        {'1', '0', found},
-        {'\0', '0', "0/4: file-open err"},
-        {'0', '\0', "0/4: file-open err"},
-    };
-    for (const auto& [detect, readOnly, result] : states) {
+    const auto searchWith = [&](char detect, char readOnly) {
         world.setCardState(detect, readOnly);
-        EXPECT_EQ(search(), result) << detect << readOnly;
-    }
+        return search();
+    };
+    EXPECT_EQ(searchWith('1', '1'), "0/6: ");
+    EXPECT_EQ(searchWith('0', '1'), "3/0: apiDB setSql found stream ID = 3");
+    EXPECT_EQ(searchWith('1', '0'), "3/0: apiDB setSql found stream ID = 3");
+    EXPECT_EQ(searchWith('\0', '0'), "0/4: file-open err");
     ASSERT_EQ(remove(paths().cardReadOnly), 0);
     EXPECT_EQ(search(), "0/4: file-open err");
-    world.setCardState('0', '0');
     test::writeFile(paths().index, "no database");
-    EXPECT_EQ(search(), "0/1: apiDB setSql error");
+    EXPECT_EQ(searchWith('0', '0'), "0/1: apiDB setSql error");
 }
 
 TEST_F(DefaultStream, IsTheNewestRecordedElseTheOneBeingRecorded) {

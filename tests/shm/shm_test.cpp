@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sys/sem.h>
@@ -47,17 +46,6 @@ TEST_F(Shm, IsSharedUnderItsLockAndGoesWithTheServerOnly) {
     server.reset();
     EXPECT_EQ(CShmClient().isShm(key), 0);
     EXPECT_EQ(reportOf([&] { CShmClient().open(key, 1); }).rfind("@CShmClient::open(): ", 0), 0u);
-}
-
-TEST_F(Shm, IsReadOnlyForAClientOfAnotherMode) {
-    const CShmServer server(key);
-    CShmClient client(key, 0);
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    ASSERT_EQ(write(ends[1], "x", 1), 1);
-    EXPECT_EQ(read(ends[0], client.open(key, 0), 1), -1) << "the kernel can't write there either";
-    EXPECT_EQ(errno, EFAULT);
-    for (const int end : ends) close(end);
 }
 
 TEST_F(Shm, FreesTheSemaphoreOfAKilledHolder) {
