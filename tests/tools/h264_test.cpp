@@ -1,0 +1,85 @@
+#include "tools/h264.h"
+
+#include <gtest/gtest.h>
+
+#include "tools/recording_writer.h"
+#include "tools/timeline.h"
+
+namespace h264 {
+namespace {
+
+using std::operator""s;
+
+const std::string k4 = "\0\0\0\1"s;
+const std::string k3 = "\0\0\1"s;
+const std::string kAud = "\x09\xF0"s;
+const std::string kSps = "\x67\x42\0\x1E\x95\xA0"s;
+const std::string kSps1 = "\x67\x42\0\x1E\x55\xA0"s; // id 1
+const std::string kPps = "\x68\xCE\x38\x80"s;
+const std::string kSei = "\x06\x01\x01\x2A\x80"s;
+const std::string kIdr = "\x65\x88\0\0\3\1\x7F"s;
+const std::string kSlice = "\x41\x9A\x24"s;
+const std::string kText = "2024-01-02 03:04:05.250";
+
+TEST(PictureShaper, PutsParameterSetsAndSeiInFrontOfIPicturesOnly) {
+    const std::string sets = k4 + kSps + k4 + kPps;
+    const std::string own = k4 + textSei(kText);
+    const struct {
+        const char* what;
+        std::string before, in, out; ///< `before` goes through first
+    } cases[] = {
+        {"short start codes", "", k3 + kSps + k3 + kPps + k3 + kSei + k3 + kIdr,
+         sets + k4 + kSei + k4 + kIdr},
+        {"delimiter and padding", "", k4 + kAud + sets + "\0\0"s + k4 + kIdr + "\0"s, sets + own + k4 + kIdr},
+        {"sets only once", sets + k4 + kIdr, k4 + kIdr, sets + own + k4 + kIdr},
+        {"SEI before the sets", "", k4 + kSei + sets + k4 + kIdr, sets + k4 + kSei + k4 + kIdr},
+        {"set that replaces", sets + k4 + kIdr, k4 + kSps + "\1"s + k4 + kIdr,
+         k4 + kSps + "\1"s + k4 + kPps + own + k4 + kIdr},
+        {"set of another id", sets + k4 + kIdr, k4 + kSps1 + k4 + kIdr,
+         k4 + kSps + k4 + kSps1 + k4 + kPps + own + k4 + kIdr},
+        {"slices of one picture", "", sets + k4 + kIdr + k3 + kIdr, sets + own + k4 + kIdr + k4 + kIdr},
+        {"other picture", sets + k4 + kIdr, k4 + kAud + k3 + kSei + k3 + kSlice, k4 + kSei + k4 + kSlice},
+        {"sets before another picture", "", sets + k3 + kSlice, sets + k4 + kSlice},
+    };
+    for (const auto& testCase : cases) {
+        PictureShaper shaper;
+        if (!testCase.before.empty()) shaper.shape(testCase.before, kText);
+        EXPECT_EQ(shaper.shape(testCase.in, kText), testCase.out) << testCase.what;
+        EXPECT_EQ(isIPicture(testCase.in), testCase.in.find(kIdr) != std::string::npos) << testCase.what;
+    }
+}
+
+TEST(PictureShaper, RefusesWhatPlaybackCouldNotHandOver) {
+    const size_t room = kMaxParameterSetBytes - k4.size() - (k4 + kPps).size();
+    const auto withSps = [](size_t bytes) {
+        return k4 + kSps + std::string(bytes - kSps.size(), 'x') + k4 + kPps + k4 + kIdr;
+    };
+    EXPECT_EQ(PictureShaper().shape(withSps(room), "").find(k4 + '\6'), kMaxParameterSetBytes);
+    EXPECT_THROW(PictureShaper().shape(withSps(room + 1), ""), RecordingError);
+    EXPECT_THROW(PictureShaper().shape(k4 + kIdr, ""), RecordingError);
+}
+
+TEST(NalUnit, IsNeverMistakenForAStartCode) {
+    EXPECT_EQ(nalUnit(6, "\0\0\0\0\0\1\0\0\2\0\0\3\0\0\4"s), "\6\0\0\3\0\0\3\0\1\0\0\3\2\0\0\3\3\0\0\4"s);
+    EXPECT_EQ(textSei(std::string(300, 'x')).substr(0, 4), "\6\5\xFF\x3D"s) << "316 = 255 + 61";
+}
+
+TEST(Timeline, PutsOneGapBetweenStreamsHoweverLateTheyChange) {
+    const auto start = parseClock("2024-01-02 03:04:05.25");
+    ASSERT_TRUE(start);
+    EXPECT_EQ(clockText(*start), "2024-01-02 03:04:05.250");
+    for (const char* text : {"", "yesterday", "2024-01-02", "2024-02-31 03:04:05", "2024-01-02 03:04:05.1234",
+                             "2024-01-02 03:04:05 x", "1969-12-31 00:00:00", "2107-01-01 00:00:00"})
+        EXPECT_FALSE(parseClock(text)) << text;
+
+    TimelineCursor cursor({*start, 2000, 3000});
+    EXPECT_FALSE(cursor.isBehind(1999));
+    ASSERT_TRUE(cursor.isBehind(4500)) << "the I-picture comes late, as in a file that is copied";
+    cursor.goOn(4500);
+    EXPECT_EQ(cursor.wallMs(4500), *start + 4500 + 3000);
+    EXPECT_FALSE(cursor.isBehind(5999));
+    EXPECT_TRUE(cursor.isBehind(6000));
+}
+
+} // namespace
+} // namespace h264
