@@ -1,0 +1,76 @@
+// An engine that a test drives pass by pass, without its thread, over a recording of its own.
+#pragma once
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "daemon/rtsp_request.h"
+#include "engine/pb_picker_thread.h"
+#include "tests/support/card.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/simulated_clock.h"
+#include "tests/support/world.h"
+
+namespace test {
+
+using Headers = std::vector<std::pair<const char*, std::string>>;
+
+inline rtsp_request makeRequest(int32_t type, const Headers& headers = {}) {
+    rtsp_request request{};
+    request.type = type;
+    for (const auto& [name, value] : headers) {
+        RTSP_HEADER& header = request.header[request.headerNum++];
+        std::strncpy(header.name, name, sizeof header.name);
+        std::memcpy(header.value, value.data(), std::min(value.size(), sizeof header.value));
+    }
+    return request;
+}
+
+class Engine : public CpbPickerThread {
+public:
+    explicit Engine(uint32_t streamId, CtavirnShmServer* shm = nullptr)
+        : CpbPickerThread({.searchMode = kSearchModeId, .searchValue = streamId, .shmServer = shm}) {}
+
+    using Base = CpbPickerThread;
+    using Base::direction, Base::m_basePts, Base::m_baseWallTime, Base::m_calcDiffTime,
+        Base::m_changePlayMode, Base::m_curEvent, Base::m_get_sps_pps, Base::m_pauseMode, Base::m_pbRefresh,
+        Base::m_pbStream, Base::m_pbStreamTime, Base::m_pbType, Base::m_prevDirection, Base::m_prevPbType,
+        Base::m_prevPlaySpeed, Base::m_prevPts, Base::m_prevStreamIdPacing, Base::m_resyncPacing,
+        Base::m_timestamp, Base::pass, Base::playSpeed, Base::takeRequest;
+
+    int play(const Headers& headers = {}) {
+        const rtsp_request request = makeRequest(RTSP_REQ_PLAY, headers);
+        return analyzeEventData(&request);
+    }
+
+    /// The block of the current picture; empty when there is none.
+    std::string block() {
+        const int length = getPictureData(m_buffer.data());
+        return {m_buffer.data(), length > 0 ? static_cast<size_t>(length) : 0};
+    }
+    /// A pass of the thread, writing aside: the block it would write.
+    std::string turn() {
+        m_sleepTimer({}, {});
+        return movePictureData() == 0 ? block() : "";
+    }
+    uint32_t offset() const { return static_cast<uint32_t>(m_pbStream.getOffset()); }
+    /// Milliseconds on the wall clock of the recording.
+    int64_t timeMs() const { return ms(m_pbStream.getTimePts()); }
+    static int64_t ms(PB_STREAM_TIME time) { return int64_t{time.seconds()} * 1000 + time.mSec; }
+
+    std::vector<char> m_buffer = std::vector<char>(kPictureBufferBytes);
+};
+
+class EngineTest : public testing::Test {
+protected:
+    EngineTest() { simulated::set({.tv_sec = 1'000'000, .tv_usec = 0}); }
+
+    World world;
+    Card card{world};
+    LogRecorder log;
+};
+
+} // namespace test

@@ -1,0 +1,80 @@
+#include <cstdlib>
+#include <ctime>
+
+#include "tests/engine/engine_fixture.h"
+
+namespace test {
+
+constexpr uint32_t kMax = 0xFFFFFFFF;
+constexpr uint32_t kClock = 1704164645 - 9 * 3600; // 2024-01-02 03:04:05 nine hours east
+
+class RequestAnalysisTest : public EngineTest {
+protected:
+    // The Z of a clock text does not make it UTC.
+    RequestAnalysisTest() { setZone("JST-9"); }
+    ~RequestAnalysisTest() override { setZone("UTC"); }
+    static void setZone(const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    Engine engine{1};
+};
+
+TEST_F(RequestAnalysisTest, FirstKeywordDecides) {
+    const struct {
+        Headers headers;
+        PBDATA expected;
+    } cases[] = {
+        {{}, {0, 10, 0, 0}},
+        {{{"Session", "7"}, {"scale", "2"}, {"Scal", "2"}}, {0, 10, 0, 0}},
+        {{{"Scale", "-2.0"}}, {2, 20, 0, 0}},
+        {{{"Scale", "0.55"}}, {1, 5, 0, 0}},
+        {{{"Scale-X", "1 .5\t"}}, {1, 15, 0, 0}},
+        {{{"Scale", "nan"}}, {1, 0, 0, 0}},
+        {{{"Scale", "-inf"}}, {2, kMax, 0, 0}},
+        {{{"Scale", "429496729.6"}}, {1, kMax, 0, 0}},
+        {{{"Scale", std::string(256, '9')}}, {1, kMax, 0, 0}}, // no NUL in the field
+        {{{"Step", "-1"}}, {4, 1, 0, 0}},
+        {{{"Step", "3.9"}, {"Scale", "2"}}, {3, 3, 0, 0}},
+        {{{"Range", "npt=0.000-"}, {"Scale", "2"}}, {0, 10, 0, 0}},
+        {{{"Range", "x clock = 20240102T030405Z-"}}, {0, 10, JUMP_RANGE, kClock}},
+        {{{"Jump", "oldest of all"}}, {0, 10, JUMP_OLDEST, 0}},
+        {{{"Jump", "latest"}}, {0, 10, JUMP_LATEST, 0}},
+        {{{"Jump", "next-alarm"}}, {0, 10, JUMP_NEXT_ALARM, 0}},
+        {{{"Jump", "prev-alarm"}}, {0, 10, JUMP_PREV_ALARM, 0}},
+        {{{"Jump", "Oldest"}}, {0, 10, JUMP_NONE, 0}},
+        {{{"Jump", "clock=20240102T030405Z"}}, {0, 10, JUMP_CLOCK, kClock}},
+        {{{"Jump", "clock=99991231T235959Z"}}, {0, 10, JUMP_CLOCK, kMax}},
+        // A text without a time: the zeroed fields are the day before 1900-01-01, beyond 32 bits.
+        {{{"Jump", "clock"}}, {0, 10, JUMP_CLOCK, kMax}},
+    };
+    for (const auto& c : cases) {
+        const std::string text =
+            c.headers.empty() ? "" : c.headers.back().first + (" " + c.headers[0].second);
+        EXPECT_EQ(engine.play(c.headers), 0);
+        ASSERT_TRUE(engine.takeRequest()) << text;
+        EXPECT_EQ(engine.m_curEvent.reqType, c.expected.reqType) << text;
+        EXPECT_EQ(engine.m_curEvent.reqSpeed, c.expected.reqSpeed) << text;
+        EXPECT_EQ(engine.m_curEvent.reqJump, c.expected.reqJump) << text;
+        EXPECT_EQ(engine.m_curEvent.reqTime, c.expected.reqTime) << text;
+    }
+    EXPECT_TRUE(log.has(6, "124/0/2 3:4:5", "analyzeEventData")) << log.dump();
+    EXPECT_TRUE(log.has(6, "Jump: oldestofall", "analyzeEventData")) << log.dump();
+    EXPECT_TRUE(log.has(6, "npt=0.000-", "analyzeEventData")) << log.dump();
+}
+
+TEST_F(RequestAnalysisTest, TypeAndEntryCountAreTakenWithCare) {
+    rtsp_request request = makeRequest(RTSP_REQ_TEARDOWN, {{"Scale", "2"}});
+    EXPECT_EQ(engine.analyzeEventData(&request), -1);
+    EXPECT_FALSE(engine.takeRequest());
+    request.type = RTSP_REQ_PAUSE;
+    EXPECT_EQ(engine.analyzeEventData(&request), 0);
+    ASSERT_TRUE(engine.takeRequest());
+    EXPECT_EQ(engine.m_curEvent.reqType, kReqPause);
+    EXPECT_EQ(engine.m_curEvent.reqSpeed, 0u);
+    request = makeRequest(RTSP_REQ_PLAY);
+    request.headerNum = 0x7FFFFFFF; // no entry beyond the record is read
+    EXPECT_EQ(engine.analyzeEventData(&request), 0);
+}
+
+} // namespace test
