@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <unistd.h>
 
 #include "platform/output_reader.h"
 #include "platform/paths.h"
@@ -106,8 +107,18 @@ public:
 
     /// Reads until something ends it; the exit code.
     int run() {
+        const int code = readOn();
+        if (m_onTerminal) std::fputs("\r\033[K", stderr);
+        return code;
+    }
+
+    const ViewStats& stats() const { return m_stats; }
+
+private:
+    int readOn() {
         const Clock::time_point deadline = after(m_options.durationSeconds);
         while (!g_stop && !m_done) {
+            if (m_onTerminal) showProgress();
             milliseconds patience = m_catchingUp ? milliseconds(0) : kPatience;
             if (m_options.durationSeconds > 0) {
                 const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
@@ -130,9 +141,16 @@ public:
         return kDone;
     }
 
-    const ViewStats& stats() const { return m_stats; }
+    /// One line, rewritten once a second.
+    void showProgress() {
+        if (Clock::now() < m_nextProgress) return;
+        m_nextProgress = after(1);
+        const ViewReport& report = m_stats.counts();
+        std::fprintf(stderr, "\r%llu pictures, %.1f MB\033[K",
+                     static_cast<unsigned long long>(report.pictures),
+                     static_cast<double>(report.bytes) / 1e6);
+    }
 
-private:
     int take() {
         m_stats.add(m_block, m_catchingUp ? std::nullopt : std::optional(Clock::now()));
         if (isPauseBlock(m_block)) {
@@ -140,7 +158,7 @@ private:
             return kDone;
         }
         m_played = m_played || m_block.sequence != kFirstSequence;
-        m_done = m_options.pictures != 0 && m_stats.pictures() >= m_options.pictures;
+        m_done = m_options.pictures != 0 && m_stats.counts().pictures >= m_options.pictures;
         switch (m_output.write(m_block.data)) {
         case ViewOutput::Result::readerGone:
             if (m_output.isStandardOutput()) m_done = true;
@@ -162,6 +180,8 @@ private:
     OutputBlock m_block;
     ViewStats m_stats;
     bool m_catchingUp; ///< reading what was there before
+    const bool m_onTerminal = isatty(STDERR_FILENO) == 1;
+    Clock::time_point m_nextProgress = Clock::now();
     bool m_played = false;
     bool m_done = false;
 };

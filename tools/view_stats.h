@@ -47,7 +47,8 @@ public:
 
     /// `arrival` is nothing for a block that was already there.
     void add(const OutputBlock& block, std::optional<Clock::time_point> arrival);
-    uint64_t pictures() const { return m_report.pictures; }
+    /// What has come so far, without increments and lateness.
+    const ViewReport& counts() const { return m_report; }
     /// Everything so far; may be taken at any time.
     ViewReport report() const;
 
