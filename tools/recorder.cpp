@@ -87,7 +87,6 @@ RecordingReport Recorder::run(const std::function<void(const RecordingProgress&)
     }
     finishStream();
     endAlarms(m_lastWallMs);
-    if (m_settings.live) m_settings.live->publish(0, 0);
     m_report.alarmsMissed = static_cast<uint32_t>(m_settings.alarms.size() - m_nextAlarm);
     return m_report;
 }
@@ -129,8 +128,6 @@ void Recorder::changeStream(uint64_t sourceMs, bool iPicture) {
     if (m_cursor.isBehind(sourceMs)) {
         m_cursor.goOn(sourceMs);
         finishStream();
-        // In a gap nothing is being written. Without one the next stream's first picture says it.
-        if (m_settings.live && m_settings.timeline.gapMs != 0) m_settings.live->publish(0, 0);
     } else if (m_open && !m_writer.hasRoom(m_largestGop.pictures, m_largestGop.bytes * 3 / 2)) {
         finishStream();
     }

@@ -126,6 +126,7 @@ bool RecordingWriter::addPicture(const CodedPicture& picture) {
     state.lastPtsMs = picture.ptsMs;
     state.dataBytes += bytes;
     ++state.header.pictures;
+    state.writeStreamHeader(); // so that what a killed recorder leaves can still be played
     return true;
 }
 

@@ -17,7 +17,9 @@ public:
     StatusPublisher(const StatusPublisher&) = delete;
     StatusPublisher& operator=(const StatusPublisher&) = delete;
 
-    /// Both words, under the segment's lock. Stream 0 = nothing is being written.
+    /// Both words, under the segment's lock. They stay as they are in a gap and when the recording ends: a
+    /// playback that follows the stream then still learns its last pictures, which a stream of 0 would keep
+    /// from it.
     void publish(uint32_t streamId, uint32_t pictures);
 
 private:

@@ -58,7 +58,7 @@ TEST_P(PlaybackAt, WritesExactlyWhatWasRecordedAcrossStreamBorders) {
     viewer.play();
     ASSERT_EQ(view.wait(), 0) << view.errors();
 
-    const std::string recorded = recordedBytes({1, 2, 3});
+    const std::string recorded = joined(recordedPictures({1, 2, 3}));
     const std::string played = readFile(file);
     EXPECT_EQ(played.size(), recorded.size());
     EXPECT_TRUE(played == recorded) << view.errors();

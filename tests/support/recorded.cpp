@@ -9,8 +9,8 @@
 
 namespace test {
 
-std::string recordedBytes(const std::vector<uint32_t>& streamIds) {
-    std::string bytes;
+std::vector<std::string> recordedPictures(const std::vector<uint32_t>& streamIds) {
+    std::vector<std::string> pictures;
     CApiDb index;
     for (const uint32_t id : streamIds) {
         DB_STREAM row{};
@@ -24,9 +24,15 @@ std::string recordedBytes(const std::vector<uint32_t>& streamIds) {
         for (uint32_t n = 0; n < stream.pictures; ++n) {
             PICTURE_HEADER picture{};
             std::memcpy(&picture, &ring[row.chunkOffset + (n + 1) * kHeaderBytes], sizeof picture);
-            bytes.append(ring, picture.offset, picture.size);
+            pictures.push_back(ring.substr(picture.offset, picture.size));
         }
     }
+    return pictures;
+}
+
+std::string joined(const std::vector<std::string>& pictures) {
+    std::string bytes;
+    for (const std::string& picture : pictures) bytes += picture;
     return bytes;
 }
 

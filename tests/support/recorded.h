@@ -7,7 +7,8 @@
 
 namespace test {
 
-/// The data of all pictures of the streams, in order, as the index and chunks of paths() hold them.
-std::string recordedBytes(const std::vector<uint32_t>& streamIds);
+/// All pictures of the streams, in order, as the index and chunks of paths() hold them.
+std::vector<std::string> recordedPictures(const std::vector<uint32_t>& streamIds);
+std::string joined(const std::vector<std::string>& pictures);
 
 } // namespace test
