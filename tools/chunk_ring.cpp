@@ -61,9 +61,7 @@ void ChunkRing::next() {
         throw RecordingError("the card " + m_directory + " has used chunk number 65535, the last there is; " +
                              "record to an empty place");
     ++m_number;
-    char name[16];
-    std::snprintf(name, sizeof name, "/chunk%05u", static_cast<unsigned>(m_number));
-    m_path = m_directory + name;
+    m_path = pathOf(m_number);
     if (m_file != -1) close(m_file);
     m_file = open(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (m_file == -1) fail("create", m_path, "check the directory and its permissions");
@@ -72,6 +70,12 @@ void ChunkRing::next() {
     if (ftruncate(m_file, m_chunkBytes) == -1) fail("size", m_path, "choose a smaller chunk size");
     m_fill = firstFill(m_chunkBytes);
     m_taken = 0;
+}
+
+std::string ChunkRing::pathOf(uint32_t number) const {
+    char name[24];
+    std::snprintf(name, sizeof name, "/chunk%05u", static_cast<unsigned>(number));
+    return m_directory + name;
 }
 
 uint32_t ChunkRing::take(uint32_t bytes) {

@@ -19,6 +19,7 @@ public:
     bool isOpen() const { return m_file != -1; }
     uint32_t number() const { return m_number; }
     const std::string& path() const { return m_path; }
+    std::string pathOf(uint32_t number) const;
     uint32_t chunkBytes() const { return m_chunkBytes; }
     uint32_t free() const { return m_chunkBytes - m_taken; }
 

@@ -29,10 +29,12 @@ public:
     void finish() {
         if (sqlite3_step(m_statement) != SQLITE_DONE) fail();
     }
-    int64_t number() {
-        if (sqlite3_step(m_statement) != SQLITE_ROW) fail();
-        return sqlite3_column_int64(m_statement, 0);
+    bool nextRow() {
+        const int result = sqlite3_step(m_statement);
+        if (result != SQLITE_ROW && result != SQLITE_DONE) fail();
+        return result == SQLITE_ROW;
     }
+    int64_t number(int column = 0) { return sqlite3_column_int64(m_statement, column); }
 
 private:
     [[noreturn]] void fail() {
@@ -80,12 +82,32 @@ void IndexWriter::run(const char* sql) {
 }
 
 uint32_t IndexWriter::lastChunk() {
-    return static_cast<uint32_t>(Statement(*this, "SELECT ifnull(max(chunkID), 0) FROM STREAM").number());
+    return singleNumber("SELECT ifnull(max(chunkID), 0) FROM STREAM");
 }
 
 uint32_t IndexWriter::nextStreamId() {
-    return static_cast<uint32_t>(
-        Statement(*this, "SELECT ifnull(max(streamID), 0) + 1 FROM STREAM").number());
+    return singleNumber("SELECT ifnull(max(streamID), 0) + 1 FROM STREAM");
+}
+
+uint32_t IndexWriter::singleNumber(const char* sql) {
+    Statement statement(*this, sql);
+    return statement.nextRow() ? static_cast<uint32_t>(statement.number()) : 0;
+}
+
+std::vector<DB_STREAM> IndexWriter::unfinishedStreams() {
+    std::vector<DB_STREAM> rows;
+    Statement statement(*this, "SELECT streamID, chunkID, chunkOffset, startDate, startMSec FROM STREAM"
+                               " WHERE status = 1");
+    while (statement.nextRow()) {
+        DB_STREAM row{};
+        row.streamID = static_cast<uint32_t>(statement.number(0));
+        row.chunkID = static_cast<uint32_t>(statement.number(1));
+        row.chunkOffset = static_cast<uint32_t>(statement.number(2));
+        row.startDate = static_cast<uint32_t>(statement.number(3));
+        row.startMSec = static_cast<uint16_t>(statement.number(4));
+        rows.push_back(row);
+    }
+    return rows;
 }
 
 void IndexWriter::addStream(const DB_STREAM& row) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "stream/records.h"
 
@@ -23,6 +24,8 @@ public:
     uint32_t lastChunk();
     /// One above the highest streamID.
     uint32_t nextStreamId();
+    /// Rows that say "being recorded"; only what finishing them needs is filled in.
+    std::vector<DB_STREAM> unfinishedStreams();
     void addStream(const DB_STREAM& row);
     /// Writes what is known once the stream is finished: end, recSize, chunkSize, status.
     void finishStream(const DB_STREAM& row);
@@ -34,6 +37,7 @@ public:
 private:
     class Statement;
     void run(const char* sql);
+    uint32_t singleNumber(const char* sql);
 
     const std::string m_path;
     sqlite3* m_database = nullptr;

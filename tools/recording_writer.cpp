@@ -1,41 +1,4 @@
-#include "tools/recording_writer.h"
-
-#include "tools/chunk_ring.h"
-#include "tools/index_writer.h"
-
-namespace {
-
-struct ClockParts {
-    uint32_t seconds;
-    uint16_t milliseconds;
-};
-
-ClockParts partsOf(uint64_t ms) {
-    return {static_cast<uint32_t>(ms / 1000), static_cast<uint16_t>(ms % 1000)};
-}
-
-} // namespace
-
-struct RecordingWriter::State {
-    explicit State(const RecordingPlace& place)
-        : index(place.indexFile), ring(place.cardDirectory, place.chunkBytes, index.lastChunk()) {}
-
-    void placeStream();
-    void writeStreamHeader();
-    void writePictureHeader(const CodedPicture& picture, uint32_t position);
-
-    IndexWriter index;
-    ChunkRing ring;
-
-    bool open = false; ///< between beginStream and finishStream
-    StreamSettings settings;
-    DB_STREAM row{};
-    STREAM_HEADER header{};
-    uint64_t firstPtsMs = 0;
-    uint64_t lastPtsMs = 0;
-    uint32_t dataBytes = 0;
-    uint64_t meanPictureBytes = kMinPictureBytes; ///< of the stream written before
-};
+#include "tools/recording_writer_state.h"
 
 /// Takes the room of the header area, in the next chunk when the present one would not hold a stream like
 /// the one before: a stream that is cut short is a needless crossing for whoever plays it.

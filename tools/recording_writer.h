@@ -53,6 +53,10 @@ public:
     explicit RecordingWriter(const RecordingPlace& place);
     ~RecordingWriter(); ///< leaves an unfinished stream as a killed recorder would
 
+    /// Finishes the streams that a recorder which was killed has left open, with what their headers say;
+    /// how many. For a recorder's start: a stream that another process is writing now would be cut off.
+    uint32_t closeAbandoned();
+
     /// Inserts the row with status 1 (recording) and writes the stream header; the streamID.
     uint32_t beginStream(const StreamSettings& settings);
 

@@ -168,6 +168,9 @@ void record(const Options& options) {
     const char* environment = std::getenv("TAVIRN_ROOT");
     makePlace(!options.root.empty() || (environment && *environment != '\0'));
     RecordingWriter writer({paths().card, paths().index, settings.chunkBytes});
+    if (const uint32_t left = writer.closeAbandoned())
+        std::fprintf(stderr, "note: finished %u streams that a recorder had left open\n",
+                     static_cast<unsigned>(left));
     StatusPublisher publisher(paths().ipcKey);
     if (options.live) settings.live = &publisher;
 

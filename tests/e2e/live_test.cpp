@@ -153,16 +153,19 @@ TEST(Live, RecorderKilledAndStartedAgain) {
         EXPECT_TRUE(eventually([&] { return viewer.status() == "pause(eof)"; }));
         viewer.teardown();
     }
+    KeepingViewer kept(world);
     LiveRecorder recorder(world, "0");
     ASSERT_TRUE(eventually([&] { return hasRecorded(world, 2, 25); }));
     Viewer viewer;
-    ASSERT_EQ(viewer.open(), OpenAnswer::opened); // on what the killed one had written
+    ASSERT_EQ(viewer.open(), OpenAnswer::opened); // on what the killed one had written, finished since
     viewer.registerSession();
     viewer.play();
     EXPECT_TRUE(eventually([&] { return viewer.status() == "play"; }));
     recorder.stop();
     EXPECT_TRUE(eventually([&] { return viewer.status() == "pause(eof)"; }));
-    EXPECT_EQ(daemon.stop(SIGTERM), 0);
+    viewer.teardown();
+    const std::vector<std::string> recorded = recordedPictures({1, 2});
+    EXPECT_TRUE(withoutPausedPicture(kept.pictures(), recorded.at(0)) == joined(recorded));
 }
 
 } // namespace
