@@ -80,6 +80,7 @@ TEST_F(PlayModeTest, JumpsLandOnTheirTarget) {
         {"Jump", "next-alarm", "12:00:05", PB_PAUSE, kPauseNone}, // the picture lies before the alarm
         {"Jump", "next-alarm", "12:05:03", PB_PAUSE, kPauseNone},
         {"Range", "clock=20240102T120502Z-", "12:05:02", PB_NORMAL, kPauseNone},
+        {"Jump", "next-alarm", "12:05:03", PB_PAUSE, kPauseNone}, // once more, after moving away from it
         {"Jump", "prev-alarm", "12:00:05", PB_PAUSE, kPauseNone},
         // Between the streams the end of the first is nearer.
         {"Jump", "clock=20240102T120020Z", "12:00:09", PB_PAUSE, kPauseNone},
