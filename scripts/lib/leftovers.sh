@@ -23,14 +23,14 @@ markLeftovers() {
     semaphoresBefore=$(semaphores)
 }
 
-# Processes that carry the mark, this shell's own helpers aside (they are gone before they are looked at).
+# Processes that carry the mark. Not to be piped: what a shell starts beside it carries the mark too.
 markedProcesses() {
     local environment pid
     for environment in /proc/[0-9]*/environ; do
         pid=${environment#/proc/}
         pid=${pid%/environ}
         if grep -qzx "TAVIRN_TEST_RUN=$TAVIRN_TEST_RUN" "$environment" 2>/dev/null && [ -d "/proc/$pid" ]; then
-            printf '%s %s\n' "$pid" "$(tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null)"
+            printf 'process %s %s\n' "$pid" "$(tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null)"
         fi
     done
 }
@@ -53,15 +53,21 @@ orphanSemaphores() {
     done
 }
 
+leftovers() {
+    markedProcesses
+    orphanSegments
+    orphanSemaphores
+    find "$TMPDIR" -mindepth 1 -maxdepth 1 -printf 'file or directory %p\n'
+}
+
 # reportLeftovers: 0 when there are none; otherwise names them, also what sanitizers have reported.
 reportLeftovers() {
     local left report clean=0
-    left=$(
-        markedProcesses | sed 's/^/process /'
-        orphanSegments
-        orphanSemaphores
-        find "$TMPDIR" -mindepth 1 -maxdepth 1 | sed 's/^/file or directory /'
-    )
+    for _ in 1 2 3 4 5 6 7 8 9 10; do # what is on its way out may go
+        left=$(leftovers)
+        if [ -z "$left" ]; then break; fi
+        sleep 0.5
+    done
     if [ -n "$left" ]; then
         printf 'still there:\n%s\n' "$left"
         clean=1
