@@ -5,11 +5,7 @@ namespace test {
 
 class PlayModeTest : public EngineTest {
 protected:
-    PlayModeTest() {
-        // Ten seconds each, an I-picture every second.
-        card.stream(1).from("12:00:00").fps(30).pictures(300).gop(30).closed();
-        card.stream(2).from("12:05:00").fps(30).pictures(300).gop(30).closed();
-    }
+    PlayModeTest() { card.stream(1).from("12:00:00").pictures(300).closed(); }
     Engine engine{1};
 };
 
@@ -50,58 +46,6 @@ TEST_F(PlayModeTest, NewestRequestWinsAndPauseKeepsThePictureReady) {
     ASSERT_EQ(engine.preGetData(), 1);
     engine.play({{"Scale", "1"}});
     EXPECT_EQ(engine.turn(), pictureBytes(1, 1, false));
-}
-
-TEST_F(PlayModeTest, SkipTimeStaysInItsBounds) {
-    for (const auto& [ms, stepMs] : {std::pair(100u, 1332), {500, 2000}, {5000, 4000}}) {
-        ASSERT_EQ(engine.preGetData(), 1);
-        engine.m_pbStreamTime = at("12:00:00");
-        engine.setFFSkipTime(ms);
-        engine.play({{"Scale", "4"}});
-        engine.turn();
-        EXPECT_EQ(Engine::ms(engine.m_pbStreamTime) - Engine::ms(at("12:00:00")), stepMs) << ms;
-    }
-}
-
-TEST_F(PlayModeTest, JumpsLandOnTheirTarget) {
-    card.alarm("12:00:05.100", "12:00:06");
-    card.alarm("12:05:03.100", "12:05:04");
-    const struct {
-        const char* header;
-        std::string value;
-        const char* lands;
-        PBTYPE type;
-        uint8_t reason;
-    } cases[] = {
-        {"Jump", "clock=20240102T120004Z", "12:00:04", PB_PAUSE, kPauseNone},
-        {"Jump", "latest", "12:05:09", PB_PAUSE, kPauseEnd},
-        {"Jump", "oldest", "12:00:00", PB_PAUSE, kPauseStart},
-        {"Jump", "oldest", "12:00:00", PB_PAUSE, kPauseStart},
-        {"Jump", "next-alarm", "12:00:05", PB_PAUSE, kPauseNone}, // the picture lies before the alarm
-        {"Jump", "next-alarm", "12:05:03", PB_PAUSE, kPauseNone},
-        {"Range", "clock=20240102T120502Z-", "12:05:02", PB_NORMAL, kPauseNone},
-        {"Jump", "next-alarm", "12:05:03", PB_PAUSE, kPauseNone}, // once more, after moving away from it
-        {"Jump", "prev-alarm", "12:00:05", PB_PAUSE, kPauseNone},
-        // Between the streams the end of the first is nearer.
-        {"Jump", "clock=20240102T120020Z", "12:00:09", PB_PAUSE, kPauseNone},
-    };
-    ASSERT_EQ(engine.preGetData(), 1);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.header + (" " + c.value));
-        engine.play({{c.header, c.value}});
-        const uint32_t stream = std::string(c.lands) < "12:05" ? 1 : 2;
-        const std::string shown = engine.turn();
-        EXPECT_EQ(shown, pictureBytes(stream, engine.offset(), true));
-        EXPECT_EQ(engine.timeMs(), Engine::ms(at(c.lands)));
-        EXPECT_EQ(engine.getCurrentPlayMode(), c.type);
-        EXPECT_EQ(engine.getCurrentPauseMode(), c.reason);
-        EXPECT_EQ(engine.m_resyncPacing, c.type == PB_NORMAL);
-    }
-    engine.play({{"Jump", "latest"}});
-    engine.turn();
-    engine.play({{"Jump", "next-alarm"}}); // there is none
-    EXPECT_EQ(engine.turn(), "PAUSE");
-    EXPECT_EQ(engine.timeMs(), Engine::ms(at("12:05:09")));
 }
 
 TEST(ClockCandidateTest, NearestLandingIsTaken) {
