@@ -100,7 +100,8 @@ DB_EVENT eventOf(const Rows& rows, long row) {
     return event;
 }
 
-/// Nothing but reading: no transaction that stays open, no other file, no pragma.
+/// Nothing but reading: no transaction that stays open, no other file, no pragma, and no table with code
+/// behind it, since a virtual table has to be declared first.
 int allowReading(void*, int action, const char*, const char*, const char*, const char*) {
     switch (action) {
     case SQLITE_SELECT:
@@ -138,8 +139,6 @@ bool secure(sqlite3* connection) {
     for (const auto& [setting, value] : kSettings) {
         if (sqlite3_db_config(connection, setting, value, nullptr) != SQLITE_OK) return false;
     }
-    // A table of the index is a table: no code runs behind it.
-    if (sqlite3_drop_modules(connection, nullptr) != SQLITE_OK) return false;
     setLimits(connection);
     // Without a mapping a file that shrinks is a read error and no signal.
     if (sqlite3_exec(connection, "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; PRAGMA query_only=ON",

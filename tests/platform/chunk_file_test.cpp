@@ -1,0 +1,78 @@
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <sys/stat.h>
+#include <utility>
+
+#include "platform/paths.h"
+#include "platform/zuvo_chunk.h"
+#include "stream/records.h"
+#include "tests/support/world.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ChunkFile : testing::Test {
+    test::World world;
+    const std::string path = std::string(paths().card) + "/chunk00007";
+    CZUVOStreamChunk chunk{0};
+
+    int open(uint32_t offset, uint16_t id = 7, uint16_t kind = CHUNK_KIND_STREAM) {
+        CHUNK_EVENT area{id, kind, offset, 1};
+        return chunk.openChunkFile(&area);
+    }
+    /// What one read of `length` gives; "-" for a failure.
+    std::string read(long length) {
+        std::string bytes(static_cast<size_t>(length), '?');
+        const long got = chunk.read(bytes.data(), length);
+        return got < 0 ? "-" : bytes.substr(0, static_cast<size_t>(got));
+    }
+};
+
+TEST_F(ChunkFile, ReadsRoundTheRingAndNeverMoreThanOnce) {
+    test::writeFile(path, "0123456789");
+    ASSERT_NE(open(6), -1);
+    for (const auto& [length, bytes] : {std::pair{3, "678"}, {4, "9012"}, {100, "3456789012"}})
+        EXPECT_EQ(read(length), bytes);
+    EXPECT_EQ(chunk.seekEvent(9, 0), 0);
+    EXPECT_EQ(read(2), "56");
+    for (const long position : {-1L, 10L, 1L << 30}) EXPECT_EQ(chunk.seekEvent(position, 0), -1) << position;
+    EXPECT_EQ(read(1), "7") << "a refused seek moves nothing";
+
+    for (uintmax_t left = 0; left < 10; ++left) {
+        fs::resize_file(path, 10);
+        ASSERT_NE(open(2), -1);
+        fs::resize_file(path, left);
+        EXPECT_EQ(read(10), "-") << "shrunk to " << left << " under the reader";
+    }
+    test::patchFile(path, 0xFFFFFFFC, "end"); // sparse, all else is NUL
+    ASSERT_NE(open(0xFFFFFFFD), -1) << "as large as a 32-bit word can tell";
+    EXPECT_EQ(read(4), std::string("nd\0\0", 4));
+}
+
+TEST_F(ChunkFile, OpensOnlyAnAreaInsideAChunkAndLeavesNoDescriptorBehind) {
+    const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+    const auto before = descriptors();
+    test::writeFile(path, "0123456789");
+    test::writeFile(std::string(paths().card) + "/chunk00008", "");
+    fs::create_directory(std::string(paths().card) + "/chunk00009");
+    ASSERT_EQ(mkfifo((std::string(paths().card) + "/chunk00010").c_str(), 0600), 0);
+    const struct {
+        const char* what;
+        uint32_t offset;
+        uint16_t id, kind;
+    } refused[] = {{"behind the end", 10, 7, 0x33}, {"another kind", 0, 7, 0x34}, {"missing", 0, 6, 0x33},
+                   {"empty", 0, 8, 0x33},           {"a directory", 0, 9, 0x33},  {"a pipe", 0, 10, 0x33}};
+    for (const auto& [what, offset, id, kind] : refused) {
+        ASSERT_NE(open(9), -1);
+        EXPECT_EQ(chunk.getChunkSize(), 10u);
+        EXPECT_EQ(open(offset, id, kind), -1) << what;
+        EXPECT_EQ(chunk.getChunkSize(), 0u) << what << ": the area open before is closed";
+        EXPECT_EQ(read(1), "-") << what;
+    }
+    EXPECT_EQ(descriptors(), before);
+}
+
+} // namespace

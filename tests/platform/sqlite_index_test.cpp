@@ -1,0 +1,172 @@
+#include <chrono>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <string>
+#include <sys/stat.h>
+
+#include "platform/api_db.h"
+#include "platform/paths.h"
+#include "stream/records.h"
+#include "tests/support/world.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+/// The other side: holds its connection, as the recorder does.
+class Recorder {
+public:
+    explicit Recorder(const std::string& path) { EXPECT_EQ(sqlite3_open(path.c_str(), &m_index), SQLITE_OK); }
+    ~Recorder() { sqlite3_close(m_index); }
+    int run(const std::string& sql) { return sqlite3_exec(m_index, sql.c_str(), nullptr, nullptr, nullptr); }
+
+private:
+    sqlite3* m_index = nullptr;
+};
+
+constexpr char kSchema[] = "CREATE TABLE STREAM (endMSec, note TEXT, STREAMID INTEGER PRIMARY KEY, recSize, "
+                           "startDate, startMSec, frameSet, status)";
+constexpr char kAll[] = "SELECT * FROM STREAM";
+
+std::string insert(uint32_t id, const std::string& recSize = "1", const std::string& start = "100, 0",
+                   int status = 0) {
+    return "INSERT INTO STREAM (streamID, recSize, startDate, startMSec, status) VALUES (" +
+           std::to_string(id) + ", " + recSize + ", " + start + ", " + std::to_string(status) + ")";
+}
+
+struct SqliteIndex : testing::Test {
+    test::World world;
+    const std::string path = paths().index;
+    CApiDb db;
+    DB_STREAM row{};
+
+    uint32_t oldest() { return db.selectStreamOldestTime(&row) == 1 ? row.streamID : 0; }
+};
+
+TEST_F(SqliteIndex, FindsValuesByNameAndReadsEachAtItsWidth) {
+    Recorder recorder(path);
+    recorder.run(kSchema);
+    recorder.run("INSERT INTO STREAM VALUES (NULL, 'x', 4294967295, '12cd', 3e9, 65537, -1, NULL)");
+    ASSERT_EQ(db.setSql(kAll), 0);
+    EXPECT_EQ(db.getNTuple(), 1);
+    row.chunkOffset = 7;
+    db.getStreamValue(0, &row);
+    EXPECT_EQ(row.streamID, 4294967295u);
+    EXPECT_EQ(row.recSize, 12u);
+    EXPECT_EQ(row.startDate, 3000000000u);
+    EXPECT_EQ(row.startMSec, 1);
+    EXPECT_EQ(row.frameSet, 0xFFFF);
+    EXPECT_EQ(row.endMSec + row.status + row.chunkOffset, 0u) << "NULL, and no such column";
+    EXPECT_EQ(db.getValue(0, 2), 4294967295u);
+    for (const auto& [r, c] : {std::pair{1L, 2L}, {0L, 8L}, {-1L, 0L}, {0L, -1L}})
+        EXPECT_EQ(db.getValue(r, c), 0u);
+    EXPECT_NE(db.selectStream(4294967295u, &row), 0);
+    EXPECT_EQ(db.selectStream(5, &row), 0);
+    EXPECT_EQ(row.streamID, 4294967295u);
+
+    recorder.run("CREATE TABLE EVENT (extTrg, endDate, startMSec, startDate, eventID)");
+    recorder.run("INSERT INTO EVENT VALUES (512, 4, 3, 2, 1)");
+    ASSERT_EQ(db.setSql("SELECT * FROM EVENT"), 0);
+    DB_EVENT event{};
+    db.getEventValue(0, &event);
+    EXPECT_TRUE(event.eventID == 1 && event.startDate == 2 && event.startMSec == 3 && event.endDate == 4 &&
+                event.endMSec == 0 && event.extTrg == 512);
+}
+
+TEST_F(SqliteIndex, TheOldestStreamIsTheEarliestWithDataOrUnderRecording) {
+    Recorder recorder(path);
+    recorder.run(kSchema);
+    const struct {
+        const char *recSize, *start;
+        int status;
+        uint32_t oldest;
+    } added[] = {
+        {"0", "50, 0", 0, 0}, {"9", "100, 500", 0, 2}, {"9", "100, 20", 0, 3}, {"0", "99, 999", 1, 4}};
+    uint32_t id = 0;
+    for (const auto& stream : added) {
+        recorder.run(insert(++id, stream.recSize, stream.start, stream.status));
+        EXPECT_EQ(oldest(), stream.oldest);
+    }
+}
+
+TEST_F(SqliteIndex, NeverLocksAgainstTheRecorderNorWaitsLongForIt) {
+    for (const std::string mode : {"DELETE", "WAL"}) {
+        std::filesystem::remove(path);
+        Recorder recorder(path);
+        ASSERT_EQ(recorder.run("PRAGMA journal_mode=" + mode + ";" + kSchema), SQLITE_OK);
+        for (uint32_t id = 1; id < 50; ++id) {
+            ASSERT_EQ(recorder.run(insert(id)), SQLITE_OK) << mode << " after a query";
+            ASSERT_EQ(db.setSql(kAll), 0) << mode;
+            ASSERT_EQ(db.getNTuple(), static_cast<int>(id)) << mode;
+            ASSERT_NE(db.setSql("SELECT nothing FROM STREAM"), 0);
+            EXPECT_EQ(db.getNTuple(), 0) << "a failure leaves no rows";
+        }
+        ASSERT_EQ(recorder.run("BEGIN EXCLUSIVE"), SQLITE_OK);
+        const auto begin = Clock::now();
+        EXPECT_EQ(db.setSql(kAll) == 0, mode == "WAL");
+        EXPECT_LT(Clock::now() - begin, 10s);
+        ASSERT_EQ(recorder.run("COMMIT"), SQLITE_OK);
+        EXPECT_EQ(db.setSql(kAll), 0);
+    }
+}
+
+TEST_F(SqliteIndex, FollowsAFileThatIsReplacedRemovedOrDamaged) {
+    Recorder(path).run(kSchema);
+    Recorder(path).run(insert(1));
+    EXPECT_EQ(oldest(), 1u);
+    Recorder(path + ".new").run(kSchema);
+    Recorder(path + ".new").run(insert(2));
+    std::filesystem::rename(path + ".new", path);
+    EXPECT_EQ(oldest(), 2u);
+
+    const std::string whole = test::readFile(path);
+    for (size_t size = 0; size < whole.size(); size += 64) {
+        test::writeFile(path, whole.substr(0, size));
+        EXPECT_EQ(oldest(), 0u) << size;
+    }
+    test::writeFile(path, std::string(8192, 'n'));
+    EXPECT_EQ(oldest(), 0u) << "no database";
+    test::writeFile(path, whole);
+    EXPECT_EQ(oldest(), 2u) << "and whole again";
+    std::filesystem::remove(path);
+    EXPECT_EQ(oldest(), 0u);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(oldest(), 0u) << "a pipe would wait for a writer";
+}
+
+TEST_F(SqliteIndex, RefusesWhatAHostileFileOrTextCouldRun) {
+    const std::string fakes[] = {
+        "CREATE VIEW STREAM AS SELECT 1 AS streamID, 1 AS recSize, 0 AS status, 0 AS startDate, 0 AS "
+        "startMSec",
+        "CREATE VIRTUAL TABLE STREAM USING fts3tokenize(simple)",
+    };
+    for (const std::string& fake : fakes) {
+        std::filesystem::remove(path);
+        ASSERT_EQ(Recorder(path).run(fake), SQLITE_OK);
+        EXPECT_NE(db.setSql(kAll), 0) << fake;
+    }
+    std::filesystem::remove(path);
+    Recorder recorder(path);
+    recorder.run(kSchema);
+    recorder.run(insert(1));
+    const std::string forbidden[] = {"",
+                                     "DELETE FROM STREAM",
+                                     "BEGIN",
+                                     "SELECT 1; SELECT 2",
+                                     " -- ",
+                                     "ATTACH '" + path + "' AS two",
+                                     "PRAGMA locking_mode=EXCLUSIVE"};
+    for (const std::string& text : forbidden) EXPECT_NE(db.setSql(text.c_str()), 0) << text;
+    EXPECT_EQ(db.setSql("SELECT * FROM STREAM ; -- and nothing else\n"), 0);
+
+    const char kRows[] = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT ";
+    const auto begin = Clock::now();
+    EXPECT_NE(db.setSql((std::string(kRows) + "max(i) FROM n").c_str()), 0) << "runs for ever";
+    EXPECT_NE(db.setSql((std::string(kRows) + "i FROM n LIMIT 100000").c_str()), 0) << "too many rows";
+    EXPECT_LT(Clock::now() - begin, 60s);
+    EXPECT_EQ(oldest(), 1u);
+}
+
+} // namespace
