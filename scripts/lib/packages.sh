@@ -23,7 +23,7 @@ isInstalled() { [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" =
 # packageLists: fetches them once, and only when something has to be installed.
 packageLists() {
     if [ -n "${packageListsFetched:-}" ]; then return; fi
-    asRoot apt-get update -q || fail "apt-get update failed; is the network there?"
+    asRoot apt-get update -qq || fail "apt-get update failed; is the network there?"
     packageListsFetched=yes
 }
 
@@ -41,7 +41,7 @@ need() {
     fi
     say "installing: ${missing[*]}"
     packageLists
-    asRoot apt-get install -y -q --no-install-recommends "${missing[@]}" ||
+    asRoot apt-get install -y -qq -o Dpkg::Use-Pty=0 --no-install-recommends "${missing[@]}" >/dev/null ||
         fail "could not install: ${missing[*]}"
 }
 
