@@ -5,50 +5,6 @@
 
 namespace test {
 
-// ---- requests ----
-
-static Request request(const char* name, const std::string& value, int passes = 1) {
-    return {RTSP_REQ_PLAY, {{name, value}}, passes};
-}
-static std::string clockText(const char* time) {
-    std::string digits = time;
-    std::erase(digits, ':');
-    return "clock=20240102T" + digits + "Z";
-}
-
-Request play(int passes) {
-    return {RTSP_REQ_PLAY, {}, passes};
-}
-Request scale(const char* value, int passes) {
-    return request("Scale", value, passes);
-}
-Request step(int count) {
-    return request("Step", std::to_string(count));
-}
-Request jump(const char* where) {
-    return request("Jump", where);
-}
-Request clockJump(const char* time) {
-    return request("Jump", clockText(time));
-}
-Request range(const char* time) {
-    return request("Range", clockText(time) + "-");
-}
-Request pause() {
-    return {RTSP_REQ_PAUSE, {}};
-}
-Request waits(int passes) {
-    return {0, {}, passes};
-}
-Request recorderGrows(uint32_t pictures, int passes) {
-    return {0, {}, passes, pictures};
-}
-Request recorderBegins(uint32_t pictures, int passes) {
-    return {0, {}, passes, 0, pictures};
-}
-
-// ---- recording ----
-
 Recording::Recording(bool live) {
     // The recorder's time stamps are the wall clock's, as far as nothing else is said.
     const auto stream = [&](uint32_t id, const char* from, double fps, uint32_t gop) {
@@ -112,11 +68,8 @@ void Recording::beginNext(uint32_t pictures) {
 
 Place Recording::identify(const std::string& block) {
     Place place;
-    const size_t name = block.find(" stream ");
-    const int read = name == std::string::npos ? 0
-                                               : std::sscanf(block.c_str() + name, " stream %u picture %u ",
-                                                             &place.stream, &place.picture);
-    if (read != 2) {
+    const size_t name = std::min(block.find(" stream "), block.size());
+    if (std::sscanf(block.c_str() + name, " stream %u picture %u ", &place.stream, &place.picture) != 2) {
         ADD_FAILURE() << "no picture: " << testing::PrintToString(block);
         return {};
     }
@@ -125,43 +78,36 @@ Place Recording::identify(const std::string& block) {
     return place;
 }
 
-// ---- session ----
-
 Session::Session(Recording& recording, Start start)
-    : engine(start.place.stream, recording.segment.m_status ? &recording.segment : nullptr),
-      m_recording(recording) {
+    : engine(start.place.stream, recording.recorder()), m_recording(recording) {
     EXPECT_EQ(engine.preGetData(), 1);
     if (start.skipMs != 0) engine.setFFSkipTime(start.skipMs);
-    run(waits()); // paused, until the client says play
-    if (start.place.picture != 0) run(step(static_cast<int>(start.place.picture)));
+    run(wait); // paused, until the client says play
+    if (start.place.picture != 0) run({"Step", std::to_string(start.place.picture).c_str()});
     EXPECT_EQ(place(), start.place);
     m_shown.clear();
 }
 
-void Session::pass() {
-    const uint32_t before = engine.m_timestamp;
-    lastBlock = engine.turn();
-    lastIncrement = engine.m_timestamp - before;
-    lastShown.reset();
-    if (lastBlock != kPauseBlock) m_shown.push_back(lastShown.emplace(m_recording.identify(lastBlock)));
-}
-
 void Session::run(const Request& request) {
-    simulated::takeSleeps();
-    if (request.grows != 0) m_recording.grow(request.grows);
-    if (request.begins != 0) m_recording.beginNext(request.begins);
-    if (request.type != 0) {
-        const rtsp_request record = makeRequest(request.type, request.headers);
+    const std::string name = request.name;
+    std::string value = request.value;
+    if (name == "Grow") {
+        m_recording.grow(static_cast<uint32_t>(std::stoul(value)));
+    } else if (name == "Begin") {
+        m_recording.beginNext(static_cast<uint32_t>(std::stoul(value)));
+    } else if (name != "Wait") {
+        if (std::erase(value, ':') != 0) value.insert(6, "20240102T").insert(21, "Z");
+        const rtsp_request record =
+            makeRequest(name == "Pause" ? RTSP_REQ_PAUSE : RTSP_REQ_PLAY, {{request.name, value}});
         engine.analyzeEventData(&record);
     }
-    int passes = request.passes == kUntilRest ? 3000 : request.passes;
-    do {
-        pass();
+    for (int passes = 0; passes != request.passes && passes < 3000; ++passes) {
+        const uint32_t before = engine.m_timestamp;
+        block = engine.turn();
+        increment = engine.m_timestamp - before;
+        if (block != kPauseBlock) m_shown.push_back(m_recording.identify(block));
         if (request.passes == kUntilRest && engine.getCurrentPlayMode() == PB_PAUSE) break;
-    } while (--passes > 0);
-    lastSleeps.clear();
-    for (const timeval& span : simulated::takeSleeps())
-        lastSleeps.push_back(int64_t{span.tv_sec} * 1000000 + span.tv_usec);
+    }
 }
 
 Place Session::place() {
@@ -172,47 +118,43 @@ Place Session::place() {
 
 const char* Session::statusWord() {
     const PBTYPE type = engine.getCurrentPlayMode();
-    if (type < 7) return "play";
-    if (type != PB_PAUSE) return "error";
+    if (type != PB_PAUSE) return type < PB_PAUSE ? "play" : "error";
     const uint8_t reason = engine.getCurrentPauseMode();
     return reason == kPauseEnd ? "pause(eof)" : reason == kPauseStart ? "pause(sof)" : "pause";
 }
 
 std::string Session::pictures() const {
     std::string text;
-    for (size_t i = 0; i < m_shown.size(); ++i) {
-        const Place& first = m_shown[i];
-        while (i + 1 < m_shown.size() && m_shown[i + 1] == Place{m_shown[i].stream, m_shown[i].picture + 1})
-            ++i;
+    for (auto next = m_shown.begin(); next != m_shown.end();) {
+        const Place first = *next;
+        uint32_t count = 0;
+        while (next != m_shown.end() && *next == Place{first.stream, first.picture + count}) ++next, ++count;
         text += (text.empty() ? "" : " ") + std::to_string(first.stream) + ":" +
-                std::to_string(first.picture) + "-" + std::to_string(m_shown[i].picture);
+                std::to_string(first.picture) + "-" + std::to_string(first.picture + count - 1);
     }
     return text;
 }
-
-// ---- rows ----
 
 static void PrintTo(const Place& place, std::ostream* out) {
     *out << "picture " << place.picture << " of stream " << place.stream;
 }
 
-void expectMoves(Recording& recording, const std::vector<Move>& rows) {
-    LogRecorder log;
+void expectMoves(Recording& recording, std::span<const Move> rows) {
     std::unique_ptr<Session> session;
     for (const Move& row : rows) {
         SCOPED_TRACE(row.what);
         if (row.from.place.stream != 0) session = std::make_unique<Session>(recording, row.from);
-        log.clear();
+        recording.log.clear();
         session->run(row.request);
-        EXPECT_TRUE(row.says == nullptr || log.has(6, row.says)) << row.says;
+        EXPECT_TRUE(row.says == nullptr || recording.log.has(6, row.says)) << row.says;
         EXPECT_EQ(session->engine.getCurrentPlayMode(), row.state.type);
         EXPECT_STREQ(session->statusWord(), row.state.word);
-        if (row.output.picture) {
-            EXPECT_EQ(session->lastShown, row.lands) << "shown";
+        if (!row.output.picture) {
+            EXPECT_EQ(session->block, kPauseBlock);
         } else {
-            EXPECT_EQ(session->lastBlock, kPauseBlock);
+            EXPECT_EQ(recording.identify(session->block), row.lands) << "shown";
         }
-        EXPECT_EQ(session->lastIncrement, row.output.increment.value_or(session->lastIncrement));
+        EXPECT_EQ(session->increment, row.output.increment.value_or(session->increment));
         EXPECT_EQ(session->place(), row.lands);
     }
 }

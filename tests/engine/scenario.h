@@ -2,22 +2,19 @@
 #pragma once
 
 #include <optional>
-#include <string>
-#include <vector>
+#include <span>
 
 #include "shm/shm_server.h"
 #include "tests/engine/engine_fixture.h"
 
 namespace test {
 
-/// A picture of a stream.
 struct Place {
-    uint32_t stream = 0;
-    uint32_t picture = 0;
+    uint32_t stream = 0, picture = 0;
     bool operator==(const Place&) const = default;
 };
 
-/// Where a row begins: in a session just opened, stepped to the picture, or where the row before has ended.
+/// Where a row begins: in a session just opened, stepped to the picture; or where the row before has ended.
 struct Start {
     Place place;
     unsigned long skipMs = 0; ///< as an FFTime request gives it; 0 = none
@@ -27,25 +24,16 @@ constexpr Start on(uint32_t stream, uint32_t picture = 0, unsigned long skipMs =
     return {{stream, picture}, skipMs};
 }
 
-/// What the client asks for, or the recorder does, before that many passes are made.
+/// A play request's header, its clock times as "clock=12:00:04", and how many passes follow it. Others that
+/// go by a name: "Play" without a header, "Pause", "Wait" for no request at all; and what the recorder does:
+/// "Grow" by so many pictures, "Begin" the next stream with so many once the present one is finished.
 struct Request {
-    int32_t type = 0; ///< of an rtsp_request, 0 = none
-    Headers headers;
+    const char* name;
+    const char* value = "";
     int passes = 1;
-    uint32_t grows = 0;  ///< pictures that the stream under recording gets
-    uint32_t begins = 0; ///< pictures of the next stream, once the one under recording is finished
 };
-inline constexpr int kUntilRest = -1;
-Request play(int passes = 1);
-Request scale(const char* value, int passes = 1);
-Request step(int count);
-Request jump(const char* where);
-Request clockJump(const char* time); ///< "12:00:04"
-Request range(const char* time);
-Request pause();
-Request waits(int passes = 1);
-Request recorderGrows(uint32_t pictures, int passes = 1);
-Request recorderBegins(uint32_t pictures, int passes = 1);
+inline constexpr int kUntilRest = -1; ///< until a pass ends paused
+inline constexpr Request play{"Play"}, pause{"Pause"}, wait{"Wait"};
 
 /// Play type, and the word that a status query is answered with.
 struct State {
@@ -56,17 +44,15 @@ inline constexpr State kPlays{PB_NORMAL, "play"}, kSlow{PB_SLOW, "play"}, kFast{
     kReverse{PB_REW, "play"}, kSlowReverse{PB_SLOW_REW, "play"}, kPaused{PB_PAUSE, "pause"},
     kAtEnd{PB_PAUSE, "pause(eof)"}, kAtStart{PB_PAUSE, "pause(sof)"};
 
-/// The last pass's block: the picture landed on, or PAUSE; and how far it moved the time stamp.
+/// The last pass's block, the picture landed on or PAUSE, and how far it moved the time stamp.
 struct Output {
     bool picture = false;
-    std::optional<uint32_t> increment =
-        0; ///< none = picture times of two scales, whose distance says nothing
+    std::optional<uint32_t> increment = 0; ///< none = between two scales, where a distance says nothing
 };
-inline constexpr Output still{};
+inline constexpr Output still{}, shownFromOtherScale{true, std::nullopt};
 constexpr Output shown(uint32_t increment) {
     return {true, increment};
 }
-inline constexpr Output shownFromOtherScale{true, std::nullopt};
 
 struct Move {
     const char* what;
@@ -78,50 +64,48 @@ struct Move {
     const char* says = nullptr; ///< a message logged on the way
 };
 
-/// Streams of many kinds (scenario.cpp lists them) and alarms, all finished; with `live`, one more behind
-/// them that is being recorded.
+/// Finished streams of many kinds, listed where it is made, and alarms. `live` adds a stream behind them that
+/// is being recorded.
 class Recording {
 public:
     explicit Recording(bool live = false);
-
     void grow(uint32_t pictures);
     void beginNext(uint32_t pictures);
-    /// The picture whose bytes these are; fails the test when they are not whole.
+    /// The picture that a block shows; fails the test unless its bytes are the picture's.
     Place identify(const std::string& block);
-
-    World world;
-    Card card{world};
-    CtavirnShmServer segment;
+    CtavirnShmServer* recorder() { return segment.m_status ? &segment : nullptr; }
 
 private:
     void publish();
+    World world;
+    Card card{world};
+    LogRecorder log; // keeps the log from syslog
+    CtavirnShmServer segment;
     uint32_t m_live = 0; ///< the stream under recording
+
+    friend void expectMoves(Recording& recording, std::span<const Move> rows);
 };
 
-/// A session that rows drive one after the other.
+/// A session that requests are made of one after the other.
 class Session {
 public:
     Session(Recording& recording, Start start);
     void run(const Request& request);
-
     Place place();
     const char* statusWord();
     /// The pictures shown since the start, in order: "1:0-99 2:0-3".
     std::string pictures() const;
 
     Engine engine;
-    std::optional<Place> lastShown;  ///< by the last pass
-    std::string lastBlock;           ///< of the last pass
-    uint32_t lastIncrement = 0;      ///< of the last pass
-    std::vector<int64_t> lastSleeps; ///< of the last request's passes, in microseconds
+    std::string block;      ///< of the last pass
+    uint32_t increment = 0; ///< of its time stamp
 
 private:
-    void pass();
     Recording& m_recording;
     std::vector<Place> m_shown;
 };
 
-/// Runs the rows in order over one recording.
-void expectMoves(Recording& recording, const std::vector<Move>& rows);
+/// Runs the rows in order.
+void expectMoves(Recording& recording, std::span<const Move> rows);
 
 } // namespace test

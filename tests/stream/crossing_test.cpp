@@ -155,6 +155,11 @@ TEST_F(Crossing, IndexIsAskedOnlyForTimesOutsideThePresentStream) {
     expectAt(3, 30, "a fresh object");
     EXPECT_EQ(goTo(at("11:00:00")), at("11:00:00"));
     EXPECT_EQ(video.getSOFflag(), 1u);
+    EXPECT_EQ(goTo(at("13:00:00")), kNowhere);
+    EXPECT_EQ(video.getSOFflag(), 0u);
+    expectAt(4, 100, "after every recording");
+    EXPECT_EQ(goTo(at("11:00:00"), 1), kNowhere);
+    expectAt(1, 0, "before every recording, backward");
     card.sql("DELETE FROM STREAM");
     EXPECT_EQ(goTo(at("12:30:00")), kNowhere);
     EXPECT_TRUE(log.has(LOG_INFO, "Not found stream", "getTime"));
@@ -213,33 +218,6 @@ TEST_F(Alarms, StatementsToTheLetter) {
     video.clearEventID();
     jump(event, 1);
     expectStatements({previous + alarm + descending}, event);
-}
-
-TEST_F(Alarms, OnlyRecordedAlarmsAreTargetsAndNoneTwice) {
-    card.alarm("12:00:02", "12:00:03", 511);
-    card.alarm("12:00:05", "12:00:06", 512);
-    card.alarm("12:00:07", "", 512); // not ended
-    card.alarm("12:00:08", "12:00:09", 2048);
-    card.alarm("12:00:33", "12:00:34", 2047);
-    card.alarm("12:00:25", "12:00:26", 512); // in the gap
-    open(1);
-    EXPECT_EQ(jump(at("12:00:00"), 0), at("12:00:05"));
-    expectAt(1, 50, "first alarm");
-    EXPECT_EQ(jump(at("12:00:04.990"), 0), at("12:00:33"))
-        << "not the one just reached, though its start lies ahead";
-    expectAt(3, 30, "second alarm");
-    EXPECT_EQ(jump(at("12:00:33.010"), 1), at("12:00:05"));
-    EXPECT_EQ(jump(at("12:00:05"), 1), kNowhere);
-    expectAt(1, 50, "no alarm before");
-    video.clearEventID();
-    EXPECT_EQ(jump(at("12:00:05.010"), 1), at("12:00:05"));
-
-    video.clearEventID();
-    card.sql("UPDATE EVENT SET extTrg = 0 WHERE eventID <> 6");
-    EXPECT_EQ(jump(at("12:00:05"), 0), kNowhere) << "nothing was recorded then";
-    EXPECT_EQ(video.m_video.db.streamID, 1u);
-    EXPECT_EQ(video.m_video.picH, card.pictureHeader(1, 50));
-    EXPECT_EQ(video.getOffset(), 50u);
 }
 
 TEST_F(Alarms, InsideTheStreamUnderRecording) {
