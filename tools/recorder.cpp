@@ -8,9 +8,6 @@
 
 namespace {
 
-/// Time stamp of the first picture: the recorder's scale has been running before.
-constexpr uint64_t kFirstPtsMs = 1'000'000;
-
 /// A GOP figure above this is replaced on playback.
 constexpr uint32_t kMaxGopFigure = 120;
 
@@ -98,7 +95,9 @@ void Recorder::record(const MediaPicture& picture, uint64_t sourceMs) {
     if (m_settings.live && !waitUntil(wallMs)) return;
 
     const std::string data = m_shaper.shape(picture.accessUnit, clockText(wallMs));
-    const CodedPicture coded{data, kFirstPtsMs + wallMs - m_settings.timeline.startMs, iPicture};
+    // The recorder's scale is the clock's: play that goes on by time after playing picture by picture counts
+    // on from the time stamp it has reached.
+    const CodedPicture coded{data, wallMs, iPicture};
     if (!m_open) beginStream(wallMs);
     if (!m_writer.addPicture(coded)) {
         // A GOP longer than all before: its rest begins the next stream, for playing on loses nothing then.
