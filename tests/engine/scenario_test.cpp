@@ -246,6 +246,8 @@ TEST(Scenario, PausesBetweenPictures) {
         {"paused", on(2), {wait, wait}, {100000, 20000, 100000, 20000}},
         // Where the clocks part they are taken together again, before that pass's own pause.
         {"over the gap", on(3, 47), {{"Play", "", 5}}, {100000, 10, 100000, 10, 199990}},
+        // Each picture is released once the one before has had its time.
+        {"slow", on(2), {{"Scale", "0.5", 4}}, {100000, 10, 80000, 80000}},
         {"a range counts afresh",
          on(2),
          {play, wait, {"Range", "clock=12:00:05"}, wait, wait},
