@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstdint>
+
 class CtavirnShmServer;
 
 /// A search without an upper bound on the stream ID.
-inline constexpr unsigned long kNoStreamHint = 0xFFFFFFFF;
+inline constexpr uint32_t kNoStreamHint = 0xFFFFFFFF;
 
 /// Error numbers of searchDefaultStream.
 inline constexpr unsigned long kSearchNoError = 0;    ///< with result 0: there is no stream

@@ -34,9 +34,9 @@ bool readPid(int file, pid_t& pid) {
 /// 0 when the pid file there was is out of the way, else createPidFile's result.
 int removeStaleFile(int file) {
     pid_t pid = 0;
-    const bool read = readPid(file, pid);
+    const bool hasPid = readPid(file, pid);
     close(file);
-    if (!read) return -1;
+    if (!hasPid) return -1;
     if (pid == 0) return -2;
     if (kill(pid, 0) == 0) return -1;
     if (errno != ESRCH) {

@@ -16,13 +16,13 @@ constexpr char kMain[] = "main";
 constexpr timeval kPauseAfterFailedAccept{1, 0};
 constexpr int kParameterSetAttempts = 10;
 constexpr time_t kHintSeconds = 300;
-constexpr uint32_t kNoHint = kNoStreamHint;
 constexpr uint32_t kErrorNoEngine = 4; ///< in lastError
 
 } // namespace
 
 RequestLoop::RequestLoop(int listeningSocket, CtavirnShmServer& status)
-    : m_listeningSocket(listeningSocket), m_status(status), streamHint(kNoHint), hintTime(wallclock::now()) {}
+    : m_listeningSocket(listeningSocket), m_status(status), streamHint(kNoStreamHint),
+      hintTime(wallclock::now()) {}
 
 void RequestLoop::run() {
     rtsp_request request{};
@@ -102,31 +102,31 @@ int RequestLoop::setUp() {
         logNamed(LOG_ERR, kMain, "picker already existed");
         return fillFailure(parameterSets, OpenFailure::alreadyOpen);
     }
-    forgetOldHint();
+    const timeval now = wallclock::now();
+    forgetOldHint(now);
     unsigned long errorNo = 0;
     const auto id = static_cast<uint32_t>(searchDefaultStream(streamHint, &errorNo, &m_status));
-    return id == 0 ? searchGaveNothing(errorNo) : startEngine(id);
+    return id == 0 ? searchGaveNothing(errorNo) : startEngine(id, now);
 }
 
 // Repeated set-ups walk down past streams that cannot be played, but a stream may become playable again:
 // after a while the search starts from the newest one.
-void RequestLoop::forgetOldHint() {
-    const timeval now = wallclock::now();
+void RequestLoop::forgetOldHint(timeval now) {
     timeval elapsed{};
     timersub(&now, &hintTime, &elapsed);
-    if (elapsed.tv_sec >= kHintSeconds) streamHint = kNoHint;
+    if (elapsed.tv_sec >= kHintSeconds) streamHint = kNoStreamHint;
 }
 
 int RequestLoop::searchGaveNothing(unsigned long errorNo) {
     logPlain(LOG_INFO, "error No = %d", static_cast<int>(errorNo));
     lastError |= static_cast<uint32_t>(errorNo);
-    streamHint = kNoHint;
+    streamHint = kNoStreamHint;
     if (errorNo != kSearchNoError) return fillFailure(parameterSets, OpenFailure::searchFailed);
     logNamed(LOG_ERR, kMain, "stream not found");
     return fillFailure(parameterSets, OpenFailure::noStream);
 }
 
-int RequestLoop::startEngine(uint32_t id) {
+int RequestLoop::startEngine(uint32_t id, timeval now) {
     lastError = 0;
     T_PB_INFO info;
     info.searchMode = kSearchModeId;
@@ -143,22 +143,22 @@ int RequestLoop::startEngine(uint32_t id) {
     if (length > 0) {
         logNamed(LOG_INFO, kMain, "SPS/PPS found");
         m_picker->startThread();
-        streamHint = kNoHint;
+        streamHint = kNoStreamHint;
     }
     logNamed(LOG_INFO, kMain, "DB_STREAM streamID=%lu\n", asLu(id));
     if (length > 0) return length;
-    giveUp(id);
+    giveUp(id, now);
     return fillFailure(parameterSets, OpenFailure::setUpFailed);
 }
 
-void RequestLoop::giveUp(uint32_t id) {
+void RequestLoop::giveUp(uint32_t id, timeval now) {
     logNamed(LOG_ERR, kMain, "m_picker->get_sps_pps() error");
     lastError = static_cast<uint32_t>(m_picker->getFatalError());
     logNamed(LOG_ERR, kMain, "fatalerror=%lu", asLu(lastError));
     endEngine();
     sessionNo = 0;
-    streamHint = id == 1 ? kNoHint : id - 1;
-    hintTime = wallclock::now();
+    streamHint = id == 1 ? kNoStreamHint : id - 1;
+    hintTime = now;
 }
 
 void RequestLoop::registerSession(const rtsp_request& request) {

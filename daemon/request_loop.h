@@ -41,11 +41,12 @@ private:
     // Opening a session: each returns the length of the answer it has left in parameterSets.
     int setUp();
     int searchGaveNothing(unsigned long errorNo);
-    int startEngine(uint32_t id);
+    int startEngine(uint32_t id, timeval now);
 
-    /// Ends the engine of a stream that cannot be played, and has the next search look below that stream.
-    void giveUp(uint32_t id);
-    void forgetOldHint();
+    /// Ends the engine of a stream that cannot be played, and has the searches after a set-up begun at `now`
+    /// look below that stream.
+    void giveUp(uint32_t id, timeval now);
+    void forgetOldHint(timeval now);
     void endFormattedSession();
     void endEngine();
     bool isOfSession(const rtsp_request& request) const;

@@ -20,7 +20,8 @@ static_assert(std::atomic<int>::is_always_lock_free, "the handler may touch the 
 /// exists, which then inherits the mask. 0, or -1 after the first failing step.
 int setSignal();
 
-/// The handler; any thread. Async-signal-safe: it writes flags and counters, and logs nothing.
+/// The handler; any thread. Async-signal-safe: it writes flags and counters, shuts the stop socket down, and
+/// logs nothing.
 void sigcatch(int signal);
 
 /// The socket that a stop signal shuts down, so that the accept in progress, and every later one, fails at

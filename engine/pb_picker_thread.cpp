@@ -32,7 +32,11 @@ int pauseBlock(char* buffer) {
 } // namespace
 
 CpickerThread* CpbPickerThread::Instance(T_PB_INFO info) {
-    if (m_Instance == nullptr) m_Instance = new (std::nothrow) CpbPickerThread(info);
+    if (m_Instance != nullptr) return m_Instance;
+    try {
+        m_Instance = new CpbPickerThread(info);
+    } catch (const std::bad_alloc&) { // its members' memory too; the caller answers the set-up as failed
+    }
     return m_Instance;
 }
 

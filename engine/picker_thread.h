@@ -22,7 +22,16 @@ class CtavirnShmServer;
 
 class CpickerThread {
 public:
+    // What one pass consists of; playback thread, all but m_sleepTimer inside m_dataMutex. The order of the
+    // virtual operations is that of their slots.
+    virtual timeval m_sleepTimer(timeval wakeTime, timeval writeTime) = 0;
     virtual ~CpickerThread();
+    virtual int movePictureData() = 0; ///< 0 = a block may be fetched
+    virtual void freeSrcData() = 0;
+    virtual int getPictureData(char* buffer) = 0; ///< bytes placed, 0 = nothing to write
+    virtual int preGetData() = 0;                 ///< 1 = ready
+    virtual int endGetData() = 0;
+
     CpickerThread(const CpickerThread&) = delete;
     CpickerThread& operator=(const CpickerThread&) = delete;
 
@@ -37,14 +46,6 @@ public:
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId) EXCLUDES(m_keepAliveMutex);
-
-    // What one pass consists of; playback thread, all but m_sleepTimer inside m_dataMutex.
-    virtual timeval m_sleepTimer(timeval wakeTime, timeval writeTime) = 0;
-    virtual int movePictureData() = 0; ///< 0 = a block may be fetched
-    virtual void freeSrcData() = 0;
-    virtual int getPictureData(char* buffer) = 0; ///< bytes placed, 0 = nothing to write
-    virtual int preGetData() = 0;                 ///< 1 = ready
-    virtual int endGetData() = 0;
 
     /// Room for one picture; also the output memory's block and data size.
     static constexpr unsigned long kPictureBufferBytes = 1536000;

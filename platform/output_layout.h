@@ -1,7 +1,7 @@
 // The output memory: what two processes share, byte for byte. The daemon writes one block per picture, any
 // number of readers follow. Nobody else's memory, no pointers, 32-bit words in the machine's own order.
 //
-// Keys     ftok(key file, project) names a System V segment and a set of one semaphore, both mode 0644. The
+// Keys     ftok(key file, project) names a System V segment and a set of one semaphore, both mode 0640. The
 //          segment is never resized; a new writer makes a new one.
 //
 //          0                64                        64 + 16 * slots          totalBytes
@@ -15,7 +15,7 @@
 //          behind the one before; one that reaches the ring's end goes on at byte 0.
 //
 // Writer   alone stores anything here, and never waits. Per block, in this order:
-//            1. `oldest` moves past every block whose slot or bytes are needed      (relaxed)
+//            1. `oldest` moves past every block whose slot or bytes are needed      (release)
 //            2. release fence: whoever sees a byte of step 3 also sees step 1
 //            3. the bytes, then the slot                                            (relaxed)
 //            4. `newest` = n                                                        (release)
@@ -27,8 +27,7 @@
 //          worthless and the reader goes on with the oldest. With nothing to read it waits with FUTEX_WAIT
 //          on the `bell` it loaded first. Nothing it does, and no way of dying, reaches the writer.
 //
-// Claim    The semaphore is 0 while nobody writes, as it is in a new set, and 1 while a writer lives. A
-// writer
+// Claim    The semaphore is 0 while nobody writes, as it is in a new set, and 1 while a writer lives, who
 //          takes it with {go on only at 0, +1} in one step, IPC_NOWAIT and SEM_UNDO: a second writer is
 //          refused, and the kernel lets a killed one's claim go. A reader that has waited in vain looks: 0,
 //          or a segment marked for removal (SHM_DEST), means that nothing more will come.
@@ -62,7 +61,7 @@ enum OutputState : uint32_t { kOutputOpen = 1, kOutputEnded = 2 };
 
 inline constexpr uint32_t kOutputMaxBytes = 1u << 30; ///< of the byte ring
 inline constexpr uint32_t kOutputMaxBlocks = 1u << 16;
-inline constexpr int kOutputPermissions = 0644; ///< to all: attach for reading, and look at the claim
+inline constexpr int kOutputPermissions = 0640; ///< to the group: attach for reading, look at the claim
 
 using SharedWord = std::atomic<uint32_t>;
 static_assert(sizeof(SharedWord) == 4 && alignof(SharedWord) == 4 && SharedWord::is_always_lock_free,

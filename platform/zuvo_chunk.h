@@ -1,5 +1,6 @@
 // The card's chunk file system, as its closed library offers it: one object reads one area of one chunk.
-// platform/host/ implements it over plain files, chunk n being <card>/chunkNNNNN.
+// platform/host/ implements it over plain files, chunk n being <card>/chunkNNNNN. The private members are the
+// host's: a build against the vendor's library takes the vendor's declaration of the two classes instead.
 #pragma once
 
 struct CHUNK_EVENT;

@@ -112,7 +112,7 @@ void makeRoom(Writer& writer, uint32_t length) {
         ++oldest;
         if (writer.held == 0) writer.used = 0;
     }
-    writer.header->oldest.store(oldest, std::memory_order_relaxed);
+    writer.header->oldest.store(oldest, std::memory_order_release);
     outputReleaseFence();
 }
 

@@ -79,8 +79,8 @@ TEST_F(OutputMemory, LiesInTheSegmentAsTheLayoutSays) {
     semid_ds set{};
     ASSERT_EQ(shmctl(static_cast<int>(shm.shmId), IPC_STAT, &segment), 0);
     ASSERT_EQ(semctl(static_cast<int>(shm.semId), 0, IPC_STAT, &set), 0);
-    EXPECT_EQ(segment.shm_perm.mode & 0777, 0644);
-    EXPECT_EQ(set.sem_perm.mode & 0777, 0644);
+    EXPECT_EQ(segment.shm_perm.mode & 0777, 0640);
+    EXPECT_EQ(set.sem_perm.mode & 0777, 0640);
     EXPECT_EQ(shm_destroy(&shm), 0);
     EXPECT_EQ(base[32] + base[44], kOutputEnded + 3) << "the end rings too";
 }
