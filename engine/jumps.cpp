@@ -51,7 +51,7 @@ void CpbPickerThread::jumpToClock() {
     const unsigned char dir = chooseClockTarget(m_curEvent.reqTime);
     if (moveToTime(m_pbStreamTime, dir)) {
         m_pbRefresh = 1;
-        m_pauseMode = kPauseNone;
+        m_pauseMode = kPauseNone; // also after a time before every recording
     } else if (dir == kForward) {
         skipTo(kSkipLatest);
         moveToTime(m_pbStreamTime, kForward);
@@ -117,7 +117,7 @@ void CpbPickerThread::jumpToAlarm(unsigned char dir) {
     } else if (moveToTime(m_pbStreamTime, kForward)) {
         settleOnAlarm();
     }
-    pausePlay();
+    pausePlay(); // every alarm jump ends paused, also one whose alarm can't be shown
 }
 
 /// Of the I-pictures on either side of the alarm, takes the one nearer to its start.

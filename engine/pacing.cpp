@@ -39,7 +39,7 @@ bool isGap(timeval span, uint32_t gops) {
 
 timeval CpbPickerThread::m_sleepTimer(timeval, timeval) {
     const timeval now = wallclock::now();
-    STREAM_HEADER stream;
+    STREAM_HEADER stream; // first of all, so that pause and base speak of the picture a refresh leaves
     m_pbStream.getStH(&stream);
 
     timeval pause;

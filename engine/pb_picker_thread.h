@@ -59,7 +59,7 @@ protected:
     /// The only place where the play type changes; publishes it with the pause reason. The new playSpeed.
     unsigned long m_changePlayMode(unsigned long newDirection, unsigned long speed) EXCLUDES(m_modeMutex);
 
-    // movement.cpp: 1 = moved, 0 = the recording ends there; m_pauseMode then says which end
+    // movement.cpp: 1 = moved, 0 = the recording ends there; m_pauseMode then says which end, if one was met
     int m_moveStreamNormal(CPbStreamVideo* video, unsigned long count, PBTYPE prevType);
     int m_moveStreamStep(CPbStreamVideo* video, unsigned char dir, unsigned long count);
     int m_moveStreamTime(CPbStreamVideo* video, unsigned char dir, PB_STREAM_TIME time);

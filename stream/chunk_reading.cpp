@@ -182,7 +182,7 @@ long CPbStreamVideo::get(unsigned char* buffer) {
     } else if (m_readData(buffer, size) == -1) {
         logPlain(LOG_ERR, "Pb::get() m_video.readSt->read() error");
     } else {
-        return static_cast<long>(m_video.offset);
+        return asLd(m_video.offset);
     }
     m_showAll();
     return -1;

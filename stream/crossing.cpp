@@ -11,8 +11,8 @@ namespace {
 constexpr int kTookNewest = -2;
 constexpr int kTookOldest = -3;
 
-// The statements spell "earlier" out as a < b OR a = b AND ..., relying on AND binding tighter than OR. The
-// recorder's side knows the texts to the letter, blanks included.
+// The statements spell "earlier" out as a < b OR a = b AND ..., relying on AND binding tighter than OR. They
+// are sent to the letter, blanks included; the brackets missing in one of them are meant.
 
 /// One question to the index: the time streams are compared with, and the stream that is no answer.
 struct Crossing {

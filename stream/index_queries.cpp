@@ -168,9 +168,13 @@ int CPbStreamVideo::m_followGrowth(uint32_t pictures) {
     m_recPictures = pictures;
     m_video.db.chunkSize = (pictures + 1) * kHeaderBytes;
     const uint32_t position = m_video.offset;
-    // Not yet readable is not damaged: the recorder may still be writing what it has announced. The open has
-    // logged what it found, and the recorder's next count is the next occasion to try.
-    if (m_openChunk() == -1) return 0;
+    if (m_openChunk() == -1) {
+        // Not yet readable is not damaged: the recorder may still be writing what it has announced. The open
+        // has logged what it found, and the recorder's next count is the next occasion to try.
+        m_video.stH.pictures = pictures;
+        m_video.offset = position;
+        return 0;
+    }
 
     // While recording, the header on the card may still hold an old count; the recorder's own is the truth.
     m_video.stH.pictures = pictures;

@@ -144,7 +144,8 @@ private:
     long m_readHeader(void* header);
     long m_readData(unsigned char* buffer, uint32_t size);
     int m_goTo(uint32_t offset);
-    /// Wraps to the highest offset, which no read accepts, for a stream without pictures.
+    /// For a stream without pictures it wraps to the highest offset: no header read accepts that one, and as
+    /// a result it is -1.
     uint32_t m_lastPicture() const { return m_video.stH.pictures - 1; }
     PB_STREAM_TIME m_pictureTime() const;
     uint32_t m_estimateOffset(PB_STREAM_TIME target) const;

@@ -7,12 +7,9 @@
 #include "stream/records.h"
 #include "stream/stream_read.h"
 
-/// Direction kinds of `move`; everything but forward and backward is refused.
+/// Direction kinds of `move`; everything but forward and backward is refused, whatever its number.
 inline constexpr unsigned char PBST_FORWARD = 0;
 inline constexpr unsigned char PBST_BACKWARD = 1;
-inline constexpr unsigned char PBST_OFFSET = 2;
-inline constexpr unsigned char PBST_TOP = 3;
-inline constexpr unsigned char PBST_END = 4;
 
 /// Search modes of `move` and `m_iPicSearch`.
 inline constexpr unsigned char kSearchNone = 0;

@@ -53,7 +53,7 @@ long CPbStreamVideo::m_arrive(PICTURE_HEADER* picH) {
         return -1;
     }
     *picH = m_video.picH;
-    return static_cast<long>(m_video.offset);
+    return asLd(m_video.offset);
 }
 
 long CPbStreamVideo::m_arriveOnIPicture(unsigned char searchMode, PICTURE_HEADER* picH) {
@@ -67,7 +67,7 @@ long CPbStreamVideo::m_arriveOnIPicture(unsigned char searchMode, PICTURE_HEADER
     *picH = m_video.picH;
     const auto pictures = static_cast<uint32_t>(distance);
     m_video.offset += searchMode == kSearchBackward ? 0 - pictures : pictures;
-    return static_cast<long>(m_video.offset);
+    return asLd(m_video.offset);
 }
 
 long CPbStreamVideo::m_iPicSearch(unsigned long direction, PICTURE_HEADER* picH) {

@@ -4,8 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-/// One statement, ready for m_setSql. The longest one, with every number at its longest, takes about half of
-/// the room.
+/// One statement, ready for m_setSql. The longest one, with every number at its longest, has 235 characters.
 struct SqlText {
     char text[640];
 };
