@@ -1,19 +1,17 @@
-// A request loop on its world's real socket, with the real engine and a clock that the test moves.
+// The requests' meaning: with the real engine, on a clock that the test moves, and without the loop round it.
 #include "daemon/request_loop.h"
 
-#include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
-#include <thread>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "daemon/signals.h"
 #include "platform/kw_com.h"
-#include "platform/log.h"
 #include "platform/paths.h"
 #include "shm/shm_server.h"
+#include "tests/daemon/said.h"
 #include "tests/support/card.h"
-#include "tests/support/log_recorder.h"
 #include "tests/support/simulated_clock.h"
 #include "tools/control_client.h"
 
@@ -21,199 +19,176 @@ namespace {
 
 namespace simulated = test::simulated;
 
-std::string refusal(char byte3) {
+std::string refused(char byte3) {
     std::string answer(96, '\xFF');
     answer[3] = byte3;
     return answer;
 }
 const std::string kSetUpFailed(96, '\0');
 
-/// Asks again until the answer is the one waited for; each question waits for its answer.
-template <class Question> bool eventually(Question question) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!question())
-        if (std::chrono::steady_clock::now() > end) return false;
-    return true;
-}
+/// A request and what must come of it.
+struct Row {
+    int32_t type;
+    std::string session;
+    std::string answer = "";  ///< a status answer's word, else all bytes
+    std::string message = ""; ///< logged, perhaps among others
+    std::string jump = "";
+    std::string until = ""; ///< the status word that comes of it
+    long msBefore = 0;      ///< what passes since the row above
+};
 
 /// Holds the clock, so that no simulated minute passes behind the test's back.
 struct RequestLoopTest : testing::Test {
-    void SetUp() override {
+    RequestLoopTest() {
         simulated::hold();
         status.m_status = static_cast<REC_STATUS*>(status.creat(world.statusKey()));
-        g_loopFlag = kLoopRun;
-        setStopSocket(listening);
-        thread = std::thread([this] {
-            RequestLoop loop(listening, status);
-            loop.run();
-            loop.shutDown();
-        });
     }
-    void TearDown() override { stop(); }
-
-    void stop() {
-        if (!thread.joinable()) return;
-        simulated::freeze();
-        sigcatch(SIGTERM);
-        thread.join();
+    ~RequestLoopTest() override {
         simulated::resume();
-        setStopSocket(-1);
+        loop.shutDown();
         close(listening);
     }
 
-    std::string ask(int32_t type, const std::string& session = "", const std::string& name = "",
-                    const std::string& value = "") {
-        ControlRequest request(type);
-        if (!session.empty()) request.with("Session", session);
-        if (!name.empty()) request.with(name, value);
-        return exchange(paths().controlSocket, request.record).value_or("no answer");
+    std::string ask(int32_t type, const std::string& session, const std::string& jump = "") {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        loop.handle(ControlRequest(type).with("Session", session).with("Jump", jump).record, ends[0]);
+        close(ends[0]);
+        std::string answer(200, '\0');
+        answer.resize(static_cast<size_t>(recv(ends[1], answer.data(), answer.size(), MSG_WAITALL)));
+        close(ends[1]);
+        return type == RTSP_REQ_STATUS ? readStatusAnswer(answer) : answer;
     }
-    /// Asks for something that ends the engine, whose thread has to come out of its pause for that.
-    std::string askFreely(int32_t type, const std::string& session = "") {
-        simulated::freeze();
-        const std::string answer = ask(type, session);
-        simulated::hold();
-        return answer;
+    void serve(const std::vector<Row>& rows) {
+        for (const auto& [type, session, answer, message, jump, until, msBefore] : rows) {
+            log.clear();
+            simulated::advanceMs(msBefore);
+            // An engine that is ended has to come out of its pause.
+            if (type == RTSP_REQ_TEARDOWN || type == RTSP_REQ_OPEN) simulated::freeze();
+            EXPECT_EQ(ask(type, session, jump), answer) << type << " " << session << " " << jump;
+            EXPECT_NE(said(log).find(message), std::string::npos) << message << log.dump();
+            simulated::hold();
+            if (!until.empty()) waitFor(until, session);
+        }
     }
-    std::string statusWord(const std::string& session = "") {
-        return readStatusAnswer(ask(RTSP_REQ_STATUS, session));
+    /// Time passes only as the playback thread sleeps, so that no word is over before it is seen.
+    void waitFor(const std::string& word, const std::string& session) {
+        for (int looks = 0; looks < 1'000'000 && ask(RTSP_REQ_STATUS, session) != word; ++looks)
+            if (const auto sleeps = simulated::takeSleeps(); !sleeps.empty())
+                simulated::advance(sleeps.back());
+        EXPECT_EQ(ask(RTSP_REQ_STATUS, session), word);
     }
-    /// Lets the playback thread go on until the status is `word`; each look renews the keep-alive.
-    bool becomes(const std::string& word, long stepMs) {
-        return eventually([&] {
-            simulated::advanceMs(stepMs);
-            return statusWord("77") == word;
-        });
-    }
-    bool logged(int priority, const std::string& text) const { return log.has(priority, text, "main"); }
 
     test::World world;
     test::LogRecorder log;
     CtavirnShmServer status;
     const int listening = s_create_serv_socket(paths().controlSocket);
-    std::thread thread;
+    RequestLoop loop{listening, status};
 };
 
-TEST_F(RequestLoopTest, SaysWhyNoSessionWasOpened) {
-    EXPECT_EQ(statusWord(), "init");
-    EXPECT_EQ(ask(RTSP_REQ_OPEN), refusal('\xFC'));
-    EXPECT_TRUE(log.has(LOG_INFO, "error No = 5")) << log.dump();
-    EXPECT_EQ(statusWord(), "error") << "the last set-up failed";
-
+TEST_F(RequestLoopTest, SaysWhyNoSessionIsOpenedAndServesTheOneThatIs) {
+    serve({{RTSP_REQ_STATUS, "", "init"},
+           {RTSP_REQ_OPEN, "", refused('\xFC'), "6 error No = 5\n"},
+           {RTSP_REQ_STATUS, "", "error"}});
     test::Card card(world);
-    EXPECT_EQ(ask(RTSP_REQ_OPEN), refusal('\xFE'));
-    EXPECT_TRUE(logged(LOG_ERR, "stream not found")) << log.dump();
-
-    card.stream(1).from("12:00:00").pictures(30).gop(10).closed();
-    EXPECT_EQ(ask(RTSP_REQ_OPEN), test::parameterSets());
-    EXPECT_TRUE(logged(LOG_INFO, "SPS/PPS found")) << log.dump();
-    EXPECT_EQ(ask(RTSP_REQ_OPEN), refusal('\xFD'));
-    EXPECT_TRUE(logged(LOG_ERR, "picker already existed")) << log.dump();
-    EXPECT_EQ(statusWord(), "pause") << "the open session is untouched";
-    EXPECT_EQ(askFreely(RTSP_REQ_TEARDOWN), "");
-    EXPECT_EQ(statusWord(), "init");
+    serve({{RTSP_REQ_OPEN, "", refused('\xFE'), "3 main() stream not found\n"}});
+    card.stream(1).from("12:00:00").pictures(90).gop(10).closed();
+    serve({{RTSP_REQ_OPEN, "", test::parameterSets(), "6 main() SPS/PPS found\n"},
+           {RTSP_REQ_OPEN, "", refused('\xFD'), "3 main() picker already existed\n"},
+           {RTSP_REQ_STATUS, "", "pause"},
+           {RTSP_REQ_SESSION, "77"},
+           {RTSP_REQ_SESSION, "78"}, // too late
+           {RTSP_REQ_TEARDOWN, "78"},
+           {RTSP_REQ_STATUS, "78", "error"},
+           {RTSP_REQ_STATUS, "", "error"},
+           {RTSP_REQ_STATUS, "77", "pause"}});
+    for (const char* stranger : {"78", ""}) ask(RTSP_REQ_PLAY, stranger, "latest");
+    EXPECT_EQ(said(log).find("Jump"), std::string::npos) << log.dump();
+    serve({{.type = RTSP_REQ_PLAY, .session = "77", .until = "play"},
+           {.type = RTSP_REQ_PAUSE, .session = "77", .until = "pause"},
+           {RTSP_REQ_PLAY, "77", "", "Jump: oldest", "oldest", "pause(sof)"},
+           {.type = RTSP_REQ_PLAY, .session = "77", .until = "pause(eof)"}});
+    EXPECT_EQ(status.m_status->pbActive, 1u);
+    serve({{RTSP_REQ_TEARDOWN, "77", "", "6 main() TEARDOWN\n"},
+           {RTSP_REQ_SESSION, "78"}, // also while idle a number registers, and no teardown takes it back
+           {RTSP_REQ_TEARDOWN, "78"},
+           {RTSP_REQ_STATUS, "78", "init"},
+           {RTSP_REQ_STATUS, "", "error"}});
     EXPECT_EQ(status.m_status->pbActive, 0u);
-}
-
-TEST_F(RequestLoopTest, ServesTheRegisteredSessionOnly) {
-    test::Card(world).stream(1).from("12:00:00").pictures(90).gop(10).closed();
-    ASSERT_EQ(ask(RTSP_REQ_OPEN), test::parameterSets());
-    ask(RTSP_REQ_SESSION, "77");
-    ask(RTSP_REQ_SESSION, "78"); // too late
-    EXPECT_EQ(statusWord("77"), "pause");
-    for (const char* stranger : {"78", ""}) {
-        EXPECT_EQ(statusWord(stranger), "error");
-        EXPECT_EQ(ask(RTSP_REQ_PLAY, stranger), "");
-        EXPECT_EQ(ask(RTSP_REQ_FFTIME, stranger, "FFTime", "500"), "");
-    }
-    ask(RTSP_REQ_TEARDOWN, "78");
-    for (const int32_t type : {0, 2, 9, -1, INT32_MIN, INT32_MAX}) EXPECT_EQ(ask(type, "77"), "") << type;
-    simulated::advanceMs(1000);
-    EXPECT_EQ(statusWord("77"), "pause");
-
-    ask(RTSP_REQ_PLAY, "77");
-    EXPECT_TRUE(becomes("play", 10));
-    ask(RTSP_REQ_PAUSE, "77");
-    EXPECT_TRUE(becomes("pause", 10));
-    ask(RTSP_REQ_PLAY, "77", "Jump", "oldest");
-    EXPECT_TRUE(becomes("pause(sof)", 100));
-    ask(RTSP_REQ_PLAY, "77");
-    EXPECT_TRUE(becomes("pause(eof)", 100));
-
-    askFreely(RTSP_REQ_TEARDOWN, "77");
-    EXPECT_EQ(log.count(LOG_INFO, "TEARDOWN", "main"), 1) << log.dump();
-    ask(RTSP_REQ_SESSION, "78");
-    EXPECT_EQ(statusWord("78"), "init") << "also while idle, a number registers";
-    ask(RTSP_REQ_TEARDOWN, "78");
-    EXPECT_EQ(statusWord("78"), "init") << "and a teardown leaves it";
 }
 
 TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
     test::Card card(world);
-    for (const uint32_t id : {1u, 2u, 3u})
-        card.stream(id)
-            .from(id == 1   ? "12:00:00"
-                  : id == 2 ? "12:01:00"
-                            : "12:02:00")
-            .pictures(30)
-            .gop(10)
-            .closed();
+    for (const auto& [id, start] : {std::pair(1u, "12:00:00"), {2u, "12:01:00"}, {3u, "12:02:00"}})
+        card.stream(id).from(start).pictures(30).gop(10).closed();
     card.setStreamHeader(2, STREAM_HEADER{});
     card.sql("UPDATE STREAM SET chunkID = 60000 WHERE streamID = 3");
-    const auto openTries = [&](uint32_t id) {
-        log.clear();
-        const std::string answer = ask(RTSP_REQ_OPEN);
-        EXPECT_TRUE(logged(LOG_INFO, "DB_STREAM streamID=" + std::to_string(id) + "\n")) << log.dump();
-        return answer;
+    const std::string tried = "6 main() DB_STREAM streamID=";
+    const auto fails = [&](const std::string& id, const std::string& error, long msBefore = 0) {
+        const std::string gaveUp = "\n\n3 main() m_picker->get_sps_pps() error\n3 main() fatalerror=";
+        return Row{RTSP_REQ_OPEN, "", kSetUpFailed, tried + id + gaveUp + error + "\n", "", "", msBefore};
     };
-    EXPECT_EQ(openTries(3), kSetUpFailed);
-    EXPECT_TRUE(logged(LOG_ERR, "m_picker->get_sps_pps() error") && logged(LOG_ERR, "fatalerror=2"))
-        << log.dump();
-    EXPECT_EQ(statusWord(), "error");
-    simulated::advanceMs(299'900);
-    EXPECT_EQ(openTries(2), kSetUpFailed);
-    EXPECT_EQ(statusWord(), "init") << "a damaged header is no fatal error";
-    EXPECT_EQ(openTries(1), test::parameterSets());
-    askFreely(RTSP_REQ_TEARDOWN);
-    EXPECT_EQ(openTries(3), kSetUpFailed) << "a success forgets the bound";
-    simulated::advanceMs(300'000);
-    EXPECT_EQ(openTries(3), kSetUpFailed) << "and so do 300 seconds";
-
+    serve({fails("3", "2"),
+           {RTSP_REQ_STATUS, "", "error"},
+           fails("2", "0", 299'900), // a damaged header is no fatal error
+           {RTSP_REQ_STATUS, "", "init"},
+           {RTSP_REQ_OPEN, "", test::parameterSets(), tried + "1\n\n"},
+           {RTSP_REQ_TEARDOWN, "", "", "6 main() TEARDOWN\n"},
+           fails("3", "2"), // a success forgets the bound, and so do 300 seconds
+           fails("3", "2", 300'000)});
     card.sql("DELETE FROM STREAM WHERE streamID <> 2; UPDATE STREAM SET streamID = 1");
-    EXPECT_EQ(openTries(1), kSetUpFailed);
-    EXPECT_EQ(openTries(1), kSetUpFailed) << "below stream 1 there is nothing to look for";
+    serve({fails("1", "0"), fails("1", "0")}); // there is nothing to look for below stream 1
 }
 
-TEST_F(RequestLoopTest, EndsTheSessionWhenTheCardIsFormattedAndWhenItStops) {
+TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOrTheLoopStops) {
     test::Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
-    ask(RTSP_REQ_OPEN);
-    ask(RTSP_REQ_SESSION, "77");
-    sigcatch(SIGUSR1);
-    sigcatch(SIGUSR2); // taken back before anyone asked
-    EXPECT_EQ(statusWord("77"), "pause");
-    sigcatch(SIGUSR1);
-    EXPECT_EQ(askFreely(RTSP_REQ_OPEN), test::parameterSets()) << "the request itself is served";
-    EXPECT_TRUE(logged(LOG_ERR, "format: destroy pickerThread")) << log.dump();
-    EXPECT_EQ(log.count(LOG_INFO, "catch SIGUSR1 (10)", "sigcatch"), 2) << log.dump();
-    EXPECT_EQ(statusWord(), "pause") << "a new session, no number registered yet";
+    const Row opens{RTSP_REQ_OPEN, "", test::parameterSets()};
+    serve({opens, {RTSP_REQ_SESSION, "77"}, {RTSP_REQ_PAUSE, "77"}});
+    const timeval begin = simulated::now();
+    simulated::resume();
+    rtsp_request notice{};
+    const int connection = recv_rtsp_request(listening, &notice);
+    EXPECT_GE(simulated::now().tv_sec - begin.tv_sec, 61);
+    loop.handle(notice, connection);
+    close(connection);
+    serve({{RTSP_REQ_STATUS, "", "init"}, opens, {RTSP_REQ_SESSION, "78"}});
 
-    stop();
-    EXPECT_TRUE(logged(LOG_INFO, "loop out")) << log.dump();
-    EXPECT_TRUE(log.has(LOG_INFO, "catch SIGINT|SIGTERM|SIGQUIT (15)", "sigcatch")) << log.dump();
+    sigcatch(SIGUSR1);
+    serve({{RTSP_REQ_OPEN, "", test::parameterSets(), "3 main() format: destroy pickerThread\n"},
+           {RTSP_REQ_STATUS, "", "pause"}}); // a new session, no number registered yet
+
+    simulated::freeze();
+    setStopSocket(listening);
+    sigcatch(SIGTERM);
+    setStopSocket(-1);
+    EXPECT_EQ(recv_rtsp_request(listening, &notice), -1) << "the loop had tested its flag before the signal";
+    loop.run();
+    loop.shutDown();
+    for (const char* text : {"6 sigcatch() catch SIGUSR1 (10)\n", "6 main() loop out\n"})
+        EXPECT_NE(said(log).find(text), std::string::npos) << text << log.dump();
     EXPECT_EQ(status.m_status->pbActive, 0u);
 }
 
-TEST_F(RequestLoopTest, EndsASessionThatNobodyKeepsAlive) {
-    test::Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
-    ask(RTSP_REQ_OPEN);
-    ask(RTSP_REQ_SESSION, "77");
-    ask(RTSP_REQ_PAUSE, "77"); // the notice carries the number of the last keep-alive
-    const timeval begin = simulated::now();
-    simulated::resume();
-    // A status request of no session renews nothing; it fits once the session's number is forgotten.
-    EXPECT_TRUE(eventually([&] { return statusWord() == "init"; }));
-    EXPECT_GE(simulated::now().tv_sec - begin.tv_sec, 61);
-    EXPECT_TRUE(logged(LOG_INFO, "TEARDOWN")) << log.dump();
+TEST_F(RequestLoopTest, ReportsWhatCannotBeReadOrWritten) {
+    rtsp_request request{};
+    const int client = s_create_client_socket();
+    EXPECT_GE(s_connect_serv(client, paths().controlSocket), 0);
+    EXPECT_GE(s_write_data(client, &request, sizeof request - 1), 0);
+    close(client);
+    EXPECT_EQ(recv_rtsp_request(listening, &request), -1);
+    EXPECT_EQ(recv_rtsp_request(-1, &request), -1);
+    simulated::takeSleeps();
+    simulated::freeze();
+    loop.handle(ControlRequest(RTSP_REQ_STATUS).record, -1);
+    loop.handle(ControlRequest(RTSP_REQ_OPEN).record, -1);
+    std::string expected = "3 recv_rtsp_request() s_read_data error\n3 recv_rtsp_request() accept error\n";
+    for (int i = 0; i < 3; ++i) expected += "3 send_status() s_write_data(sps) error\n";
+    expected += "3 main() status send error\n6 error No = 5\n";
+    for (int i = 0; i < 3; ++i) expected += "3 send_sps_pps() s_write_data(sps) error\n";
+    EXPECT_EQ(said(log), expected + "3 main() sps/pps send error\n");
+    const auto sleeps = simulated::takeSleeps();
+    EXPECT_EQ(sleeps.size(), 6u);
+    for (const timeval& span : sleeps) EXPECT_EQ(span.tv_sec * 1000000 + span.tv_usec, 100000);
 }
 
 } // namespace

@@ -1,92 +1,120 @@
-// The daemon's whole life in a process of its own, and each step of its start-up failing.
+// The daemon as a process: its pid file, its signals, and each step of its start-up failing.
 #include <cerrno>
 #include <csignal>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "daemon/daemon.h"
+#include "daemon/pid_file.h"
+#include "daemon/signals.h"
 #include "platform/paths.h"
-#include "tests/support/log_recorder.h"
+#include "tests/daemon/said.h"
 #include "tests/support/world.h"
 
 namespace {
-bool g_daemonFails = false;
-bool g_sigactionFails = false;
-bool g_stopAtOnce = false;
-} // namespace
+int g_failingStep = 0; ///< its exit code
+}
 
 // In place of the C library's, for this program.
 extern "C" int daemon(int, int) noexcept {
-    errno = EAGAIN;
-    return g_daemonFails ? -1 : 0;
+    return g_failingStep == kExitDetach ? -1 : 0;
 }
 extern "C" int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
-    using Sigaction = int (*)(int, const struct sigaction*, struct sigaction*);
-    static const auto real = reinterpret_cast<Sigaction>(dlsym(RTLD_NEXT, "sigaction"));
-    if (g_sigactionFails) {
-        errno = EINVAL;
-        return -1;
-    }
-    const int result = real(signal, action, old);
-    if (g_stopAtOnce && signal == SIGUSR2) raise(SIGTERM); // installed last: start-up has just begun
-    return result;
+    static const auto real = reinterpret_cast<decltype(&sigaction)>(dlsym(RTLD_NEXT, "sigaction"));
+    return g_failingStep == kExitSignals ? -1 : real(signal, action, old);
 }
 
 namespace {
 
-[[noreturn]] void live() {
+/// Lets the step with that exit code fail; 0 is a stop that arrives during start-up.
+[[noreturn]] void startUp(int code, const test::World& world) {
     const test::LogRecorder log;
-    const int code = runDaemon();
-    fputs(log.dump().c_str(), stderr);
-    _exit(code);
+    g_failingStep = code;
+    if (code == kExitPidFile) test::writeFile(paths().pidFile, std::to_string(getpid()));
+    if (code == kExitSocket) mkdir(paths().controlSocket, 0700);
+    if (code == kExitStatusSegment) shmget(world.statusKey(), 16, IPC_CREAT | 0600);
+    if (code == 0) sigcatch(SIGTERM);
+    const int result = runDaemon();
+    fputs(said(log).c_str(), stderr);
+    _exit(result);
 }
 
-TEST(StartUp, EndsWithTheCodeOfTheStepThatFailed) {
-    const struct {
-        int code;
-        const char* message;
-        void (*spoil)(const test::World&);
-    } steps[] = {
-        {kExitDetach, "daemon error", [](const test::World&) { g_daemonFails = true; }},
-        {kExitSignals, "setSignal error", [](const test::World&) { g_sigactionFails = true; }},
-        {kExitPidFile, "createPidFile error",
-         [](const test::World&) { test::writeFile(paths().pidFile, std::to_string(getpid())); }},
-        {kExitSocket, "create server socket error",
-         [](const test::World&) { mkdir(paths().controlSocket, 0700); }},
-        {kExitStatusSegment, "create shared memory error",
-         [](const test::World& world) { shmget(world.statusKey(), 16, IPC_CREAT | 0600); }},
-    };
-    for (const auto& [code, message, spoil] : steps) {
+TEST(StartUp, EndsWithTheCodeOfTheStepThatFailedAndUndoesNothing) {
+    for (const auto& [code, message] : {std::pair(3, "3 main.. daemon error"),
+                                        {4, "3 main.. setSignal error"},
+                                        {5, "3 main.. createPidFile error"},
+                                        {6, "3 main.. create server socket error"},
+                                        {7, "3 main.. create shared memory error"},
+                                        {0, "6 main.. shmserver=0x"}}) {
         const test::World world;
-        const auto spoiled = [&, spoil = spoil] {
-            spoil(world);
-            live();
-        };
-        EXPECT_EXIT(spoiled(), testing::ExitedWithCode(code), std::string("main\\([0-9]+\\) ") + message)
-            << code;
-        // Nothing is undone.
+        EXPECT_EXIT(startUp(code, world), testing::ExitedWithCode(code), message);
         EXPECT_EQ(test::fileExists(paths().pidFile), code >= kExitPidFile);
         EXPECT_EQ(test::fileExists(paths().controlSocket), code >= kExitSocket);
         EXPECT_EQ(semget(world.statusKey(), 1, 0) != -1, code == kExitStatusSegment);
     }
 }
 
-TEST(StartUp, HonoursAStopAndTakesEverythingDown) {
-    const test::World world;
-    const auto stopped = [] {
-        g_stopAtOnce = true;
-        live();
+TEST(PidFile, IsWrittenUnlessAnotherInstanceMayRun) {
+    const std::string mine = std::to_string(getpid());
+    const std::pair<std::string, int> cases[] = {
+        {"2147483647 and more than sixteen bytes", 0},
+        {"9999999999999999", 0}, // beyond every pid, also once it has been narrowed
+        {" " + mine + "xyz", -1},
+        {"", -1},
+        {"letters", -2},
+        {"0\n", -2},
+        {std::string(16, ' ') + mine, -2}, // behind the bytes read
     };
-    EXPECT_EXIT(stopped(), testing::ExitedWithCode(0), "shmserver=0x");
-    EXPECT_FALSE(test::fileExists(paths().pidFile));
-    EXPECT_FALSE(test::fileExists(paths().controlSocket));
-    EXPECT_EQ(shmget(world.statusKey(), 0, 0), -1);
-    EXPECT_EQ(semget(world.statusKey(), 1, 0), -1);
+    for (const auto& [before, result] : cases) {
+        const test::World world;
+        const test::LogRecorder log;
+        test::writeFile(paths().pidFile, before);
+        EXPECT_EQ(createPidFile(), result) << before;
+        EXPECT_EQ(test::readFile(paths().pidFile), result == 0 ? mine + "\n" : before);
+        EXPECT_EQ(said(log), before.empty() ? "3 createPidFile() fread error(Success)\n" : "");
+    }
+    const test::World world;
+    const test::LogRecorder log;
+    const std::string target = world.root() + "/victim";
+    ASSERT_EQ(symlink(target.c_str(), paths().pidFile), 0);
+    EXPECT_EQ(createPidFile(), -6) << "not through a link";
+    EXPECT_FALSE(test::fileExists(target));
+    EXPECT_EQ(said(log), "3 createPidFile() fopen error(Too many levels of symbolic links)\n");
+}
+
+/// In a process of its own, since it changes the process's signals; prints what does not hold.
+[[noreturn]] void checkSignals() {
+    const test::LogRecorder log;
+    sigset_t mask;
+    sigfillset(&mask);
+    sigprocmask(SIG_BLOCK, &mask, nullptr); // as a parent might leave it
+    EXPECT_EQ(setSignal(), 0);
+    sigprocmask(SIG_BLOCK, nullptr, &mask);
+    for (const int open : {SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGPIPE, SIGSEGV})
+        EXPECT_EQ(sigismember(&mask, open), 0) << open;
+    for (const int shut : {SIGHUP, SIGALRM, SIGCHLD, SIGWINCH, SIGRTMIN, SIGRTMAX})
+        EXPECT_EQ(sigismember(&mask, shut), 1) << shut;
+
+    errno = EBADF;
+    for (const int signal : {SIGPIPE, SIGUSR1, SIGUSR2, SIGINT, SIGQUIT, SIGTERM, SIGTERM}) raise(signal);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(g_loopFlag, kLoopStop);
+    EXPECT_EQ(g_formatFlag, 0);
+    EXPECT_EQ(said(log), "") << "the handler must not log";
+    logCaughtSignals();
+    logCaughtSignals();
+    const std::string stop = "6 sigcatch() catch SIGINT|SIGTERM|SIGQUIT ";
+    EXPECT_EQ(said(log), stop + "(2)\n" + stop + "(15)\n" + stop + "(15)\n" + stop + "(3)\n" +
+                             "6 sigcatch() catch SIGUSR1 (10)\n6 sigcatch() catch SIGUSR2 (12)\n");
+    _exit(testing::Test::HasFailure());
+}
+
+TEST(Signals, AreAcceptedCaughtAndReported) {
+    EXPECT_EXIT(checkSignals(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace
