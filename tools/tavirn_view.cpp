@@ -23,11 +23,13 @@ enum ExitCode { kDone = 0, kCannotWrite = 1, kUsage = 2, kNoMemory = 3, kDamaged
 
 constexpr char kNotes[] =
     "Ends at SIGINT or SIGTERM, when the session ends, or as the options say; the statistics always come.\n"
-    "Lateness: a picture's arrival less its stamp, against the earliest such difference of its run. A run "
-    "ends "
-    "at a PAUSE block and where stamps jump by more than a second, since the daemon paces anew from there; "
-    "the "
-    "first two pictures of a run are not counted, nor what --from-oldest found there.\n"
+    "Lateness, each against the earliest picture of its run: on turn, against the steps of 10 ms in which "
+    "the\n"
+    "daemon paces; on stamp, against the picture's own time stamp. A run ends at a PAUSE block and where "
+    "stamps\n"
+    "jump by more than a second, since the daemon paces anew from there; the first two pictures of a run "
+    "are\n"
+    "not counted, nor what --from-oldest found there.\n"
     "Exit codes: 0 done, 1 the file cannot be written, 2 wrong usage, 3 no output memory, 4 the memory's "
     "content is damaged.";
 

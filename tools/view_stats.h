@@ -2,10 +2,15 @@
 // the time stamps are and how late the pictures come against them.
 //
 // Pictures belong to one run as long as no PAUSE block comes between them and their stamps rise by at most a
-// second: the daemon takes a new base for its pacing where a run ends. A picture's lateness is its arrival
-// less its stamp, relative to the earliest such difference of its run. The first two pictures of a run are
-// left out: the first one goes out an interval early by design, and the second follows at once. So are the
-// pictures that the memory already held when it was attached: they did not arrive, they were found.
+// second: the daemon takes a new base for its pacing where a run ends. Two figures tell how late a picture
+// is, each relative to the earliest picture of its run:
+//  - against its turn: the daemon lets a picture go when the wall clock has caught up with the one before it,
+//    and counts both clocks from the run's base in whole steps of 10 ms. Where the base lies within such a
+//    step is not visible from outside; the place that leaves the least lateness is taken.
+//  - against its stamp: what a reader sees that sends every picture on as it comes. The steps show here.
+// The first two pictures of a run are left out: the first one goes out an interval early by design, and the
+// second follows at once. So are the pictures that the memory already held when it was attached: they did not
+// arrive, they were found.
 #pragma once
 
 #include <chrono>
@@ -38,7 +43,8 @@ struct ViewReport {
     uint32_t firstStamp = 0; ///< of the first and last picture
     uint32_t lastStamp = 0;
     std::optional<Increments> increments;
-    std::optional<Lateness> lateness;
+    std::optional<Lateness> againstTurn;
+    std::optional<Lateness> againstStamp;
 };
 
 class ViewStats {
@@ -53,17 +59,27 @@ public:
     ViewReport report() const;
 
 private:
-    /// Appends the milliseconds that the run's pictures are late against the earliest of them.
-    void appendLateness(std::vector<double>& all) const;
+    struct Arrival {   ///< of a picture that counts, in milliseconds
+        double at;     ///< since the first arrival
+        double stamp;  ///< since the run's first stamp
+        double before; ///< the stamp of the picture before it, likewise
+    };
+    struct Lateness {
+        std::vector<double> againstTurn;
+        std::vector<double> againstStamp;
+    };
+
+    /// Appends how late the present run's pictures are.
+    void appendLateness(Lateness& all) const;
 
     ViewReport m_report; ///< the counts
     std::map<uint32_t, uint64_t> m_increments;
-    std::vector<double> m_lateness;              ///< of the runs that have ended
+    Lateness m_lateness;                         ///< of the runs that have ended
     std::optional<Clock::time_point> m_measured; ///< the first arrival
 
-    uint64_t m_runPictures = 0;      ///< 0 = outside a run
-    double m_runStampMs = 0;         ///< from the run's first stamp to the last one
-    std::vector<double> m_runDelays; ///< arrival less stamp of the run's pictures that count, in ms
+    uint64_t m_runPictures = 0; ///< 0 = outside a run
+    double m_runStampMs = 0;    ///< from the run's first stamp to the last one
+    std::vector<Arrival> m_run;
 };
 
 std::string asText(const ViewReport& report);

@@ -1,5 +1,6 @@
 #include "tools/view_stats.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 
 namespace {
@@ -35,7 +36,7 @@ TEST(ViewStats, NoPictureLeavesNothingToMeasure) {
     const ViewReport report = playback.stats.report();
     EXPECT_EQ(report.pauseBlocks, 1u);
     EXPECT_EQ(report.pictures + report.bytes + report.runs, 0u);
-    EXPECT_FALSE(report.increments || report.lateness);
+    EXPECT_FALSE(report.increments || report.againstTurn);
 }
 
 TEST(ViewStats, RunsEndAtPausesAndJumpsButNotWhereStampsWrap) {
@@ -77,11 +78,26 @@ TEST(ViewStats, LatenessIsMeasuredWithinEachRunFromItsThirdPictureOn) {
         }
         playback.pause();
     }
-    const auto lateness = playback.stats.report().lateness;
+    const auto lateness = playback.stats.report().againstStamp;
     ASSERT_TRUE(lateness);
     EXPECT_NEAR(lateness->p50, 0, 0.001);
     EXPECT_NEAR(lateness->p99, 1, 0.001); // one in 200 is later
     EXPECT_NEAR(lateness->max, 7, 0.001);
+}
+
+TEST(ViewStats, TurnsComeInStepsOfTenMilliseconds) {
+    Playback playback(0);
+    double before = 0;
+    for (int i = 0; i < 300; ++i) { // 30 fps in whole milliseconds, out on the steps behind a base 3 ms off
+        const uint32_t increment = i % 3 == 2 ? 34 : 33;
+        playback.picture(increment * kStampsPerMs,
+                         std::floor((before + 3) / 10) * 10 + (i % 50 == 49 ? 2 : 0));
+        before += i == 0 ? 0 : increment;
+    }
+    const ViewReport report = playback.stats.report();
+    EXPECT_NEAR(report.againstTurn->p50, 0, 0.001);
+    EXPECT_NEAR(report.againstTurn->max, 2, 0.001);
+    EXPECT_GT(report.againstStamp->p50, 2);
 }
 
 TEST(ViewStats, WhatWasThereBeforeIsCountedButNotMeasured) {
@@ -91,9 +107,9 @@ TEST(ViewStats, WhatWasThereBeforeIsCountedButNotMeasured) {
     const ViewReport report = playback.stats.report();
     EXPECT_EQ(report.pictures, 20u);
     EXPECT_EQ(report.runs, 1u);
-    ASSERT_TRUE(report.lateness);
-    EXPECT_NEAR(report.lateness->max, 2, 0.001);
-    EXPECT_NEAR(report.lateness->p50, 0, 0.001);
+    ASSERT_TRUE(report.againstTurn);
+    EXPECT_NEAR(report.againstTurn->max, 2, 0.001);
+    EXPECT_NEAR(report.againstTurn->p50, 0, 0.001);
 }
 
 } // namespace
