@@ -12,8 +12,7 @@ namespace {
 TEST(DefaultStream, IsTheNewestRecordedElseTheOneBeingRecorded) {
     const std::string unreadable = "0/4: 3 searchDefaultStream() file-open err\n";
     const std::string none = "0/0: 3 searchDefaultStream() apiDB setSql not found record\n";
-    const std::string seven = "7/0: 6 searchDefaultStream() apiDB setSql found stream ID = 7\n";
-    const std::string twelve = "12/0: 6 searchDefaultStream() apiDB setSql found stream ID = 12\n";
+    const std::string found = "/0: 6 searchDefaultStream() apiDB setSql found stream ID = ";
     const struct {
         char detect, readOnly; ///< '\0' = an empty file
         unsigned long hint;
@@ -23,9 +22,9 @@ TEST(DefaultStream, IsTheNewestRecordedElseTheOneBeingRecorded) {
         {'1', '1', kNoStreamHint, 13, 30, "0/6: "},
         {'\0', '0', kNoStreamHint, 13, 30, unreadable},
         {'0', '\0', kNoStreamHint, 13, 30, unreadable},
-        {'0', '1', kNoStreamHint, 13, 30, twelve},
-        {'1', '0', 12, 13, 30, twelve},
-        {'1', '0', 11, 13, 30, seven},
+        {'0', '1', kNoStreamHint, 13, 30, "12" + found + "12\n"},
+        {'1', '0', 12, 13, 30, "12" + found + "12\n"},
+        {'1', '0', 11, 13, 30, "7" + found + "7\n"},
         {'1', '0', 6, 13, 30, "13/0: "}, // the bound is not for the stream under recording
         {'1', '0', 6, 13, 0, none},      // nothing in it yet
         {'1', '0', 6, 0, 30, none},

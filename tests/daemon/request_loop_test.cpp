@@ -20,9 +20,7 @@ namespace {
 namespace simulated = test::simulated;
 
 std::string refused(char byte3) {
-    std::string answer(96, '\xFF');
-    answer[3] = byte3;
-    return answer;
+    return std::string(3, '\xFF') + byte3 + std::string(92, '\xFF');
 }
 const std::string kSetUpFailed(96, '\0');
 
@@ -68,15 +66,13 @@ struct RequestLoopTest : testing::Test {
             EXPECT_EQ(ask(type, session, jump), answer) << type << " " << session << " " << jump;
             EXPECT_NE(said(log).find(message), std::string::npos) << message << log.dump();
             simulated::hold();
-            if (!until.empty()) waitFor(until, session);
+            if (until.empty()) continue;
+            // Time passes only as the playback thread sleeps, so that no word is over before it is seen.
+            for (int looks = 0; looks < 1'000'000 && ask(RTSP_REQ_STATUS, session) != until; ++looks)
+                if (const auto sleeps = simulated::takeSleeps(); !sleeps.empty())
+                    simulated::advance(sleeps.back());
+            EXPECT_EQ(ask(RTSP_REQ_STATUS, session), until);
         }
-    }
-    /// Time passes only as the playback thread sleeps, so that no word is over before it is seen.
-    void waitFor(const std::string& word, const std::string& session) {
-        for (int looks = 0; looks < 1'000'000 && ask(RTSP_REQ_STATUS, session) != word; ++looks)
-            if (const auto sleeps = simulated::takeSleeps(); !sleeps.empty())
-                simulated::advance(sleeps.back());
-        EXPECT_EQ(ask(RTSP_REQ_STATUS, session), word);
     }
 
     test::World world;
@@ -143,11 +139,12 @@ TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
 TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOrTheLoopStops) {
     test::Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
     const Row opens{RTSP_REQ_OPEN, "", test::parameterSets()};
-    serve({opens, {RTSP_REQ_SESSION, "77"}, {RTSP_REQ_PAUSE, "77"}});
+    serve({opens, {RTSP_REQ_SESSION, "77"}, {RTSP_REQ_FFTIME, "77"}});
     const timeval begin = simulated::now();
     simulated::resume();
     rtsp_request notice{};
     const int connection = recv_rtsp_request(listening, &notice);
+    EXPECT_EQ(rtsp_session_id(&notice), 77u) << "of the last keep-alive";
     EXPECT_GE(simulated::now().tv_sec - begin.tv_sec, 61);
     loop.handle(notice, connection);
     close(connection);
@@ -188,7 +185,7 @@ TEST_F(RequestLoopTest, ReportsWhatCannotBeReadOrWritten) {
     EXPECT_EQ(said(log), expected + "3 main() sps/pps send error\n");
     const auto sleeps = simulated::takeSleeps();
     EXPECT_EQ(sleeps.size(), 6u);
-    for (const timeval& span : sleeps) EXPECT_EQ(span.tv_sec * 1000000 + span.tv_usec, 100000);
+    for (const timeval& span : sleeps) EXPECT_EQ(span.tv_sec * 1'000'000 + span.tv_usec, 100'000);
 }
 
 } // namespace

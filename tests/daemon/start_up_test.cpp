@@ -15,9 +15,7 @@
 #include "tests/daemon/said.h"
 #include "tests/support/world.h"
 
-namespace {
-int g_failingStep = 0; ///< its exit code
-}
+static int g_failingStep = 0; ///< its exit code
 
 // In place of the C library's, for this program.
 extern "C" int daemon(int, int) noexcept {

@@ -11,8 +11,6 @@
 namespace {
 
 struct Shm : testing::Test {
-    int semaphore() const { return semctl(semget(key, 1, 0), 0, GETVAL); }
-
     const test::World world;
     const key_t key = world.statusKey();
 };
@@ -59,6 +57,7 @@ TEST_F(Shm, IsCompletedByARepeatedCreatAndFreesTheSemaphoreOfAKilledHolder) {
     void* const address = server.creat(key);
     EXPECT_TRUE(address);
     EXPECT_EQ(server.creat(key), address);
+    const auto semaphore = [&] { return semctl(semget(key, 1, 0), 0, GETVAL); };
     EXPECT_EQ(semaphore(), 0) << "what was there is left alone";
     const CShmServer daemon(key);
     EXPECT_EQ(semaphore(), 1);
