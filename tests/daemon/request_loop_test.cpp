@@ -105,7 +105,7 @@ TEST_F(RequestLoopTest, SaysWhyNoSessionIsOpenedAndServesTheOneThatIs) {
            {RTSP_REQ_PLAY, "77", "", "Jump: oldest", "oldest", "pause(sof)"},
            {.type = RTSP_REQ_PLAY, .session = "77", .until = "pause(eof)"}});
     EXPECT_EQ(status.m_status->pbActive, 1u);
-    serve({{RTSP_REQ_TEARDOWN, "77", "", "6 main() TEARDOWN\n"},
+    serve({{RTSP_REQ_TEARDOWN, "", "", "6 main() TEARDOWN\n"}, // of whatever session there is
            {RTSP_REQ_SESSION, "78"}, // also while idle a number registers, and no teardown takes it back
            {RTSP_REQ_TEARDOWN, "78"},
            {RTSP_REQ_STATUS, "78", "init"},
@@ -124,11 +124,12 @@ TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
         const std::string gaveUp = "\n\n3 main() m_picker->get_sps_pps() error\n3 main() fatalerror=";
         return Row{RTSP_REQ_OPEN, "", kSetUpFailed, tried + id + gaveUp + error + "\n", "", "", msBefore};
     };
-    serve({fails("3", "2"),
+    serve({{RTSP_REQ_SESSION, "5"}, // forgotten by the failure
+           fails("3", "2"),
            {RTSP_REQ_STATUS, "", "error"},
            fails("2", "0", 299'900), // a damaged header is no fatal error
            {RTSP_REQ_STATUS, "", "init"},
-           {RTSP_REQ_OPEN, "", test::parameterSets(), tried + "1\n\n"},
+           {RTSP_REQ_OPEN, "", test::parameterSets(), tried + "1\n\n", "", "", 299'900},
            {RTSP_REQ_TEARDOWN, "", "", "6 main() TEARDOWN\n"},
            fails("3", "2"), // a success forgets the bound, and so do 300 seconds
            fails("3", "2", 300'000)});

@@ -60,7 +60,7 @@ TEST(PidFile, IsWrittenUnlessAnotherInstanceMayRun) {
     const std::string mine = std::to_string(getpid());
     const std::pair<std::string, int> cases[] = {
         {"2147483647 and more than sixteen bytes", 0},
-        {"9999999999999999", 0}, // beyond every pid, also once it has been narrowed
+        {std::to_string(0x1'0000'0000 + getpid()), 0}, // beyond every pid, not to be narrowed to one
         {" " + mine + "xyz", -1},
         {"", -1},
         {"letters", -2},
