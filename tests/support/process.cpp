@@ -3,6 +3,7 @@
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <set>
 #include <sys/prctl.h>
@@ -54,9 +55,11 @@ std::set<pid_t>& daemonsKnown() {
     return pids;
 }
 
+/// -1 while there is none; a daemon that starts may be replacing it at this moment.
 pid_t pidFromFile(const std::string& root) {
-    const std::string path = root + "/var/run/tavirn.pid";
-    return fileExists(path) ? static_cast<pid_t>(std::atol(readFile(path).c_str())) : -1;
+    pid_t pid = -1;
+    std::ifstream(root + "/var/run/tavirn.pid") >> pid;
+    return pid > 0 ? pid : -1;
 }
 
 } // namespace
