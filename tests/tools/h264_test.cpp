@@ -50,12 +50,10 @@ TEST(PictureShaper, PutsParameterSetsAndSeiInFrontOfIPicturesOnly) {
 }
 
 TEST(PictureShaper, RefusesWhatPlaybackCouldNotHandOver) {
-    const size_t room = kMaxParameterSetBytes - k4.size() - (k4 + kPps).size();
-    const auto withSps = [](size_t bytes) {
-        return k4 + kSps + std::string(bytes - kSps.size(), 'x') + k4 + kPps + k4 + kIdr;
-    };
-    EXPECT_EQ(PictureShaper().shape(withSps(room), "").find(k4 + '\6'), kMaxParameterSetBytes);
-    EXPECT_THROW(PictureShaper().shape(withSps(room + 1), ""), RecordingError);
+    const std::string rest = k4 + kPps + k4 + kIdr;
+    const std::string longest(kMaxParameterSetBytes - 2 * k4.size() - kPps.size() - kSps.size(), 'x');
+    EXPECT_EQ(PictureShaper().shape(k4 + kSps + longest + rest, "").find(k4 + '\6'), kMaxParameterSetBytes);
+    EXPECT_THROW(PictureShaper().shape(k4 + kSps + longest + 'x' + rest, ""), RecordingError);
     EXPECT_THROW(PictureShaper().shape(k4 + kIdr, ""), RecordingError);
 }
 
@@ -68,13 +66,13 @@ TEST(Timeline, PutsOneGapBetweenStreamsHoweverLateTheyChange) {
     const auto start = parseClock("2024-01-02 03:04:05.25");
     ASSERT_TRUE(start);
     EXPECT_EQ(clockText(*start), "2024-01-02 03:04:05.250");
-    for (const char* text : {"", "yesterday", "2024-01-02", "2024-02-31 03:04:05", "2024-01-02 03:04:05.1234",
+    for (const char* text : {"", "2024-01-02", "2024-02-31 03:04:05", "2024-01-02 03:04:05.1234",
                              "2024-01-02 03:04:05 x", "1969-12-31 00:00:00", "2107-01-01 00:00:00"})
         EXPECT_FALSE(parseClock(text)) << text;
 
     TimelineCursor cursor({*start, 2000, 3000});
     EXPECT_FALSE(cursor.isBehind(1999));
-    ASSERT_TRUE(cursor.isBehind(4500)) << "the I-picture comes late, as in a file that is copied";
+    EXPECT_TRUE(cursor.isBehind(4500)) << "the I-picture comes late, as in a file that is copied";
     cursor.goOn(4500);
     EXPECT_EQ(cursor.wallMs(4500), *start + 4500 + 3000);
     EXPECT_FALSE(cursor.isBehind(5999));
