@@ -10,25 +10,15 @@
 #include "tests/support/card.h"
 #include "tests/support/log_recorder.h"
 
-namespace test {
-extern thread_local long allocations; ///< by this thread, since it began
-}
-
 inline bool operator==(const PICTURE_HEADER& a, const PICTURE_HEADER& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 class Stream : public CPbStreamVideo {
 public:
-    using CPbStreamVideo::CPbStreamVideo;
-    using CPbStreamVideo::m_iPicSearch;
-    using CPbStreamVideo::m_openChunk;
-    using CPbStreamVideo::m_readPic;
-    using CPbStreamVideo::m_setOffset;
-    using CPbStreamVideo::m_setSql;
-    using CPbStreamVideo::m_setSqlEvent;
-    using CPbStreamVideo::m_updateRecStream;
-    using CPbStreamVideo::m_video;
+    using Base = CPbStreamVideo;
+    using Base::Base, Base::m_iPicSearch, Base::m_readPic, Base::m_setOffset, Base::m_setSqlEvent,
+        Base::m_updateRecStream, Base::m_video;
 };
 
 /// Passes everything on to the reader it stands in for; counts, and breaks down when told to.
@@ -39,19 +29,16 @@ public:
     int close() override { return m_inner->close(); }
     int seek(long position, int origin) override { return seekFails ? -1 : m_inner->seek(position, origin); }
     int seekEvent(long position, int origin) override {
-        lastSeek = position;
         return seekFails ? -1 : m_inner->seekEvent(position, origin);
     }
     long read(void* buffer, long length) override {
         ++reads;
-        return readFails ? -1 : m_inner->read(buffer, std::min(length, readLimit));
+        return readLimit < 0 ? -1 : m_inner->read(buffer, std::min(length, readLimit));
     }
 
     int reads = 0;
-    long lastSeek = -1;
-    long readLimit = kMaxPictureBytes;
+    long readLimit = kMaxPictureBytes; ///< bytes that come of a longer read; -1 = it fails
     bool seekFails = false;
-    bool readFails = false;
 
 private:
     std::unique_ptr<CStreamRead> m_inner;
@@ -71,11 +58,11 @@ protected:
     int over(unsigned char dir, PB_STREAM_TIME time = {}, bool locate = false) {
         return video.over(dir, &db, &stH, &picH, &time, locate ? 1 : 0);
     }
-    PB_STREAM_TIME goTo(PB_STREAM_TIME time, unsigned char dir = 0) {
-        return video.getTime(time, &db, &stH, &picH, 1, dir, 0);
-    }
     PB_STREAM_TIME skip(unsigned char kind, unsigned long backSec = 0) {
         return video.getSkip(nullptr, &db, &stH, &picH, kind, 0, 0, backSec);
+    }
+    PB_STREAM_TIME toAlarm(PB_STREAM_TIME from, unsigned char dir) {
+        return video.getSkip(&from, &db, &stH, &picH, kSkipEvent, dir, 0, 0);
     }
     long move(unsigned char kind, unsigned long count, unsigned char search = kSearchNone) {
         return video.move(kind, count, &picH, search);
@@ -84,19 +71,8 @@ protected:
     void recorderSays(uint32_t streamId, uint32_t pictures) {
         if (segment.m_status == nullptr)
             segment.m_status = static_cast<REC_STATUS*>(segment.creat(world.statusKey()));
-        segment.lockShm();
         segment.m_status->recStreamID = streamId;
         segment.m_status->recPictures = pictures;
-        segment.unlockShm();
-    }
-
-    /// The statements sent to the index, in order.
-    std::vector<std::string> statements() const {
-        std::vector<std::string> texts;
-        for (const test::LogLine& line : log.lines())
-            if (const size_t at = line.text.find(") SELECT"); at < 24)
-                texts.push_back(line.text.substr(at + 2));
-        return texts;
     }
     bool isEmpty() const {
         return video.m_video.db.streamID == 0 && video.m_video.readPic == nullptr &&

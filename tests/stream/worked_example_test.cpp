@@ -10,35 +10,20 @@ namespace {
 constexpr const char* kPage = "on-card-formats.md";
 constexpr uint32_t kHeaderArea = 4096;
 constexpr uint32_t kPictureData = kHeaderArea + 301 * kHeaderBytes;
-constexpr uint32_t kFirstPictureBytes = 26472;
 
 template <class Record> void expectOnPage(const char* name, const Record& record) {
     EXPECT_EQ(test::exampleBytes(kPage, name, sizeof record), test::bytesOf(record)) << name;
 }
 
 TEST(OnCardFormatsPage, ExamplesAreWhatTheRecordsHold) {
-    const STREAM_HEADER stream = sealed(STREAM_HEADER{.marker = kStreamMarker,
-                                                      .id = 7,
-                                                      .offset = kPictureData,
-                                                      .size = 2'400'000,
-                                                      .pts = 1000,
-                                                      .pictures = 240,
-                                                      .gops = 30,
-                                                      .reserved = 0,
-                                                      .cs = 0});
+    const STREAM_HEADER stream =
+        sealed(STREAM_HEADER{kStreamMarker, 7, kPictureData, 2'400'000, 1000, 240, 30, 0, 0});
     expectOnPage("stream-header", stream);
     expectOnPage("header-locator",
                  CHUNK_EVENT{3, CHUNK_KIND_STREAM, kHeaderArea, (stream.pictures + 1) * kHeaderBytes});
 
-    const PICTURE_HEADER first = sealed(PICTURE_HEADER{.marker = kPictureMarker,
-                                                       .id = 7,
-                                                       .offset = kPictureData,
-                                                       .size = kFirstPictureBytes,
-                                                       .pts = 1000,
-                                                       .pictures = 1,
-                                                       .reserved = 0,
-                                                       .msec = 980,
-                                                       .cs = 0});
+    const PICTURE_HEADER first =
+        sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData, 26472, 1000, 1, 0, 980, 0});
     expectOnPage("first-picture-header", first);
     EXPECT_TRUE(isIPicture(first));
 
