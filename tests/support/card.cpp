@@ -1,62 +1,43 @@
 #include "tests/support/card.h"
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <sqlite3.h>
 #include <stdexcept>
 
-#include "platform/paths.h"
+#include "platform/api_db.h"
 
 namespace test {
 namespace {
 
-constexpr char kSequenceSet[] = "\0\0\0\1\x67\x42\xC0\x1E\xD9\x01\x41\xFB\x01\x10";
-constexpr char kPictureSet[] = "\0\0\0\1\x68\xCB\x83\xCB\x20";
-constexpr char kSei[] = "\0\0\0\1\x06\x05\x01\x55\x80";
-constexpr char kISlice[] = "\0\0\0\1\x65\x88\x84";
-constexpr char kOtherSlice[] = "\0\0\0\1\x41\x9A\x24";
+using std::operator""s;
 
-/// Without the NUL that ends the literal.
-template <size_t N> std::string bytes(const char (&literal)[N]) {
-    return {literal, N - 1};
-}
+const std::string kSequenceSet = "\0\0\0\1\x67\x42\xC0\x1E\xD9\x01\x41\xFB\x01\x10"s;
+const std::string kPictureSet = "\0\0\0\1\x68\xCB\x83\xCB\x20"s;
+const std::string kSei = "\0\0\0\1\x06\x05\x01\x55\x80"s;
+const std::string kISlice = "\0\0\0\1\x65\x88\x84"s;
+const std::string kOtherSlice = "\0\0\0\1\x41\x9A\x24"s;
 
-/// Where a record of a header area lies in its chunk; one that reaches the chunk's end goes on at its start.
-struct RecordPlace {
-    RecordPlace(const std::string& chunk, const DB_STREAM& row, uint64_t record)
-        : ring(std::filesystem::file_size(chunk)), position((row.chunkOffset + record * kHeaderBytes) % ring),
-          toEnd(std::min<uint64_t>(kHeaderBytes, ring - position)) {}
-    uint64_t ring, position, toEnd;
-};
+constexpr uint32_t kGrowth = 1000; // pictures that a recording stream can grow by
 
-template <class Header> Header readHeader(const std::string& chunk, const DB_STREAM& row, uint64_t record) {
-    const RecordPlace place(chunk, row, record);
-    std::ifstream file(chunk, std::ios::binary);
-    const auto read = [&](uint64_t from, uint64_t count) {
-        std::string part(count, '\0');
-        file.seekg(static_cast<std::streamoff>(from));
-        file.read(part.data(), static_cast<std::streamsize>(count));
-        return part;
-    };
-    const std::string raw = read(place.position, place.toEnd) + read(0, kHeaderBytes - place.toEnd);
-    if (!file) throw std::runtime_error("cannot read " + chunk);
+/// Record `n` of a stream's header area; one that reaches the chunk's end goes on at its start.
+template <class Header> Header readRecord(Card& card, uint32_t streamId, uint64_t n) {
+    const std::string chunk = readFile(card.chunkPath(streamId)), ring = chunk + chunk;
     Header header;
-    std::memcpy(&header, raw.data(), sizeof header);
+    std::memcpy(&header, &ring[(card.row(streamId).chunkOffset + n * sizeof header) % chunk.size()],
+                sizeof header);
     return header;
 }
 
 template <class Header>
-void writeHeader(const std::string& chunk, const DB_STREAM& row, uint64_t record, const Header& header) {
-    const RecordPlace place(chunk, row, record);
-    const std::string raw(reinterpret_cast<const char*>(&header), kHeaderBytes);
-    patchFile(chunk, place.position, raw.substr(0, place.toEnd));
-    patchFile(chunk, 0, raw.substr(place.toEnd));
+void writeRecord(Card& card, uint32_t streamId, uint64_t n, const Header& header, bool seal) {
+    const Header whole = seal ? sealed(header) : header;
+    const std::string bytes(reinterpret_cast<const char*>(&whole), sizeof whole),
+        path = card.chunkPath(streamId);
+    const uint64_t ring = readFile(path).size(), begin = card.row(streamId).chunkOffset + n * bytes.size();
+    for (size_t i = 0; i < bytes.size(); ++i) patchFile(path, (begin + i) % ring, bytes.substr(i, 1));
 }
 
 } // namespace
@@ -77,58 +58,21 @@ PB_STREAM_TIME at(const char* clock) {
 }
 
 std::string parameterSets() {
-    return bytes(kSequenceSet) + bytes(kPictureSet);
+    return kSequenceSet + kPictureSet;
 }
 
 std::string pictureBytes(uint32_t streamId, uint32_t picture, bool iPicture, uint32_t size) {
-    std::string data = iPicture ? parameterSets() + bytes(kSei) + bytes(kISlice) : bytes(kOtherSlice);
+    std::string data = iPicture ? parameterSets() + kSei + kISlice : kOtherSlice;
     data += " stream " + std::to_string(streamId) + " picture " + std::to_string(picture) + " ";
     data.resize(size != 0 ? size : data.size() + (iPicture ? 100 : 0) + (streamId + 7 * picture) % 32, '.');
     return data;
 }
 
-// ---- StreamBuilder ----
-
-StreamBuilder& StreamBuilder::from(const char* clock) {
-    return fromMs(atMs(clock));
-}
-StreamBuilder& StreamBuilder::fromMs(uint64_t ms) {
-    m_settings.startMs = ms;
-    return *this;
-}
-StreamBuilder& StreamBuilder::pictures(uint32_t count) {
-    m_pictures = count;
-    return *this;
-}
-StreamBuilder& StreamBuilder::gop(uint32_t pictures) {
-    m_gop = pictures;
-    return *this;
-}
 StreamBuilder& StreamBuilder::fps(double framesPerSecond) {
     m_intervalMs = 1000 / framesPerSecond;
     m_settings.frameSet = 0;
     for (uint16_t code = 1; const FrameRateRow* row = frameRateRow(code); ++code)
         if (row->tenthsPerSecond == std::lround(framesPerSecond * 10)) m_settings.frameSet = code;
-    return *this;
-}
-StreamBuilder& StreamBuilder::frameSet(uint16_t value) {
-    m_settings.frameSet = value;
-    return *this;
-}
-StreamBuilder& StreamBuilder::gops(uint32_t value) {
-    m_gops = value;
-    return *this;
-}
-StreamBuilder& StreamBuilder::firstPts(uint64_t ms) {
-    m_firstPts = ms;
-    return *this;
-}
-StreamBuilder& StreamBuilder::firstI(uint32_t picture) {
-    m_firstI = picture;
-    return *this;
-}
-StreamBuilder& StreamBuilder::pictureSize(uint32_t size) {
-    m_pictureSize = size;
     return *this;
 }
 
@@ -162,13 +106,6 @@ void StreamBuilder::recording() {
     m_card.m_open.emplace(*this);
 }
 
-// ---- Card ----
-
-Card::Card(const World& world, uint32_t chunkBytes)
-    : Card({world.root() + kFixedPaths.card, world.root() + kFixedPaths.index, chunkBytes}) {}
-
-Card::Card(const RecordingPlace& place) : m_place(place), m_writer(place) {}
-
 uint32_t Card::alarm(const char* from, const char* to, uint32_t extTrg) {
     return m_writer.addEvent(atMs(from), to && *to ? atMs(to) : 0, extTrg);
 }
@@ -183,57 +120,38 @@ void Card::finish() {
 }
 
 void Card::sql(const std::string& statement) {
-    query(statement, nullptr, nullptr);
-}
-
-void Card::query(const std::string& statement, int (*perRow)(void*, int, char**, char**), void* context) {
     sqlite3* opened = nullptr;
     const int result = sqlite3_open_v2(m_place.indexFile.c_str(), &opened, SQLITE_OPEN_READWRITE, nullptr);
-    const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> database(opened, &sqlite3_close);
+    const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> index(opened, &sqlite3_close);
     sqlite3_busy_timeout(opened, 10000);
-    if (result != SQLITE_OK || sqlite3_exec(opened, statement.c_str(), perRow, context, nullptr) != SQLITE_OK)
+    if (result != SQLITE_OK ||
+        sqlite3_exec(opened, statement.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
         throw std::runtime_error(statement + ": " + sqlite3_errmsg(opened));
 }
 
 DB_STREAM Card::row(uint32_t streamId) {
     DB_STREAM row{};
-    const auto copy = [](void* context, int, char** cells, char**) {
-        uint32_t v[14];
-        for (int i = 0; i < 14; ++i) v[i] = cells[i] ? static_cast<uint32_t>(std::atoll(cells[i])) : 0;
-        const auto narrow = [&](int i) { return static_cast<uint16_t>(v[i]); };
-        *static_cast<DB_STREAM*>(context) = {v[0],  narrow(1),  narrow(2),  v[3], v[4],
-                                             v[5],  v[6],       v[7],       v[8], v[9],
-                                             v[10], narrow(11), narrow(12), v[13]};
-        return 0;
-    };
-    query("SELECT streamID, inTrg, frameSet, bitrateSet, recSize, chunkID, chunkOffset, chunkSize, status,"
-          " startDate, endDate, startMSec, endMSec, backOffset FROM STREAM WHERE streamID = " +
-              std::to_string(streamId),
-          copy, &row);
-    if (row.streamID == 0) throw std::runtime_error("no row of stream " + std::to_string(streamId));
+    if (CApiDb().selectStream(streamId, &row) == 0)
+        throw std::runtime_error("no row of stream " + std::to_string(streamId));
     return row;
 }
 
 std::string Card::chunkPath(uint32_t streamId) {
-    char name[16];
-    std::snprintf(name, sizeof name, "/chunk%05u", row(streamId).chunkID & 0xFFFF);
-    return m_place.cardDirectory + name;
+    const std::string number = std::to_string(row(streamId).chunkID & 0xFFFF);
+    return m_place.cardDirectory + "/chunk" + std::string(5 - number.size(), '0') + number;
 }
 
 STREAM_HEADER Card::streamHeader(uint32_t streamId) {
-    return readHeader<STREAM_HEADER>(chunkPath(streamId), row(streamId), 0);
+    return readRecord<STREAM_HEADER>(*this, streamId, 0);
 }
-
 void Card::setStreamHeader(uint32_t streamId, STREAM_HEADER header, bool seal) {
-    writeHeader(chunkPath(streamId), row(streamId), 0, seal ? sealed(header) : header);
+    writeRecord(*this, streamId, 0, header, seal);
 }
-
 PICTURE_HEADER Card::pictureHeader(uint32_t streamId, uint32_t picture) {
-    return readHeader<PICTURE_HEADER>(chunkPath(streamId), row(streamId), uint64_t{picture} + 1);
+    return readRecord<PICTURE_HEADER>(*this, streamId, uint64_t{picture} + 1);
 }
-
 void Card::setPictureHeader(uint32_t streamId, uint32_t picture, PICTURE_HEADER header, bool seal) {
-    writeHeader(chunkPath(streamId), row(streamId), uint64_t{picture} + 1, seal ? sealed(header) : header);
+    writeRecord(*this, streamId, uint64_t{picture} + 1, header, seal);
 }
 
 } // namespace test

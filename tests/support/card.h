@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/paths.h"
 #include "stream/records.h"
 #include "stream/stream_time.h"
 #include "tests/support/world.h"
@@ -29,17 +30,21 @@ class StreamBuilder {
 public:
     StreamBuilder(Card& card, uint32_t id) : m_card(card) { m_settings.streamId = id; }
 
-    StreamBuilder& from(const char* clock);
-    StreamBuilder& fromMs(uint64_t ms);
-    StreamBuilder& pictures(uint32_t count);
-    StreamBuilder& gop(uint32_t pictures);
+    StreamBuilder& from(const char* clock) { return fromMs(atMs(clock)); }
+    StreamBuilder& fromMs(uint64_t ms) { return m_settings.startMs = ms, *this; }
+    StreamBuilder& pictures(uint32_t count) { return m_pictures = count, *this; }
+    StreamBuilder& gop(uint32_t pictures) { return m_gop = pictures, *this; }
     /// Sets both the picture interval and, where one fits, the frame-rate code.
     StreamBuilder& fps(double framesPerSecond);
-    StreamBuilder& frameSet(uint16_t value); ///< after fps, overrides the code
-    StreamBuilder& gops(uint32_t value);     ///< the header's figure, else the gop's length
-    StreamBuilder& firstPts(uint64_t ms);    ///< of picture 0 on the recorder's scale, else 1000 s
-    StreamBuilder& firstI(uint32_t picture); ///< pictures before it are no I-pictures
-    StreamBuilder& pictureSize(uint32_t bytes);
+    /// After fps, overrides the code.
+    StreamBuilder& frameSet(uint16_t value) { return m_settings.frameSet = value, *this; }
+    /// The header's figure, else the gop's length.
+    StreamBuilder& gops(uint32_t value) { return m_gops = value, *this; }
+    /// Of picture 0 on the recorder's scale, else 1000 s.
+    StreamBuilder& firstPts(uint64_t ms) { return m_firstPts = ms, *this; }
+    /// Pictures before it are no I-pictures.
+    StreamBuilder& firstI(uint32_t picture) { return m_firstI = picture, *this; }
+    StreamBuilder& pictureSize(uint32_t bytes) { return m_pictureSize = bytes, *this; }
 
     /// The finished stream; its row ends at the last picture's time.
     void closed();
@@ -48,19 +53,13 @@ public:
 
 private:
     friend class Card;
-    /// Pictures that a recording stream can grow by.
-    static constexpr uint32_t kGrowth = 1000;
-
     void begin(uint32_t spare);
     void write(uint32_t count);
 
     Card& m_card;
     StreamSettings m_settings;
-    uint32_t m_pictures = 0;
-    uint32_t m_gop = 30;
+    uint32_t m_pictures = 0, m_gop = 30, m_firstI = 0, m_pictureSize = 0;
     std::optional<uint32_t> m_gops;
-    uint32_t m_firstI = 0;
-    uint32_t m_pictureSize = 0;
     double m_intervalMs = 1000.0 / 30;
     uint64_t m_firstPts = 1'000'000;
 };
@@ -68,8 +67,9 @@ private:
 /// The card and index of a world.
 class Card {
 public:
-    explicit Card(const World& world, uint32_t chunkBytes = 1u << 20);
-    explicit Card(const RecordingPlace& place);
+    explicit Card(const World& world, uint32_t chunkBytes = 1u << 20)
+        : Card({world.root() + kFixedPaths.card, world.root() + kFixedPaths.index, chunkBytes}) {}
+    explicit Card(const RecordingPlace& place) : m_place(place), m_writer(place) {}
 
     StreamBuilder stream(uint32_t id) { return {*this, id}; }
     uint32_t alarm(const char* from, const char* to, uint32_t extTrg = 512);
@@ -94,8 +94,6 @@ public:
 
 private:
     friend class StreamBuilder;
-    void query(const std::string& statement, int (*perRow)(void*, int, char**, char**), void* context);
-
     RecordingPlace m_place;
     RecordingWriter m_writer;
     std::optional<StreamBuilder> m_open; ///< the stream that recording() left open

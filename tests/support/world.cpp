@@ -2,8 +2,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -27,8 +25,7 @@ namespace {
 }
 
 std::string makeRoot() {
-    const char* directory = std::getenv("TMPDIR");
-    std::string root = std::string(directory && *directory ? directory : "/tmp") + "/tavirn-XXXXXX";
+    std::string root = std::filesystem::temp_directory_path() / "tavirn-XXXXXX";
     if (!mkdtemp(root.data())) fail("mkdtemp " + root);
     return root;
 }
@@ -38,6 +35,7 @@ bool nobodyUses(key_t key) {
 }
 
 void removeIpc(key_t key) {
+    if (key == -1) return;
     if (const int id = shmget(key, 0, 0); id != -1) shmctl(id, IPC_RMID, nullptr);
     if (const int id = semget(key, 0, 0); id != -1) semctl(id, 0, IPC_RMID);
 }
@@ -74,8 +72,7 @@ World::World() : m_root(makeRoot()) {
 }
 
 World::~World() {
-    for (const key_t key : {statusKey(), outputKey()})
-        if (key != -1) removeIpc(key);
+    for (const key_t key : {statusKey(), outputKey()}) removeIpc(key);
     close(m_claim);
     std::error_code ignored;
     std::filesystem::remove_all(m_root, ignored);
@@ -90,15 +87,12 @@ key_t World::outputKey() const {
 }
 
 void World::setCardState(char cardDetect, char readOnly) {
-    const auto content = [](char byte) { return byte ? std::string{byte, '\n'} : std::string(); };
-    writeFile(m_root + kFixedPaths.cardDetect, content(cardDetect));
-    writeFile(m_root + kFixedPaths.cardReadOnly, content(readOnly));
+    writeFile(m_root + kFixedPaths.cardDetect, std::string(cardDetect != 0, cardDetect));
+    writeFile(m_root + kFixedPaths.cardReadOnly, std::string(readOnly != 0, readOnly));
 }
 
 void writeFile(const std::string& path, const std::string& content) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(content.data(), static_cast<std::streamsize>(content.size()));
-    if (!file.flush()) fail("write " + path);
+    if (!(std::ofstream(path, std::ios::binary) << content << std::flush)) fail("write " + path);
 }
 
 std::string readFile(const std::string& path) {
@@ -115,9 +109,7 @@ bool fileExists(const std::string& path) {
 
 void patchFile(const std::string& path, uint64_t position, const std::string& bytes) {
     std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
-    file.seekp(static_cast<std::streamoff>(position));
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!file.flush()) fail("patch " + path);
+    if (!(file.seekp(static_cast<std::streamoff>(position)) << bytes << std::flush)) fail("patch " + path);
 }
 
 } // namespace test
