@@ -35,11 +35,10 @@ public:
         : CpbPickerThread({.searchMode = kSearchModeId, .searchValue = streamId, .shmServer = shm}) {}
 
     using Base = CpbPickerThread;
-    using Base::direction, Base::m_basePts, Base::m_baseWallTime, Base::m_calcDiffTime,
-        Base::m_changePlayMode, Base::m_curEvent, Base::m_get_sps_pps, Base::m_pauseMode, Base::m_pbRefresh,
-        Base::m_pbStream, Base::m_pbStreamTime, Base::m_pbType, Base::m_prevDirection, Base::m_prevPbType,
-        Base::m_prevPlaySpeed, Base::m_prevPts, Base::m_prevStreamIdPacing, Base::m_resyncPacing,
-        Base::m_timestamp, Base::pass, Base::playSpeed, Base::takeRequest;
+    using Base::direction, Base::m_basePts, Base::m_baseWallTime, Base::m_curEvent, Base::m_pbRefresh,
+        Base::m_pbStream, Base::m_pbType, Base::m_prevDirection, Base::m_prevPlaySpeed, Base::m_prevPts,
+        Base::m_prevStreamIdPacing, Base::m_resyncPacing, Base::m_timestamp, Base::pass, Base::playSpeed,
+        Base::takeRequest;
 
     int play(const Headers& headers = {}) {
         const rtsp_request request = makeRequest(RTSP_REQ_PLAY, headers);
@@ -57,9 +56,6 @@ public:
         return movePictureData() == 0 ? block() : "";
     }
     uint32_t offset() const { return static_cast<uint32_t>(m_pbStream.getOffset()); }
-    /// Milliseconds on the wall clock of the recording.
-    int64_t timeMs() const { return ms(m_pbStream.getTimePts()); }
-    static int64_t ms(PB_STREAM_TIME time) { return int64_t{time.seconds()} * 1000 + time.mSec; }
 
     std::vector<char> m_buffer = std::vector<char>(kPictureBufferBytes);
 };

@@ -14,7 +14,7 @@ static ParameterSets scan(const std::string& picture) {
     return scanParameterSets(bytes.data(), bytes.size());
 }
 
-TEST(ParameterSetScanTest, CutsFromSpsToSei) {
+TEST(ParameterSetsTest, AreCutFromSpsToSei) {
     const std::string sps = nal(7, 10), pps = nal(8, 3), sei = nal(6, 1), slice = nal(5, 40);
     const struct {
         const char* what;
@@ -22,12 +22,10 @@ TEST(ParameterSetScanTest, CutsFromSpsToSei) {
         bool found;
         size_t position, length;
     } cases[] = {
-        {"in order", sps + pps + sei + slice, true, 0, 23},
         {"behind an access unit delimiter", nal(9, 1) + sps + pps + sei + slice, true, 6, 23},
         {"SEI before the PPS only", sps + sei + pps + slice, true, 0, 0},
-        {"no SEI", sps + pps + slice, true, 0, 0},
         {"SEI in the last five bytes", sps + pps + nal(6, 0), true, 0, 0},
-        {"SEI just before them", sps + pps + nal(6, 1), true, 0, 23},
+        {"SEI just before them", sps + pps + sei, true, 0, 23},
         {"PPS before the SPS only", pps + sps + sei + slice, false, 0, 0},
         {"three-byte start codes", sps.substr(1) + pps.substr(1) + sei + slice, false, 0, 0},
     };
@@ -38,60 +36,43 @@ TEST(ParameterSetScanTest, CutsFromSpsToSei) {
         EXPECT_EQ(sets.length, c.length) << c.what;
     }
     const std::string whole = sps + pps + sei;
-    for (size_t size = 0; size < whole.size(); ++size) {
+    for (size_t size = 0; size < whole.size(); ++size)
         EXPECT_EQ(scan(whole.substr(0, size)).length, 0u) << "cut at " << size;
-    }
 }
 
-class ParameterSetsTest : public EngineTest {
-protected:
-    char buffer[kParameterSetAnswerBytes] = {};
-};
-
-TEST_F(ParameterSetsTest, DamagedPictureIsNamedAndPassedOver) {
-    card.stream(1).from("12:00:00").pictures(70).gop(5).pictureSize(400).closed();
-    const auto overwrite = [&](uint32_t picture, const std::string& bytes) {
-        patchFile(card.chunkPath(1), card.pictureHeader(1, picture).offset, bytes);
-    };
+TEST_F(EngineTest, ParameterSetsOfADamagedPictureAreLookedForInTheNext) {
+    card.stream(1).from("12:00:00").pictures(40).gop(5).pictureSize(400).closed();
+    card.stream(2).from("12:01:00").pictures(40).gop(30).closed();
     const struct {
-        uint32_t size; ///< 0 = only the bytes are damaged
+        const char* message; ///< none = found
         std::string bytes;
-        const char* message;
+        uint32_t size = 400;
     } cases[] = {
-        {4, "", "invalid picH.size=4"},
-        {1536001, "", "invalid picH.size=1536001"},
-        {819201, "", "data get() error"},
-        {0, nal(5, 300), "Not found SPS/PPS"},
-        {0, nal(7, 40) + nal(8, 47) + nal(6, 50), "could not get SPS/PPS"}, // one byte too many
-        {0, nal(7, 40) + nal(8, 3) + nal(1, 300), "could not get SPS/PPS"}, // no SEI
+        {"invalid picH.size=4", "", 4},
+        {"invalid picH.size=1536001", "", 1536001},
+        {"data get() error", "", 819201},
+        {"Not found SPS/PPS", nal(5, 300)},
+        {"could not get SPS/PPS", nal(7, 40) + nal(8, 47) + nal(6, 50)}, // one byte too many
+        {"could not get SPS/PPS", nal(7, 40) + nal(8, 3) + nal(1, 300)}, // no SEI
+        {nullptr, nal(7, 40) + nal(8, 46) + nal(6, 50)},
     };
     uint32_t picture = 0;
     for (const auto& c : cases) {
         PICTURE_HEADER header = card.pictureHeader(1, picture += 5);
-        if (c.size != 0) header.size = c.size;
+        header.size = c.size;
         card.setPictureHeader(1, picture, header);
-        overwrite(picture, c.bytes);
+        patchFile(card.chunkPath(1), header.offset, c.bytes);
     }
-    overwrite(picture + 10, nal(7, 40) + nal(8, 46) + nal(6, 50));
-
     Engine engine(1);
     ASSERT_EQ(engine.preGetData(), 1);
+    char buffer[kParameterSetAnswerBytes] = {};
     for (const auto& c : cases) {
         log.clear();
-        EXPECT_EQ(engine.m_get_sps_pps(buffer), -1);
-        EXPECT_TRUE(log.has(3, c.message, "m_get_sps_pps")) << c.message << "\n" << log.dump();
+        EXPECT_EQ(engine.get_sps_pps(buffer, 1), c.message ? -1 : 96);
+        EXPECT_TRUE(!c.message || log.has(3, c.message, "m_get_sps_pps")) << c.message << log.dump();
     }
     const int length = engine.get_sps_pps(buffer, 1);
     EXPECT_EQ(std::string(buffer, length > 0 ? static_cast<size_t>(length) : 0), parameterSets());
-    EXPECT_EQ(engine.get_sps_pps(buffer, 1), 96);
-}
-
-TEST_F(ParameterSetsTest, GoesOnInTheNextStream) {
-    card.stream(1).from("12:00:00").pictures(3).closed();
-    card.stream(2).from("12:01:00").pictures(40).gop(30).closed();
-    Engine engine(1);
-    ASSERT_EQ(engine.preGetData(), 1);
-    EXPECT_GT(engine.get_sps_pps(buffer, 1), 0);
     EXPECT_EQ(engine.offset(), 30u); // the crossing lands on its first picture, the move leaves that behind
     EXPECT_EQ(engine.get_sps_pps(buffer, 3), -1);
     EXPECT_EQ(log.count(3, "Not exist next stream", "m_get_sps_pps"), 3) << log.dump();

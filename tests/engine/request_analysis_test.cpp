@@ -8,11 +8,8 @@ namespace test {
 constexpr uint32_t kMax = 0xFFFFFFFF;
 constexpr uint32_t kClock = 1704164645 - 9 * 3600; // 2024-01-02 03:04:05 nine hours east
 
-class RequestAnalysisTest : public EngineTest {
+class RequestTest : public EngineTest {
 protected:
-    // The Z of a clock text does not make it UTC.
-    RequestAnalysisTest() { setZone("JST-9"); }
-    ~RequestAnalysisTest() override { setZone("UTC"); }
     static void setZone(const char* zone) {
         setenv("TZ", zone, 1);
         tzset();
@@ -20,7 +17,8 @@ protected:
     Engine engine{1};
 };
 
-TEST_F(RequestAnalysisTest, FirstKeywordDecides) {
+TEST_F(RequestTest, FirstKeywordDecides) {
+    setZone("JST-9"); // the Z of a clock text does not make it UTC
     const struct {
         Headers headers;
         PBDATA expected;
@@ -49,21 +47,18 @@ TEST_F(RequestAnalysisTest, FirstKeywordDecides) {
         {{{"Jump", "clock"}}, {0, 10, JUMP_CLOCK, kMax}},
     };
     for (const auto& c : cases) {
-        const std::string text =
-            c.headers.empty() ? "" : c.headers.back().first + (" " + c.headers[0].second);
+        SCOPED_TRACE(testing::PrintToString(c.headers));
         EXPECT_EQ(engine.play(c.headers), 0);
-        ASSERT_TRUE(engine.takeRequest()) << text;
-        EXPECT_EQ(engine.m_curEvent.reqType, c.expected.reqType) << text;
-        EXPECT_EQ(engine.m_curEvent.reqSpeed, c.expected.reqSpeed) << text;
-        EXPECT_EQ(engine.m_curEvent.reqJump, c.expected.reqJump) << text;
-        EXPECT_EQ(engine.m_curEvent.reqTime, c.expected.reqTime) << text;
+        ASSERT_TRUE(engine.takeRequest());
+        EXPECT_EQ(engine.m_curEvent.reqType, c.expected.reqType);
+        EXPECT_EQ(engine.m_curEvent.reqSpeed, c.expected.reqSpeed);
+        EXPECT_EQ(engine.m_curEvent.reqJump, c.expected.reqJump);
+        EXPECT_EQ(engine.m_curEvent.reqTime, c.expected.reqTime);
     }
-    EXPECT_TRUE(log.has(6, "124/0/2 3:4:5", "analyzeEventData")) << log.dump();
-    EXPECT_TRUE(log.has(6, "Jump: oldestofall", "analyzeEventData")) << log.dump();
-    EXPECT_TRUE(log.has(6, "npt=0.000-", "analyzeEventData")) << log.dump();
-}
+    setZone("UTC");
+    for (const char* text : {"124/0/2 3:4:5", "Jump: oldestofall", "npt=0.000-"})
+        EXPECT_TRUE(log.has(6, text, "analyzeEventData")) << text << log.dump();
 
-TEST_F(RequestAnalysisTest, TypeAndEntryCountAreTakenWithCare) {
     rtsp_request request = makeRequest(RTSP_REQ_TEARDOWN, {{"Scale", "2"}});
     EXPECT_EQ(engine.analyzeEventData(&request), -1);
     EXPECT_FALSE(engine.takeRequest());
@@ -71,10 +66,24 @@ TEST_F(RequestAnalysisTest, TypeAndEntryCountAreTakenWithCare) {
     EXPECT_EQ(engine.analyzeEventData(&request), 0);
     ASSERT_TRUE(engine.takeRequest());
     EXPECT_EQ(engine.m_curEvent.reqType, kReqPause);
-    EXPECT_EQ(engine.m_curEvent.reqSpeed, 0u);
     request = makeRequest(RTSP_REQ_PLAY);
     request.headerNum = 0x7FFFFFFF; // no entry beyond the record is read
     EXPECT_EQ(engine.analyzeEventData(&request), 0);
+}
+
+TEST_F(RequestTest, NewestWinsAndPauseKeepsThePictureReady) {
+    card.stream(1).from("12:00:00").pictures(300).closed();
+    ASSERT_EQ(engine.preGetData(), 1);
+    engine.play({{"Scale", "4"}});
+    engine.play({{"Step", "7"}});
+    const rtsp_request pause = makeRequest(RTSP_REQ_PAUSE);
+    engine.analyzeEventData(&pause);
+    engine.turn();
+    EXPECT_EQ(engine.getCurrentPlayMode(), PB_PAUSE);
+    EXPECT_EQ(engine.offset(), 0u);
+    EXPECT_TRUE(log.has(6, "direction[0]\nplaySpeed[0.0]\nm_pbType[9]\n")) << log.dump();
+    engine.play();
+    EXPECT_EQ(engine.turn(), pictureBytes(1, 0, true));
 }
 
 } // namespace test

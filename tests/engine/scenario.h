@@ -1,6 +1,8 @@
 // A rich recording, and the words in which a table tells how play moves through it.
 #pragma once
 
+#include <cstdio>
+#include <memory>
 #include <optional>
 #include <span>
 
@@ -9,10 +11,7 @@
 
 namespace test {
 
-struct Place {
-    uint32_t stream = 0, picture = 0;
-    bool operator==(const Place&) const = default;
-};
+using Place = std::pair<uint32_t, uint32_t>; ///< stream and picture
 
 /// Where a row begins: in a session just opened, stepped to the picture; or where the row before has ended.
 struct Start {
@@ -35,14 +34,14 @@ struct Request {
 inline constexpr int kUntilRest = -1; ///< until a pass ends paused
 inline constexpr Request play{"Play"}, pause{"Pause"}, wait{"Wait"};
 
-/// Play type, and the word that a status query is answered with.
+/// Play type and, where that is a pause, its reason.
 struct State {
     PBTYPE type;
-    const char* word;
+    int reason = kPauseNone;
 };
-inline constexpr State kPlays{PB_NORMAL, "play"}, kSlow{PB_SLOW, "play"}, kFast{PB_FF, "play"},
-    kReverse{PB_REW, "play"}, kSlowReverse{PB_SLOW_REW, "play"}, kPaused{PB_PAUSE, "pause"},
-    kAtEnd{PB_PAUSE, "pause(eof)"}, kAtStart{PB_PAUSE, "pause(sof)"};
+inline constexpr State kPlays{PB_NORMAL}, kSlow{PB_SLOW}, kFast{PB_FF}, kReverse{PB_REW},
+    kSlowReverse{PB_SLOW_REW}, kPaused{PB_PAUSE}, kAtEnd{PB_PAUSE, kPauseEnd},
+    kAtStart{PB_PAUSE, kPauseStart};
 
 /// The last pass's block, the picture landed on or PAUSE, and how far it moved the time stamp.
 struct Output {
@@ -64,37 +63,139 @@ struct Move {
     const char* says = nullptr; ///< a message logged on the way
 };
 
-/// Finished streams of many kinds, listed where it is made, and alarms. `live` adds a stream behind them that
-/// is being recorded.
+/// Finished streams of many kinds, and alarms. `live` adds a stream behind them that is being recorded.
 class Recording {
 public:
-    explicit Recording(bool live = false);
-    void grow(uint32_t pictures);
-    void beginNext(uint32_t pictures);
-    /// The picture that a block shows; fails the test unless its bytes are the picture's.
-    Place identify(const std::string& block);
-    CtavirnShmServer* recorder() { return segment.m_status ? &segment : nullptr; }
+    explicit Recording(bool live = false) {
+        stream(1, "12:00:00", 30, 40).pictures(100).closed();                      // to 12:00:03.300
+        stream(2, "12:00:03.400", 25, 15).pictures(100).pictureSize(900).closed(); // to 12:00:07.360
+        EXPECT_TRUE(card.writer().placement().wrapped) << "its pictures go on at the chunk's start";
+        stream(3, "12:00:07.600", 10, 10).pictures(50).closed(); // to 12:00:12.500
+        // A gap of an hour. Then stream 5 begins inside stream 4.
+        stream(4, "13:00:00", 5, 10).pictures(100).closed(); // to 13:00:19.800
+        stream(5, "13:00:15", 1, 5).pictures(30).closed();   // to 13:00:44
+        // A time scale of its own and no frame-rate code; its end is the next one's start, where nothing
+        // counts as recorded.
+        stream(6, "13:01:00", 25, 25).frameSet(0).firstPts(1'000'000).pictures(76).closed(); // to 13:01:03
+        stream(7, "13:01:03", 10, 10).pictures(20).closed(); // to 13:01:04.900
+        card.sql("UPDATE STREAM SET recSize = 0 WHERE streamID = 7");
+        // Stream 9 has one I-picture, further than a search goes; it begins inside 8 and holds all of 10.
+        stream(8, "13:02:57", 10, 10).pictures(50).closed();              // to 13:03:01.900
+        stream(9, "13:03:00", 10, 10).firstI(290).pictures(300).closed(); // to 13:03:29.900
+        stream(10, "13:03:02", 10, 10).pictures(29).closed();             // to 13:03:04.800
+        stream(11, "13:04:00", 10, 10).firstPts(0).pictures(50).closed(); // to 13:04:04.900
+        // A search for its end finds the picture before the last, which is near enough.
+        stream(12, "13:05:00", 30, 30).pictures(101).closed(); // to 13:05:03.333
 
-private:
-    void publish();
+        card.alarm("12:00:01.500", "12:00:02");
+        card.alarm("12:00:04.100", "12:00:05");
+        card.alarm("12:00:09.500", "12:00:10");
+        card.alarm("12:00:10", "12:00:11", 511);
+        card.alarm("12:00:10.200", "12:00:11", 2048);
+        card.alarm("12:00:11", ""); // not ended
+        card.alarm("12:30:00", "12:30:01");
+        card.alarm("13:00:08", "13:00:09", 2047);
+        card.alarm("13:04:00.500", "13:04:02");
+        if (!live) return;
+        card.alarm("13:06:03", "13:06:04");
+        card.alarm("13:06:30", "13:06:31"); // its pictures are still to come
+        segment.m_status = static_cast<REC_STATUS*>(segment.creat(world.statusKey()));
+        stream(13, "13:06:00", 10, 10).pictures(50).recording(); // to 13:06:04.900 so far
+        publish(13);
+    }
+    void grow(uint32_t pictures) {
+        card.grow(pictures);
+        publish(segment.m_status->recStreamID);
+    }
+    /// Stream 14.
+    void beginNext(uint32_t pictures) {
+        const uint64_t from = atMs("13:06:00") + card.writer().pictures() * 100;
+        card.finish();
+        card.stream(14).fromMs(from).firstPts(from).fps(10).gop(10).pictures(pictures).recording();
+        publish(14);
+    }
+    /// The picture that a block shows; fails the test unless its bytes are the picture's.
+    Place identify(const std::string& block) {
+        Place place;
+        const size_t name = std::min(block.find(" stream "), block.size());
+        if (std::sscanf(block.c_str() + name, " stream %u picture %u ", &place.first, &place.second) != 2) {
+            ADD_FAILURE() << "no picture: " << testing::PrintToString(block);
+            return {};
+        }
+        const PICTURE_HEADER header = card.pictureHeader(place.first, place.second);
+        EXPECT_EQ(block, pictureBytes(place.first, place.second, isIPicture(header), header.size));
+        return place;
+    }
+
     World world;
     Card card{world};
-    LogRecorder log; // keeps the log from syslog
+    LogRecorder log;
     CtavirnShmServer segment;
-    uint32_t m_live = 0; ///< the stream under recording
 
-    friend void expectMoves(Recording& recording, std::span<const Move> rows);
+private:
+    /// Its time stamps are the wall clock's, as far as nothing else is said.
+    StreamBuilder stream(uint32_t id, const char* from, double fps, uint32_t gop) {
+        return card.stream(id).from(from).firstPts(atMs(from)).fps(fps).gop(gop);
+    }
+    void publish(uint32_t id) {
+        segment.m_status->recStreamID = id;
+        segment.m_status->recPictures = card.writer().pictures();
+    }
 };
 
 /// A session that requests are made of one after the other.
 class Session {
 public:
-    Session(Recording& recording, Start start);
-    void run(const Request& request);
-    Place place();
-    const char* statusWord();
-    /// The pictures shown since the start, in order: "1:0-99 2:0-3".
-    std::string pictures() const;
+    Session(Recording& recording, Start start)
+        : engine(start.place.first, recording.segment.m_status ? &recording.segment : nullptr),
+          m_recording(recording) {
+        EXPECT_EQ(engine.preGetData(), 1);
+        if (start.skipMs != 0) engine.setFFSkipTime(start.skipMs);
+        run(wait); // paused, until the client says play
+        if (start.place.second != 0) run({"Step", std::to_string(start.place.second).c_str()});
+        EXPECT_EQ(place(), start.place);
+        m_shown.clear();
+    }
+    void run(const Request& request) {
+        const std::string name = request.name;
+        std::string value = request.value;
+        if (name == "Grow") {
+            m_recording.grow(static_cast<uint32_t>(std::stoul(value)));
+        } else if (name == "Begin") {
+            m_recording.beginNext(static_cast<uint32_t>(std::stoul(value)));
+        } else if (name != "Wait") {
+            if (std::erase(value, ':') != 0) value.insert(6, "20240102T").insert(21, "Z");
+            const rtsp_request record =
+                makeRequest(name == "Pause" ? RTSP_REQ_PAUSE : RTSP_REQ_PLAY, {{request.name, value}});
+            engine.analyzeEventData(&record);
+        }
+        for (int passes = 0; passes != request.passes && passes < 3000; ++passes) {
+            const uint32_t before = engine.m_timestamp;
+            block = engine.turn();
+            increment = engine.m_timestamp - before;
+            if (block != kPauseBlock) m_shown.push_back(m_recording.identify(block));
+            if (request.passes == kUntilRest && engine.getCurrentPlayMode() == PB_PAUSE) break;
+        }
+    }
+    Place place() {
+        DB_STREAM db;
+        engine.m_pbStream.getDb(&db);
+        return {db.streamID, engine.offset()};
+    }
+    /// The pictures shown since the start, in order: "1:0-99 2:0-3 ".
+    std::string pictures() const {
+        std::string text;
+        for (size_t i = 0; i < m_shown.size(); ++i) {
+            const auto& [stream, picture] = m_shown[i];
+            if (i > 0 && m_shown[i - 1] == Place{stream, picture - 1}) {
+                text.erase(text.rfind('-'));
+            } else {
+                text += std::to_string(stream) + ":" + std::to_string(picture);
+            }
+            text += "-" + std::to_string(picture) + " ";
+        }
+        return text;
+    }
 
     Engine engine;
     std::string block;      ///< of the last pass
@@ -106,6 +207,25 @@ private:
 };
 
 /// Runs the rows in order.
-void expectMoves(Recording& recording, std::span<const Move> rows);
+inline void expectMoves(Recording& recording, std::span<const Move> rows) {
+    std::unique_ptr<Session> session;
+    for (const Move& row : rows) {
+        SCOPED_TRACE(row.what);
+        if (row.from.place.first != 0) session = std::make_unique<Session>(recording, row.from);
+        recording.log.clear();
+        session->run(row.request);
+        EXPECT_TRUE(row.says == nullptr || recording.log.has(6, row.says)) << row.says;
+        EXPECT_EQ(session->engine.getCurrentPlayMode(), row.state.type);
+        const int reason = session->engine.getCurrentPauseMode();
+        EXPECT_TRUE(row.state.type != PB_PAUSE || reason == row.state.reason) << reason;
+        if (row.output.picture) {
+            EXPECT_EQ(recording.identify(session->block), row.lands) << "shown";
+        } else {
+            EXPECT_EQ(session->block, kPauseBlock);
+        }
+        EXPECT_EQ(session->increment, row.output.increment.value_or(session->increment));
+        EXPECT_EQ(session->place(), row.lands);
+    }
+}
 
 } // namespace test

@@ -1,11 +1,9 @@
-#include <fcntl.h>
 #include <thread>
 #include <unistd.h>
 
 #include "platform/kw_com.h"
 #include "platform/output_reader.h"
 #include "platform/paths.h"
-#include "shm/shm_server.h"
 #include "tests/engine/engine_fixture.h"
 
 namespace test {
@@ -17,32 +15,11 @@ protected:
         if (CpickerThread::m_Instance != nullptr) CpickerThread::m_Instance->end();
     }
 
-    CpbPickerThread* openEngine(CtavirnShmServer* shm = nullptr) {
+    static CpbPickerThread* openEngine() {
         return static_cast<CpbPickerThread*>(
-            CpbPickerThread::Instance({.searchMode = kSearchModeId, .searchValue = 1, .shmServer = shm}));
-    }
-    /// Attached to the output of a thread that has just been started.
-    void attach(OutputReader& reader) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!reader.attach(paths().ipcKey, kOutputMemoryProject)) {
-            ASSERT_LT(std::chrono::steady_clock::now(), deadline);
-            std::this_thread::yield();
-        }
+            CpbPickerThread::Instance({.searchMode = kSearchModeId, .searchValue = 1}));
     }
 };
-
-TEST_F(ThreadLifeTest, OneEngineAtATimeMarkedActive) {
-    CtavirnShmServer shm;
-    shm.m_status = static_cast<REC_STATUS*>(shm.creat(world.statusKey()));
-    ASSERT_NE(shm.m_status, nullptr);
-    EXPECT_EQ(CpickerThread::Instance({}), nullptr);
-    CpbPickerThread* const engine = openEngine(&shm);
-    EXPECT_EQ(CpbPickerThread::Instance({}), engine);
-    EXPECT_EQ(shm.m_status->pbActive, 1u);
-    engine->end(); // before anything was started
-    EXPECT_EQ(shm.m_status->pbActive, 0u);
-    EXPECT_EQ(CpickerThread::m_Instance, nullptr);
-}
 
 TEST_F(ThreadLifeTest, RunsUntilEndedWhileTheMainThreadCommands) {
     CpbPickerThread* const engine = openEngine();
@@ -52,7 +29,7 @@ TEST_F(ThreadLifeTest, RunsUntilEndedWhileTheMainThreadCommands) {
     simulated::hold(); // time moves only while the reader waits, so that it misses nothing
     engine->startThread();
     OutputReader reader;
-    attach(reader);
+    while (!reader.attach(paths().ipcKey, kOutputMemoryProject)) std::this_thread::yield();
     OutputBlock block;
     while (reader.next(block, std::chrono::milliseconds(10)) == ReadResult::timeout)
         simulated::advanceMs(100);
@@ -83,44 +60,17 @@ TEST_F(ThreadLifeTest, EngineWithoutOutputMemoryCanStillBeEnded) {
     EXPECT_FALSE(log.has(6, "endGetData", "pickerThread"));
 }
 
-class KeepAliveTest : public ThreadLifeTest {
-protected:
-    // A thread that begins at second 0, driven by hand.
-    KeepAliveTest() { simulated::set({.tv_sec = 0, .tv_usec = 0}); }
-    void passAt(time_t second) {
-        simulated::set({.tv_sec = second, .tv_usec = 0}); // the pass begins with a pause of 100 ms
+TEST_F(ThreadLifeTest, TeardownIsTriedFromSecond61UntilItIsDelivered) {
+    Engine engine(1); // its thread begins at second 0, driven by hand and without output memory
+    int listening = -1;
+    for (const time_t second : {60, 61, 62, 63, 64}) {
+        if (second == 63) listening = s_create_serv_socket(paths().controlSocket);
+        if (second == 64) close(listening);
+        simulated::set({.tv_sec = second, .tv_usec = 0});
         engine.pass(engine.m_buffer.data());
     }
-    Engine engine{1};
-};
-
-TEST_F(KeepAliveTest, SilentSessionIsTornDownAfterSixtySeconds) {
-    const int listening = s_create_serv_socket(paths().controlSocket);
-    ASSERT_GE(listening, 0);
-    fcntl(listening, F_SETFL, O_NONBLOCK);
-    engine.setKeepAlive(987);
-    // Each delivered notice counts as a keep-alive, taken by the pass behind it.
-    for (const auto& [second, notice] : {std::pair(1, 0), {61, 0}, {62, 1}, {63, 0}, {123, 0}, {124, 1}}) {
-        passAt(second);
-        const int client = s_accept_client(listening);
-        EXPECT_EQ(client >= 0, notice == 1) << second;
-        if (client < 0) continue;
-        rtsp_request request;
-        ASSERT_GE(s_read_data(client, &request, sizeof request), 0);
-        rtsp_request expected = makeRequest(RTSP_REQ_TEARDOWN, {{"Session", "987"}});
-        EXPECT_EQ(std::memcmp(&request, &expected, sizeof request), 0);
-        close(client);
-    }
-    // Without a running thread there is no memory to write to; a pass says so and goes on.
-    EXPECT_EQ(log.count(3, "shm_write_data error", "pickerThread"), 6) << log.dump();
-    close(listening);
-}
-
-TEST_F(KeepAliveTest, UndeliveredNoticeIsTriedAgainInEveryPass) {
-    for (const time_t second : {60, 61, 62, 63}) passAt(second);
-    engine.setKeepAlive(987);
-    passAt(64);
-    EXPECT_EQ(log.count(3, "s_connect_serv error", "m_sendTeardown"), 3) << log.dump();
+    EXPECT_EQ(log.count(3, "s_connect_serv error", "m_sendTeardown"), 2) << log.dump();
+    EXPECT_EQ(log.count(3, "shm_write_data error", "pickerThread"), 5) << log.dump();
 }
 
 } // namespace test
