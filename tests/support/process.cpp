@@ -1,18 +1,15 @@
 #include "tests/support/process.h"
 
 #include <csignal>
-#include <ctime>
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <set>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/support/world.h"
+#include "tools/control_client.h"
 
 namespace test {
 namespace {
@@ -24,38 +21,12 @@ namespace {
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     setenv("TAVIRN_ROOT", root.c_str(), 1);
-    const int out = open((files + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    const int err = open((files + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
+    dup2(creat((files + ".out").c_str(), 0600), STDOUT_FILENO);
+    dup2(creat((files + ".err").c_str(), 0600), STDERR_FILENO);
     execv(arguments[0], arguments.data());
     _exit(127);
 }
 
-bool servesSocket(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    if (connected) { // a whole record of type 0, so that the daemon does not take it for a failure
-        const std::string record(21052, '\0');
-        EXPECT_EQ(send(fd, record.data(), record.size(), MSG_NOSIGNAL), static_cast<ssize_t>(record.size()));
-        char byte;
-        while (read(fd, &byte, 1) > 0) {
-        }
-    }
-    close(fd);
-    return connected;
-}
-
-/// Daemons that an object looks after already.
-std::set<pid_t>& daemonsKnown() {
-    static std::set<pid_t> pids;
-    return pids;
-}
-
-/// -1 while there is none; a daemon that starts may be replacing it at this moment.
 pid_t pidFromFile(const std::string& root) {
     pid_t pid = -1;
     std::ifstream(root + "/var/run/tavirn.pid") >> pid;
@@ -63,11 +34,6 @@ pid_t pidFromFile(const std::string& root) {
 }
 
 } // namespace
-
-void shortPause() {
-    const timespec pause{0, 2'000'000};
-    nanosleep(&pause, nullptr);
-}
 
 int waitForEnd(pid_t pid, int timeoutMs) {
     int status = 0;
@@ -124,14 +90,14 @@ DaemonProcess::DaemonProcess(const std::string& root) {
     if (m_keeper == 0) { // sees the end of the pipe when the test has gone, however it went
         close(ends[1]);
         char byte;
-        while (read(ends[0], &byte, 1) > 0) {
-        }
+        while (read(ends[0], &byte, 1) > 0) continue;
         const pid_t daemon = pidFromFile(root);
         if (daemon > 1) kill(daemon, SIGKILL);
         _exit(0);
     }
     close(ends[0]);
 
+    const pid_t before = pidFromFile(root); // stays there when the new daemon is refused
     const pid_t starter = fork();
     if (starter == 0) become({TAVIRN_ROOTED}, root, root + "/daemon");
     waitForEnd(starter, 20000); // daemon() has detached the rest
@@ -143,12 +109,12 @@ DaemonProcess::DaemonProcess(const std::string& root) {
             m_exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
             return true;
         }
-        const pid_t named = pidFromFile(root); // by a daemon refused, the one that was there before
-        if (named <= 0 || daemonsKnown().contains(named) || !servesSocket(root + "/tmp/tavirn")) return false;
-        m_pid = named;
-        return true;
+        const pid_t named = pidFromFile(root);
+        const bool serves =
+            named != before && exchange((root + "/tmp/tavirn").c_str(), ControlRequest(0).record);
+        if (serves) m_pid = named;
+        return serves;
     });
-    daemonsKnown().insert(m_pid);
 }
 
 int DaemonProcess::stop(int signal, int timeoutMs) {

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <sys/types.h>
+#include <unistd.h>
 #include <vector>
 
 namespace test {
@@ -34,14 +35,11 @@ std::string runTool(const std::vector<std::string>& words, const std::string& ro
 /// Waits for a child (or an adopted descendant) to end, as Process::wait does.
 int waitForEnd(pid_t pid, int timeoutMs);
 
-/// Two milliseconds, for polling.
-void shortPause();
-
 /// Polls until `condition` holds; false when it does not within the time.
 template <class Condition> bool eventually(Condition condition, int timeoutMs = 20000) {
     for (int waited = 0; waited < timeoutMs; waited += 2) {
         if (condition()) return true;
-        shortPause();
+        usleep(2000);
     }
     return condition();
 }

@@ -1,9 +1,9 @@
 #include "tests/support/simulated_clock.h"
 
 #include <condition_variable>
-#include <deque>
 #include <mutex>
 #include <sched.h>
+#include <utility>
 
 #include "platform/clock.h"
 
@@ -15,22 +15,22 @@ enum class Mode { runs, held, frozen };
 
 struct SimulatedClock {
     std::mutex mutex;
-    timeval now{1704196800, 0}; // 2024-01-02 12:00:00 UTC
-    std::deque<timeval> sleeps;
-    Mode mode = Mode::runs;
     std::condition_variable moved;
+    timeval now{1704196800, 0}; // 2024-01-02 12:00:00 UTC
+    std::vector<timeval> sleeps;
+    Mode mode = Mode::runs;
 };
 
 /// Never destroyed: a playback thread may sleep until the process has gone.
-SimulatedClock& simulatedClock() {
+SimulatedClock& theClock() {
     static SimulatedClock& instance = *new SimulatedClock;
     return instance;
 }
 
-void setMode(Mode mode) {
-    const std::lock_guard lock(simulatedClock().mutex);
-    simulatedClock().mode = mode;
-    simulatedClock().moved.notify_all();
+template <class Change> void change(Change toWhat) {
+    const std::lock_guard lock(theClock().mutex);
+    toWhat(theClock());
+    theClock().moved.notify_all();
 }
 
 timeval sum(timeval a, timeval b) {
@@ -48,11 +48,11 @@ timeval now() {
 }
 
 void sleepFor(timeval span) {
-    SimulatedClock& clock = simulatedClock();
+    SimulatedClock& clock = theClock();
     {
         std::unique_lock lock(clock.mutex);
+        if (clock.sleeps.size() == kSleepsKept) clock.sleeps.erase(clock.sleeps.begin());
         clock.sleeps.push_back(span);
-        if (clock.sleeps.size() > kSleepsKept) clock.sleeps.pop_front();
         const timeval wake = sum(clock.now, span);
         if (clock.mode == Mode::runs) clock.now = wake;
         clock.moved.wait(lock, [&] { return clock.mode != Mode::held || !timercmp(&clock.now, &wake, <); });
@@ -65,44 +65,32 @@ void sleepFor(timeval span) {
 namespace test::simulated {
 
 void set(timeval now) {
-    const std::lock_guard lock(simulatedClock().mutex);
-    simulatedClock().now = now;
-    simulatedClock().moved.notify_all();
+    change([&](SimulatedClock& clock) { clock.now = now; });
 }
-
 void advance(timeval span) {
-    const std::lock_guard lock(simulatedClock().mutex);
-    simulatedClock().now = sum(simulatedClock().now, span);
-    simulatedClock().moved.notify_all();
+    change([&](SimulatedClock& clock) { clock.now = sum(clock.now, span); });
 }
-
 void advanceMs(long ms) {
     advance({ms / 1000, ms % 1000 * 1000});
 }
+void hold() {
+    change([](SimulatedClock& clock) { clock.mode = Mode::held; });
+}
+void freeze() {
+    change([](SimulatedClock& clock) { clock.mode = Mode::frozen; });
+}
+void resume() {
+    change([](SimulatedClock& clock) { clock.mode = Mode::runs; });
+}
 
 timeval now() {
-    const std::lock_guard lock(simulatedClock().mutex);
-    return simulatedClock().now;
-}
-
-void hold() {
-    setMode(Mode::held);
-}
-
-void freeze() {
-    setMode(Mode::frozen);
-}
-
-void resume() {
-    setMode(Mode::runs);
+    const std::lock_guard lock(theClock().mutex);
+    return theClock().now;
 }
 
 std::vector<timeval> takeSleeps() {
-    const std::lock_guard lock(simulatedClock().mutex);
-    std::deque<timeval>& sleeps = simulatedClock().sleeps;
-    std::vector<timeval> taken(sleeps.begin(), sleeps.end());
-    sleeps.clear();
-    return taken;
+    const std::lock_guard lock(theClock().mutex);
+    return std::exchange(theClock().sleeps, {});
 }
 
 } // namespace test::simulated
