@@ -76,13 +76,10 @@ TEST_F(SqliteIndex, FindsValuesByNameAndReadsEachAtItsWidth) {
 TEST_F(SqliteIndex, TheOldestStreamIsTheEarliestWithDataOrUnderRecording) {
     Recorder recorder(path);
     recorder.run(kSchema);
-    const std::pair<const char*, uint32_t> added[] = {// recSize, start, status; the oldest then
-                                                      {"0, 50, 0, 0", 0},
-                                                      {"9, 100, 500, 0", 2},
-                                                      {"9, 100, 20, 0", 3},
-                                                      {"0, 99, 999, 1", 4}};
+    using Row = std::pair<const char*, uint32_t>; // recSize, start and status of the next id; the oldest then
     uint32_t id = 0;
-    for (const auto& [values, expected] : added) {
+    for (const auto& [values, expected] : {Row{"0, 50, 0, 0", 0}, Row{"9, 100, 500, 0", 2},
+                                           Row{"9, 100, 20, 0", 3}, Row{"0, 99, 999, 1", 4}}) {
         recorder.run(insert(++id, values));
         EXPECT_EQ(oldest(), expected);
     }

@@ -1,6 +1,5 @@
 #include "tests/support/process.h"
 
-#include <csignal>
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -8,23 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "tests/support/world.h"
 #include "tools/control_client.h"
 
 namespace test {
 namespace {
 
-/// In the child: becomes the program, or ends with 127.
-[[noreturn]] void become(const std::vector<std::string>& words, const std::string& root,
-                         const std::string& files) {
-    std::vector<char*> arguments;
-    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    setenv("TAVIRN_ROOT", root.c_str(), 1);
-    dup2(creat((files + ".out").c_str(), 0600), STDOUT_FILENO);
-    dup2(creat((files + ".err").c_str(), 0600), STDERR_FILENO);
-    execv(arguments[0], arguments.data());
-    _exit(127);
+int exitCodeOf(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 pid_t pidFromFile(const std::string& root) {
@@ -38,18 +27,23 @@ pid_t pidFromFile(const std::string& root) {
 int waitForEnd(pid_t pid, int timeoutMs) {
     int status = 0;
     const bool ended = eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs);
-    if (!ended) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return ended ? exitCodeOf(status) : -1;
 }
 
 Process::Process(const std::vector<std::string>& words, const std::string& root) {
     static int count = 0;
     m_files = root + "/process" + std::to_string(++count);
+    std::vector<char*> arguments;
+    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
     m_pid = fork();
-    if (m_pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        become(words, root, m_files);
-    }
+    if (m_pid != 0) return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // a daemon that detaches forks, and so is free of it
+    setenv("TAVIRN_ROOT", root.c_str(), 1);
+    dup2(creat((m_files + ".out").c_str(), 0600), STDOUT_FILENO);
+    dup2(creat((m_files + ".err").c_str(), 0600), STDERR_FILENO);
+    execv(arguments[0], arguments.data());
+    _exit(127);
 }
 
 Process::~Process() {
@@ -58,21 +52,10 @@ Process::~Process() {
     waitpid(m_pid, nullptr, 0);
 }
 
-void Process::signal(int number) const {
-    kill(m_pid, number);
-}
-
 int Process::wait(int timeoutMs) {
     const int code = waitForEnd(m_pid, timeoutMs);
     if (code >= 0) m_pid = -1;
     return code;
-}
-
-std::string Process::output() const {
-    return readFile(m_files + ".out");
-}
-std::string Process::errors() const {
-    return readFile(m_files + ".err");
 }
 
 std::string runTool(const std::vector<std::string>& words, const std::string& root, int expected) {
@@ -98,15 +81,13 @@ DaemonProcess::DaemonProcess(const std::string& root) {
     close(ends[0]);
 
     const pid_t before = pidFromFile(root); // stays there when the new daemon is refused
-    const pid_t starter = fork();
-    if (starter == 0) become({TAVIRN_ROOTED}, root, root + "/daemon");
-    waitForEnd(starter, 20000); // daemon() has detached the rest
+    Process({TAVIRN_ROOTED}, root).wait();  // daemon() has detached the rest
 
     eventually([&] {
         int status = 0;
         for (pid_t ended; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
             if (ended == m_keeper) continue;
-            m_exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            m_exitCode = exitCodeOf(status);
             return true;
         }
         const pid_t named = pidFromFile(root);

@@ -1,10 +1,13 @@
 // Programs run by a test: started with a list of words, waited for, and never left behind.
 #pragma once
 
+#include <csignal>
 #include <string>
 #include <sys/types.h>
 #include <unistd.h>
 #include <vector>
+
+#include "tests/support/world.h"
 
 namespace test {
 
@@ -18,11 +21,11 @@ public:
     Process& operator=(const Process&) = delete;
 
     pid_t pid() const { return m_pid; }
-    void signal(int number) const;
+    void signal(int number) const { kill(m_pid, number); }
     /// The exit code; 128 + the signal's number for a killed one; -1 when it does not end in time.
     int wait(int timeoutMs = 60000);
-    std::string output() const;
-    std::string errors() const;
+    std::string output() const { return readFile(m_files + ".out"); }
+    std::string errors() const { return readFile(m_files + ".err"); }
 
 private:
     pid_t m_pid = -1;
@@ -43,6 +46,7 @@ template <class Condition> bool eventually(Condition condition, int timeoutMs = 
     }
     return condition();
 }
+
 /// The rooted daemon, started as init would start it. The test adopts the detached process, so that it sees
 /// its exit code; should the test itself be killed, a keeper kills the daemon.
 class DaemonProcess {
