@@ -11,6 +11,7 @@
 #include "platform/output_reader.h"
 #include "platform/paths.h"
 #include "platform/paths_rooted.h"
+#include "tools/formatted.h"
 #include "tools/view_output.h"
 #include "tools/view_stats.h"
 
@@ -45,6 +46,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler")
 struct Options {
     std::string root;
     std::string output;
+    std::string list;
     double waitSeconds = 0;
     double durationSeconds = 0;
     uint64_t pictures = 0;
@@ -60,6 +62,9 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--root", options.root, "Directory that stands for / (TAVIRN_ROOT when not given)");
     app.add_option("-o,--output", options.output,
                    "File for the pictures, an H.264 elementary stream; - for standard output");
+    app.add_option("--list", options.list,
+                   "File for a line per block: its number, its stamp, when it was read (seconds since the "
+                   "epoch), its bytes or PAUSE");
     app.add_option("--wait", options.waitSeconds, "Seconds to wait for a session's output memory (0)")
         ->check(seconds);
     app.add_flag("--from-oldest", options.fromOldest, "Begin with the oldest block still held, not the next");
@@ -71,7 +76,7 @@ void declare(CLI::App& app, Options& options) {
     app.add_flag("--stats", options.stats,
                  "Print statistics at the end, to standard error (default without -o)");
     app.add_flag("--json", options.json,
-                 "Print them as JSON, to standard output unless the pictures go there");
+                 "Print them as JSON, to standard output unless something else goes there");
 }
 
 Clock::time_point after(double seconds) {
@@ -102,10 +107,20 @@ int attach(OutputReader& reader, const Options& options) {
     return kDone;
 }
 
+/// The line of --list.
+std::string lineOf(const OutputBlock& block) {
+    const std::string bytes = isPauseBlock(block) ? "PAUSE" : std::to_string(block.data.size());
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto ms = static_cast<unsigned long long>(std::chrono::floor<milliseconds>(now).count());
+    return formatted("%u %u %llu.%03llu %s\n", block.sequence, block.timestamp, ms / 1000, ms % 1000,
+                     bytes.c_str());
+}
+
 class View {
 public:
-    View(const Options& options, OutputReader& reader, ViewOutput& output)
-        : m_options(options), m_reader(reader), m_output(output), m_catchingUp(options.fromOldest) {}
+    View(const Options& options, OutputReader& reader, ViewOutput& output, ViewOutput& list)
+        : m_options(options), m_reader(reader), m_output(output), m_list(list),
+          m_catchingUp(options.fromOldest) {}
 
     /// Reads until something ends it; the exit code.
     int run() {
@@ -157,18 +172,24 @@ private:
         m_stats.add(m_block, m_catchingUp ? std::nullopt : std::optional(Clock::now()));
         if (isPauseBlock(m_block)) {
             m_done = m_options.untilPause && m_played;
-            return kDone;
+            return write(m_list, m_options.list, lineOf(m_block));
         }
         m_played = m_played || m_block.sequence != kFirstSequence;
         m_done = m_options.pictures != 0 && m_stats.counts().pictures >= m_options.pictures;
-        switch (m_output.write(m_block.data)) {
+        // The bytes first: whoever follows the list finds the pictures that it names.
+        if (const int code = write(m_output, m_options.output, {m_block.data.data(), m_block.data.size()}))
+            return code;
+        return write(m_list, m_options.list, lineOf(m_block));
+    }
+
+    int write(ViewOutput& output, const std::string& name, std::string_view data) {
+        switch (output.write(data)) {
         case ViewOutput::Result::readerGone:
-            if (m_output.isStandardOutput()) m_done = true;
+            if (output.isStandardOutput()) m_done = true;
             break;
         case ViewOutput::Result::failed:
             if (errno != EINTR || !g_stop)
-                return fail(kCannotWrite,
-                            "cannot write to " + m_options.output + ": " + std::strerror(errno));
+                return fail(kCannotWrite, "cannot write to " + name + ": " + std::strerror(errno));
             break;
         case ViewOutput::Result::written:
             break;
@@ -179,6 +200,7 @@ private:
     const Options& m_options;
     OutputReader& m_reader;
     ViewOutput& m_output;
+    ViewOutput& m_list;
     OutputBlock m_block;
     ViewStats m_stats;
     bool m_catchingUp; ///< reading what was there before
@@ -222,10 +244,12 @@ int main(int argc, char** argv) {
     OutputReader reader;
     if (const int code = attach(reader, options); code != kDone) return code;
     ViewOutput output;
-    if (!output.open(options.output))
-        return fail(kCannotWrite, "cannot create " + options.output + ": " + std::strerror(errno));
-    View view(options, reader, output);
+    ViewOutput list;
+    for (const auto& [file, name] : {std::pair(&output, &options.output), std::pair(&list, &options.list)})
+        if (!file->open(*name))
+            return fail(kCannotWrite, "cannot create " + *name + ": " + std::strerror(errno));
+    View view(options, reader, output, list);
     const int code = view.run();
-    printStats(options, view.stats(), output.isStandardOutput());
+    printStats(options, view.stats(), output.isStandardOutput() || list.isStandardOutput());
     return code;
 }

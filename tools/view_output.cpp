@@ -19,7 +19,7 @@ bool ViewOutput::isStandardOutput() const {
     return m_file == STDOUT_FILENO;
 }
 
-ViewOutput::Result ViewOutput::write(const std::vector<char>& data) {
+ViewOutput::Result ViewOutput::write(std::string_view data) {
     for (size_t done = 0; m_file != -1 && done < data.size();) {
         const ssize_t written = ::write(m_file, data.data() + done, data.size() - done);
         if (written == -1) return errno == EPIPE ? Result::readerGone : Result::failed;

@@ -1,8 +1,8 @@
-// Where a viewer puts the pictures: a file, standard output, or nowhere.
+// Where a viewer puts the pictures, or the list of them: a file, standard output, or nowhere.
 #pragma once
 
 #include <string>
-#include <vector>
+#include <string_view>
 
 class ViewOutput {
 public:
@@ -18,7 +18,7 @@ public:
     bool isStandardOutput() const;
     /// Writes all of it at once, so that what has been played can be followed in the file. An end by signal
     /// also ends a wait for a slow reader: `failed` with EINTR. Otherwise errno says why.
-    Result write(const std::vector<char>& data);
+    Result write(std::string_view data);
 
 private:
     int m_file = -1;
