@@ -13,11 +13,11 @@ playsMp4() {
     gst-launch-1.0 -q filesrc location="$1" ! qtdemux ! h264parse ! avdec_h264 ! fakesink
 }
 
-# toFrames ELEMENTARY DIRECTORY: every picture as DIRECTORY/00000.png and so on.
+# toFrames ELEMENTARY PREFIX: every picture as PREFIX00000.png and so on.
 toFrames() {
     gst-launch-1.0 -q filesrc location="$1" ! h264parse ! avdec_h264 ! videoconvert ! videoscale ! \
         video/x-raw,width=480,height=270,format=RGB ! pngenc compression-level=1 ! \
-        multifilesink location="$2/%05d.png"
+        multifilesink location="$2%05d.png"
 }
 
 # toSheet OUT COLUMNS {PICTURE CAPTION}...: the pictures of toFrames in a grid.
@@ -29,7 +29,7 @@ toSheet() {
         pads+=("sink_$n::xpos=$((gap + n % columns * (width + gap)))"
             "sink_$n::ypos=$((gap + n / columns * (height + gap)))")
         branches+=(filesrc "location=$1" ! pngdec ! videoconvert ! textoverlay "text=\"$2\"" valignment=bottom
-            "font-desc=\"Sans 14\"" shaded-background=true ! imagefreeze num-buffers=1 ! "sheet.sink_$n")
+            "font-desc=\"Sans Bold 20\"" shaded-background=true ! imagefreeze num-buffers=1 ! "sheet.sink_$n")
         shift 2
         n=$((n + 1))
     done

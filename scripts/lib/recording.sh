@@ -28,7 +28,8 @@ pictureData() {
     area "$chunk" $(area "$chunk" "$offset" 32 | words | awk '{ print $3, $4 }')
 }
 
-# pictureList STREAM: a line per picture: bytes, clock time in milliseconds since the epoch.
+# pictureList STREAM: a line per picture: its number from 1 on, I or P, bytes, clock time in milliseconds since
+# the epoch.
 pictureList() {
     local chunk offset size start
     read -r chunk offset size start <<<"$(index "SELECT chunkID, chunkOffset, chunkSize,
@@ -36,9 +37,24 @@ pictureList() {
     area "$chunk" "$offset" "$size" | words | awk -v start="$start" 'NR > 1 {
         time = $5 * 1000 + $8 % 65536
         if (NR == 2) first = time
-        printf "%d %.0f\n", $4, start + time - first
+        print NR - 1, $6 % 4 % 3 ? "I" : "P", $4, sprintf("%.0f", start + time - first)
     }'
 }
 
+# keepRecorded STREAM: appends its pictures to $world/recorded.h264 and a line for each to $world/recorded:
+# stream, number, I or P, time, bytes, position in that file.
+keepRecorded() {
+    local position=0
+    if [ -e "$world/recorded.h264" ]; then position=$(stat -c %s "$world/recorded.h264"); fi
+    pictureData "$1" >>"$world/recorded.h264"
+    pictureList "$1" | awk -v stream="$1" -v position="$position" \
+        '{ print stream, $1, $2, $4, $3, position; position += $3 }' >>"$world/recorded"
+}
+
+# streamStart STREAM: its clock time in milliseconds since the epoch.
+streamStart() { index "SELECT startDate * 1000 + startMSec FROM STREAM WHERE streamID = $1"; }
+
+# timeOf TEXT: "2024-01-02 03:04:05.250" in milliseconds since the epoch.
+timeOf() { date -d "$1" +%s%3N; }
 # clock MS: the local time of day.
 clock() { printf '%s.%03d' "$(date -d "@$(($1 / 1000))" +%H:%M:%S)" $(($1 % 1000)); }

@@ -71,19 +71,15 @@ TEST_F(RequestTest, FirstKeywordDecides) {
     EXPECT_EQ(engine.analyzeEventData(&request), 0);
 }
 
-TEST_F(RequestTest, NewestWinsAndPauseKeepsThePictureReady) {
+TEST_F(RequestTest, NewestIsTakenOnceAndTheOthersNever) {
     card.stream(1).from("12:00:00").pictures(300).closed();
     ASSERT_EQ(engine.preGetData(), 1);
     engine.play({{"Scale", "4"}});
+    engine.play({{"Jump", "latest"}});
     engine.play({{"Step", "7"}});
-    const rtsp_request pause = makeRequest(RTSP_REQ_PAUSE);
-    engine.analyzeEventData(&pause);
-    engine.turn();
-    EXPECT_EQ(engine.getCurrentPlayMode(), PB_PAUSE);
-    EXPECT_EQ(engine.offset(), 0u);
+    for (int i = 0; i < 4; ++i) engine.turn();
+    EXPECT_EQ(engine.offset(), 7u);
     EXPECT_TRUE(log.has(6, "direction[0]\nplaySpeed[0.0]\nm_pbType[9]\n")) << log.dump();
-    engine.play();
-    EXPECT_EQ(engine.turn(), pictureBytes(1, 0, true));
 }
 
 } // namespace test
