@@ -16,6 +16,8 @@ union SemaphoreArgument {
     unsigned short* array;
 };
 
+constexpr timespec kLongestHold{.tv_sec = 1, .tv_nsec = 0};
+
 constexpr char kCreat[] = "@CShmServer::creat()";
 
 } // namespace
@@ -86,19 +88,28 @@ int CShmServer::isShm(int key) {
     return shmget(key, kSegmentBytes, kPermissions) != -1 && semget(key, 1, kPermissions) != -1;
 }
 
+// A holder keeps the lock for a few word copies, so one that has not given it back for so long has been
+// killed with it. The caller goes on without; its unlockShm then frees the lock for everybody.
 int CShmServer::lockShm() {
-    return semaphoreChange(-1, "@CShmServer::lockShm()");
+    sembuf take{.sem_num = 0, .sem_op = -1, .sem_flg = 0};
+    while (semtimedop(m_semId, &take, 1, &kLongestHold) == -1) {
+        if (errno == EINTR) continue; // a signal to the waiting thread
+        return lockFailed("@CShmServer::lockShm()");
+    }
+    return 1;
 }
 
+// From 0 to 1 only: when a holder that was given up comes back after all, the lock has been freed already.
 int CShmServer::unlockShm() {
-    return semaphoreChange(1, "@CShmServer::unlockShm()");
+    sembuf free[] = {{.sem_num = 0, .sem_op = 0, .sem_flg = IPC_NOWAIT},
+                     {.sem_num = 0, .sem_op = 1, .sem_flg = 0}};
+    if (semop(m_semId, free, 2) != -1 || errno == EAGAIN) return 1;
+    return lockFailed("@CShmServer::unlockShm()");
 }
 
-int CShmServer::semaphoreChange(short change, const char* text) {
-    sembuf operation{.sem_num = 0, .sem_op = change, .sem_flg = 0};
-    if (semop(m_semId, &operation, 1) != -1) return 1;
+/// Always 0. The other side may end first and take the set along; that is no fault to report.
+int CShmServer::lockFailed(const char* text) {
     const int cause = errno;
-    // The other side may end first and take the set along; that is no fault to report.
     if (semget(m_key, 1, kPermissions) != -1) {
         errno = cause;
         failed(text);

@@ -24,8 +24,10 @@ public:
     void* creat(int key);
     /// 1 when segment and set exist for the key, else 0; changes nothing.
     int isShm(int key);
-    /// 1 on success, 0 on failure; waits for the holder.
+    /// 1 on success, 0 on failure; waits for the holder, at most a second. Every lockShm is followed by
+    /// unlockShm, the failed one too.
     int lockShm();
+    /// 1 on success, also when the lock is free already; 0 on failure.
     int unlockShm();
     void getStat(shmid_ds* stat);
 
@@ -48,7 +50,7 @@ protected:
 private:
     bool creatSegment();
     bool creatSemaphore();
-    int semaphoreChange(short change, const char* text);
+    int lockFailed(const char* text);
 };
 
 /// The segment with the status record.

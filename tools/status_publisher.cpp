@@ -32,12 +32,9 @@ bool StatusPublisher::attach() {
 
 void StatusPublisher::publish(uint32_t streamId, uint32_t pictures) {
     if (!m_client && !attach()) return;
-    // The daemon removes segment and lock together, so a lock that fails is how its end is noticed.
-    if (m_client->lockShm() == 0) {
-        m_client.reset();
-        return;
-    }
+    m_client->lockShm();
     m_status->recStreamID = streamId;
     m_status->recPictures = pictures;
-    m_client->unlockShm();
+    // The daemon removes segment and lock together, so a lock that fails is how its end is noticed.
+    if (m_client->unlockShm() == 0) m_client.reset();
 }

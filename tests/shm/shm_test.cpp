@@ -63,6 +63,18 @@ TEST_F(Shm, IsCompletedByARepeatedCreatAndFreesTheSemaphoreOfAKilledHolder) {
     EXPECT_EQ(semaphore(), 1);
 }
 
+TEST_F(Shm, IsFreedByWhoeverWaitsWhenItsHolderIsKilledOrStopped) {
+    CShmServer server(key);
+    const pid_t holder = fork();
+    if (holder == 0) _exit(CShmClient(key, 1).lockShm() == 1 ? 0 : 1);
+    waitpid(holder, nullptr, 0);
+    EXPECT_EQ(reportOf([&] { EXPECT_EQ(server.lockShm(), 0); }), "@CShmServer::lockShm()");
+    EXPECT_EQ(server.unlockShm(), 1);
+    EXPECT_EQ(server.unlockShm(), 1) << "the holder that was given up comes back";
+    EXPECT_EQ(server.lockShm(), 1);
+    EXPECT_EQ(semctl(semget(key, 1, 0), 0, GETVAL), 0) << "one holder at a time, as before";
+}
+
 TEST_F(Shm, ReportsAFailedLockUnlessTheSetHasGone) {
     CShmServer server(key);
     semctl(semget(key, 1, 0), 0, IPC_RMID);
