@@ -53,7 +53,7 @@ int removeStaleFile(int file) {
 } // namespace
 
 int createPidFile() {
-    const int existing = open(paths().pidFile, O_RDONLY | O_CLOEXEC);
+    const int existing = open(paths().pidFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (existing >= 0)
         if (const int result = removeStaleFile(existing); result != 0) return result;
 

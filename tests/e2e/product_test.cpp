@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <regex>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -77,6 +78,24 @@ TEST(Product, PlaysAtItsFixedPaths) {
     close(reason[0]);
     close(reason[1]);
     EXPECT_EQ(code, 0) << "step " << code << " went wrong";
+}
+
+TEST(Product, IsHardened) {
+#ifdef TAVIRN_SANITIZED
+    GTEST_SKIP() << "skipped: the sanitizers replace the checked copies";
+#endif
+    const World world;
+    const std::string told =
+        runTool({"/usr/bin/readelf", "-W", "-h", "-l", "-d", "--dyn-syms", TAVIRN_PRODUCT}, world.root());
+    for (const char* sign : {
+             "Type: +DYN ",                 // position-independent
+             "GNU_RELRO",                   // relocations become read-only ...
+             "FLAGS_1.*NOW.*PIE",           // ... all of them before main
+             "GNU_STACK[ 0-9xa-f]+ RW +0x", // not executable
+             "__stack_chk_fail",            // stack protector
+             "__[a-z]+_chk@",               // _FORTIFY_SOURCE
+         })
+        EXPECT_TRUE(std::regex_search(told, std::regex(sign))) << sign << " is missing in\n" << told;
 }
 
 } // namespace
