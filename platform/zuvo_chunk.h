@@ -1,6 +1,7 @@
 // The card's chunk file system, as its closed library offers it: one object reads one area of one chunk.
 // platform/host/ implements it over plain files, chunk n being <card>/chunkNNNNN. The private members are the
-// host's: a build against the vendor's library takes the vendor's declaration of the two classes instead.
+// host's: a build against the vendor's library finds the vendor's declaration of the two classes first
+// (TAVIRN_VENDOR_HEADERS).
 #pragma once
 
 struct CHUNK_EVENT;
