@@ -8,6 +8,7 @@ PACKAGES_MEDIA="gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0
     gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x gstreamer1.0-tools fonts-dejavu-core"
 PACKAGES_TEST="libgtest-dev libgmock-dev util-linux"
 PACKAGES_DEMO="sqlite3"
+PACKAGES_BENCH="libbenchmark-dev python3"
 PACKAGES_CHECK="clang clang-format"
 
 asRoot() {
