@@ -1,25 +1,11 @@
 // Inside a stream of a thousand to a million pictures: going to a clock time, and following its recorder.
 // Neither may depend on the length.
 #include "bench/bench.h"
+#include "tests/stream/stream_fixture.h"
 
 namespace {
 
 using bench::Stream;
-
-class CountingReader : public CStreamRead {
-public:
-    CountingReader(std::unique_ptr<CStreamRead> inner, int& reads)
-        : m_inner(std::move(inner)), m_reads(reads) {}
-    int open(CHUNK_EVENT* event) override { return m_inner->open(event); }
-    int close() override { return m_inner->close(); }
-    int seek(long position, int origin) override { return m_inner->seek(position, origin); }
-    int seekEvent(long position, int origin) override { return m_inner->seekEvent(position, origin); }
-    long read(void* buffer, long length) override { return ++m_reads, m_inner->read(buffer, length); }
-
-private:
-    std::unique_ptr<CStreamRead> m_inner;
-    int& m_reads;
-};
 
 /// One stream of `pictures` at `fps`, whose row says 30 pictures per second whatever `fps` is.
 struct LongStream {
@@ -35,17 +21,17 @@ void timeInStream(benchmark::State& state) {
     const LongStream recording(static_cast<uint32_t>(state.range(0)), static_cast<double>(state.range(1)));
     Stream stream(nullptr);
     if (!stream.open(1)) return state.SkipWithError("the stream does not open");
-    int reads = 0, most = 0;
-    stream.m_video.readPic = std::make_unique<CountingReader>(std::move(stream.m_video.readPic), reads);
+    WatchedReader& headers = watch(stream.m_video.readPic);
+    int most = 0;
     const uint32_t seconds = stream.db.endDate - stream.db.startDate;
     uint64_t random = 1, all = 0, jumps = 0;
     for ([[maybe_unused]] auto _ : state) {
         random = random * 6364136223846793005u + 1442695040888963407u;
-        reads = 0;
+        headers.reads = 0;
         if (!stream.toTime({stream.db.startDate + static_cast<uint32_t>(random >> 33) % seconds, 500}, 0))
             return state.SkipWithError("the time was not found");
-        most = std::max(most, reads);
-        all += static_cast<uint64_t>(reads);
+        most = std::max(most, headers.reads);
+        all += static_cast<uint64_t>(headers.reads);
         ++jumps;
     }
     state.counters["most_reads"] = most;
