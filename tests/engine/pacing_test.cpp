@@ -5,7 +5,7 @@ namespace test {
 static timeval us(int64_t microseconds) {
     timeval span{};
     span.tv_sec = microseconds / 1000000;
-    span.tv_usec = microseconds % 1000000;
+    span.tv_usec = static_cast<suseconds_t>(microseconds % 1000000);
     return span;
 }
 static int64_t us(timeval span) {

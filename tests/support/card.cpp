@@ -26,8 +26,8 @@ constexpr uint32_t kGrowth = 1000; // pictures that a recording stream can grow 
 template <class Header> Header readRecord(Card& card, uint32_t streamId, uint64_t n) {
     const std::string chunk = readFile(card.chunkPath(streamId)), ring = chunk + chunk;
     Header header;
-    std::memcpy(&header, &ring[(card.row(streamId).chunkOffset + n * sizeof header) % chunk.size()],
-                sizeof header);
+    const uint64_t begin = (card.row(streamId).chunkOffset + n * sizeof header) % chunk.size();
+    std::memcpy(&header, ring.data() + begin, sizeof header);
     return header;
 }
 
@@ -72,7 +72,8 @@ StreamBuilder& StreamBuilder::fps(double framesPerSecond) {
     m_intervalMs = 1000 / framesPerSecond;
     m_settings.frameSet = 0;
     for (uint16_t code = 1; const FrameRateRow* row = frameRateRow(code); ++code)
-        if (row->tenthsPerSecond == std::lround(framesPerSecond * 10)) m_settings.frameSet = code;
+        if (row->tenthsPerSecond == static_cast<uint32_t>(std::lround(framesPerSecond * 10)))
+            m_settings.frameSet = code;
     return *this;
 }
 
