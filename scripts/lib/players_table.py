@@ -52,6 +52,7 @@ def goals(of):
     lines.append(verdict("peak memory", tavirn["peak"] / 1024, 8, " MB"))
     lines.append(verdict("late on picture time, p99", tavirn["stamp99"], 1, " ms"))
     lines.append(verdict("late on turn, p99", tavirn["turn99"], 1, " ms"))
+    lines.append(f"- the floor's p99: {of['floor']['stamp99']:.2f} ms")
     lines.append(f"- CPU while playing, over the floor: {tavirn['playing'] / of['floor']['playing']:.2f}")
     return lines
 
@@ -67,8 +68,8 @@ def main(directory, page, seconds, commit):
     head = ["player", "CPU s, whole process", "µs a picture, playing", "peak MB", "switches a picture",
             "late on picture time, ms", "late on turn, ms"]
     rows = [head, ["---"] * len(head), *(row(title, of[name]) for name, title in PLAYERS.items())]
-    lines = [f"{machine()}; {datetime.date.today()}; commit {commit}; {seconds} s of 1920x1080, 25 pictures a "
-             "second, 4 Mb/s. Lateness is p50 / p99 / max.", ""]
+    lines = [f"{machine()}; {datetime.date.today()}; commit {commit}; load {os.getloadavg()[1]:.1f}; {seconds} s "
+             "of 1920x1080, 25 pictures a second, 4 Mb/s. Lateness is p50 / p99 / max.", ""]
     lines += ["| " + " | ".join(cells) + " |" for cells in rows]
     lines += ["", *goals(of)]
     table = "\n".join(lines) + "\n"
