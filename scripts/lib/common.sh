@@ -24,6 +24,7 @@ configure() {
     shift
     if command -v ninja >/dev/null; then generator=Ninja; fi
     if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
+    mkdir -p "$directory"
     # A directory configured with another generator keeps it.
     if [ -f "$directory/CMakeCache.txt" ]; then
         generator=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$directory/CMakeCache.txt")
