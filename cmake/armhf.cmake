@@ -18,4 +18,5 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 # As on the device: small.
 set(CMAKE_CXX_FLAGS_MINSIZEREL_INIT "-Os -DNDEBUG")
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)
+# The emulator refuses a program that wants to adopt its orphans: this machine's own one asks for it.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${TAVIRN_SYSROOT}/adopting qemu-arm -L /usr/arm-linux-gnueabihf)

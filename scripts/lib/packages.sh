@@ -10,6 +10,7 @@ PACKAGES_TEST="libgtest-dev libgmock-dev util-linux"
 PACKAGES_DEMO="sqlite3"
 PACKAGES_BENCH="libbenchmark-dev python3"
 PACKAGES_CHECK="clang clang-format"
+PACKAGES_ARMHF="g++-arm-linux-gnueabihf qemu-user googletest"
 
 asRoot() {
     if [ "$(id -u)" -eq 0 ]; then

@@ -157,6 +157,12 @@ template <class Record> bool same(const Record& a, const Record& b) {
 /// How often what happened, in all worlds.
 struct Tally {
     int reached = 0, fellBack = 0, emptied = 0, startOfFile = 0;
+    uint32_t digest = 0; ///< of every outcome: the same on every machine
+
+    void add(Ms result, uint32_t streamId, uint32_t picture) {
+        for (const uint32_t word : {static_cast<uint32_t>(result), streamId, picture})
+            digest = (digest ^ word) * 16'777'619u;
+    }
 };
 
 /// Every operation in one world, from every stream of it.
@@ -244,6 +250,7 @@ private:
 
     void end(Ms result, const Outcomes& allowed) {
         lookAround();
+        m_tally.add(result, m_at.stream ? m_at.stream->row.streamID : 0, m_at.picture);
         std::string expected;
         for (const Outcome& o : allowed) {
             if (o.result == result && o.stream == m_at.stream && standsWhere(o)) {
@@ -340,7 +347,8 @@ TEST_P(SmallWorlds, EveryPositionIsOneThatTheModelAllows) {
     if (!fault.empty()) FAIL() << fault;
 
     std::cout << tally.reached << " reached, " << tally.fellBack << " fell back, " << tally.emptied
-              << " emptied, " << tally.startOfFile << " before everything" << std::endl;
+              << " emptied, " << tally.startOfFile << " before everything, digest " << tally.digest
+              << std::endl;
     if (worlds < kWorlds) return;
     for (const int happened : {tally.reached, tally.fellBack, tally.emptied, tally.startOfFile})
         EXPECT_GT(happened, 100);
