@@ -1,6 +1,6 @@
 # The device's budgets, on the 32-bit daemon in the emulator. Sourced after common.sh and world.sh; uses $build,
-# $sysroot and $plain.
-# shellcheck shell=bash
+# $sysroot and $plain, which the caller sets.
+# shellcheck shell=bash disable=SC2154
 
 PROGRAM_BYTES=$((300 * 1024))
 RESIDENT_KB=$((6 * 1024))
@@ -48,7 +48,9 @@ holdBudgets() {
     budgets="tavirn $bytes bytes, $resident KB resident in a session, descriptors $before, $open in a session, $after after it"
     say "$budgets"
     [ "$bytes" -lt $PROGRAM_BYTES ] || fail "the stripped program has $bytes bytes, more than $PROGRAM_BYTES"
-    [ "$resident" -gt 0 ] && [ "$resident" -lt $RESIDENT_KB ] || fail "$resident KB resident; at most $RESIDENT_KB"
+    if [ "$resident" -le 0 ] || [ "$resident" -ge $RESIDENT_KB ]; then
+        fail "$resident KB resident; at most $RESIDENT_KB"
+    fi
     # The index is open in a session as well.
     [ $((open - before)) -le $((READER_DESCRIPTORS + 1)) ] || fail "a session opens $((open - before)) descriptors"
     [ "$after" -eq "$before" ] || fail "of a session, $((after - before)) descriptors stay open"
