@@ -2,8 +2,10 @@
 #include "daemon/request_loop.h"
 
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 #include "daemon/signals.h"
@@ -23,6 +25,11 @@ std::string refused(char byte3) {
     return std::string(3, '\xFF') + byte3 + std::string(92, '\xFF');
 }
 const std::string kSetUpFailed(96, '\0');
+
+std::string recordBytes(int32_t type) {
+    const ControlRequest request(type);
+    return {reinterpret_cast<const char*>(&request.record), sizeof request.record};
+}
 
 /// A request and what must come of it.
 struct Row {
@@ -165,6 +172,38 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     for (const char* text : {"6 sigcatch() catch SIGUSR1 (10)\n", "6 main() loop out\n"})
         EXPECT_NE(said(log).find(text), std::string::npos) << text << log.dump();
     EXPECT_EQ(status.m_status->pbActive, 0u);
+}
+
+TEST_F(RequestLoopTest, ServesOnAfterTwoHundredClientsThatDontBehave) {
+    simulated::resume(); // the second of rest behind each that closes early
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = descriptors();
+    g_loopFlag = kLoopRun;
+    std::thread server([&] { loop.run(); });
+    const std::string records[] = {"",
+                                   "short",
+                                   std::string(sizeof(rtsp_request), '\xFF'),
+                                   std::string(sizeof(rtsp_request) + 1, '\0'),
+                                   recordBytes(RTSP_REQ_STATUS),
+                                   recordBytes(RTSP_REQ_OPEN)};
+    std::vector<int> clients;
+    for (size_t n = 0; n < 200; ++n) {
+        const std::string& bytes = records[n % std::size(records)];
+        clients.push_back(s_create_client_socket());
+        ASSERT_GE(s_connect_serv(clients.back(), paths().controlSocket), 0);
+        send(clients.back(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n % 3 == 0) shutdown(clients.back(), SHUT_WR); // and never reads
+    }
+    for (const int client : clients) close(client);
+    const auto answer = exchange(paths().controlSocket, ControlRequest(RTSP_REQ_STATUS).record);
+    EXPECT_EQ(readStatusAnswer(answer.value_or("")), "error") << "no index, so no stream was found";
+    EXPECT_EQ(descriptors(), before);
+    g_loopFlag = kLoopStop;
+    shutdown(listening, SHUT_RDWR);
+    server.join();
+    g_loopFlag = kLoopNotBegun;
 }
 
 TEST_F(RequestLoopTest, ReportsWhatCannotBeReadOrWritten) {

@@ -167,18 +167,26 @@ TEST_F(OutputMemory, OneWriterLivesAtATimeAndADeadOneIsReplaced) {
     EXPECT_TRUE(attach());
 }
 
-TEST_F(OutputMemory, AReaderKilledInTheMiddleLeavesTheWriterAlone) {
-    ASSERT_EQ(create(shm), 0);
-    ASSERT_TRUE(attach());
-    for (useconds_t round = 1; round <= 20; ++round) {
+TEST_F(OutputMemory, AThousandKilledReadersLeaveTheWriterAndTheNextReaderAlone) {
+    ASSERT_EQ(create(shm, 5000), 0);
+    const auto data = [](uint32_t n) {
+        return std::string(n * 37 % 900 + 1, static_cast<char>('a' + n % 26));
+    };
+    uint32_t written = 0;
+    for (useconds_t kills = 0; kills < 1000; ++kills) {
         const pid_t child = fork();
         if (child == 0) {
-            for (ualarm(100 * round, 0);;) reader.rewind(), next(60s); // until the alarm kills it
+            ualarm(1 + kills * 7919 % 2000, 0); // kills it
+            if (attach())
+                for (;;) reader.rewind(), next(60s);
+            pause();
         }
-        do EXPECT_EQ(write(std::string(900, 'x')), 0);
+        do ASSERT_EQ(write(data(++written)), 0);
         while (waitpid(child, nullptr, WNOHANG) == 0);
+        ASSERT_TRUE(attach());
+        for (reader.rewind(); next(0ms) == ReadResult::block;) ASSERT_EQ(text(), data(block.sequence));
+        EXPECT_EQ(block.sequence, written);
     }
-    EXPECT_EQ(next(), ReadResult::block);
 }
 
 TEST_F(OutputMemory, AReaderTrustsNothingItFinds) {

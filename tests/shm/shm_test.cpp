@@ -75,6 +75,29 @@ TEST_F(Shm, IsFreedByWhoeverWaitsWhenItsHolderIsKilledOrStopped) {
     EXPECT_EQ(semctl(semget(key, 1, 0), 0, GETVAL), 0) << "one holder at a time, as before";
 }
 
+TEST_F(Shm, OutlivesARecorderKilledAtAnyMoment) {
+    CShmServer server(key);
+    auto* const status = static_cast<REC_STATUS*>(server.creat(key));
+    for (useconds_t kills = 0; kills < 100; ++kills) {
+        const pid_t recorder = fork();
+        if (recorder == 0) {
+            ualarm(200 + kills * 7919 % 3000, 0); // kills it
+            CShmClient client(key, 1);
+            for (uint32_t n = 1;; ++n, usleep(20)) {
+                client.lockShm();
+                status->recStreamID = status->recPictures = n;
+                client.unlockShm();
+            }
+        }
+        while (waitpid(recorder, nullptr, WNOHANG) == 0) {
+            server.lockShm();
+            EXPECT_EQ(server.unlockShm(), 1);
+        }
+        server.lockShm(), server.unlockShm(); // frees it, should that have died with the recorder
+        EXPECT_EQ(semctl(semget(key, 1, 0), 0, GETVAL), 1) << kills;
+    }
+}
+
 TEST_F(Shm, ReportsAFailedLockUnlessTheSetHasGone) {
     CShmServer server(key);
     semctl(semget(key, 1, 0), 0, IPC_RMID);
