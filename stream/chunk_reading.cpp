@@ -2,6 +2,7 @@
 // and the position of a clock time within the stream.
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "platform/log.h"
 #include "stream/pb_stream_video.h"
@@ -40,8 +41,14 @@ long CPbStreamVideo::m_readHeader(void* header) {
 
 int CPbStreamVideo::m_openChunk() {
     m_closeReaders();
-    m_video.readPic = std::make_unique<CStreamReadZuvo>(kHeaderAreaMode);
-    m_video.readSt = std::make_unique<CStreamReadZuvo>(kPictureAreaMode);
+    try {
+        m_video.readPic = std::make_unique<CStreamReadZuvo>(kHeaderAreaMode);
+        m_video.readSt = std::make_unique<CStreamReadZuvo>(kPictureAreaMode);
+    } catch (const std::bad_alloc&) { // the card is not to blame: no error flag
+        logAt(LOG_ERR, "malloc error");
+        m_closeReaders();
+        return -1;
+    }
 
     const DB_STREAM& db = m_video.db;
     const bool growing = db.status == DB_STATUS_RECORDING;
