@@ -120,14 +120,29 @@ void* __wrap_malloc(size_t size) {
 }
 
 void* operator new(size_t size) {
-    void* memory = fails(kMalloc) ? nullptr : __real_malloc(size);
+    void* memory = __wrap_malloc(size);
     if (!memory) throw std::bad_alloc();
     return memory;
+}
+void* operator new[](size_t size) {
+    return operator new(size);
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return __wrap_malloc(size);
+}
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+    return __wrap_malloc(size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, size_t) noexcept {
     std::free(memory);
 }
 
