@@ -11,6 +11,7 @@ PACKAGES_DEMO="sqlite3"
 PACKAGES_BENCH="libbenchmark-dev python3"
 PACKAGES_CHECK="clang clang-format"
 PACKAGES_ARMHF="g++-arm-linux-gnueabihf qemu-user googletest"
+PACKAGES_PACKAGE="debootstrap dpkg-dev"
 
 asRoot() {
     if [ "$(id -u)" -eq 0 ]; then
