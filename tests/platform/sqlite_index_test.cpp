@@ -85,51 +85,6 @@ TEST_F(SqliteIndex, TheOldestStreamIsTheEarliestWithDataOrUnderRecording) {
     }
 }
 
-TEST_F(SqliteIndex, NeverLocksAgainstTheRecorderNorWaitsLongForIt) {
-    for (const std::string mode : {"DELETE", "WAL"}) {
-        std::filesystem::remove(path);
-        Recorder recorder(path);
-        ASSERT_EQ(recorder.run("PRAGMA journal_mode=" + mode + ";" + kSchema), SQLITE_OK);
-        for (uint32_t id = 1; id < 50; ++id) {
-            ASSERT_EQ(recorder.run(insert(id)), SQLITE_OK) << mode << " after a query";
-            ASSERT_EQ(db.setSql(kAll), 0) << mode;
-            ASSERT_EQ(db.getNTuple(), static_cast<int>(id)) << mode;
-            ASSERT_NE(db.setSql("SELECT nothing FROM STREAM"), 0);
-            EXPECT_EQ(db.getNTuple(), 0) << "a failure leaves no rows";
-        }
-        ASSERT_EQ(recorder.run("BEGIN EXCLUSIVE"), SQLITE_OK);
-        const auto begin = Clock::now();
-        EXPECT_EQ(db.setSql(kAll) == 0, mode == "WAL");
-        EXPECT_LT(Clock::now() - begin, 10s);
-        ASSERT_EQ(recorder.run("COMMIT"), SQLITE_OK);
-        EXPECT_EQ(db.setSql(kAll), 0);
-    }
-}
-
-TEST_F(SqliteIndex, FollowsAFileThatIsReplacedRemovedOrDamaged) {
-    Recorder(path).run(kSchema);
-    Recorder(path).run(insert(1));
-    EXPECT_EQ(oldest(), 1u);
-    Recorder(path + ".new").run(kSchema);
-    Recorder(path + ".new").run(insert(2));
-    std::filesystem::rename(path + ".new", path);
-    EXPECT_EQ(oldest(), 2u);
-
-    const std::string whole = test::readFile(path);
-    for (size_t size = 0; size < whole.size(); size += 64) {
-        test::writeFile(path, whole.substr(0, size));
-        EXPECT_EQ(oldest(), 0u) << size;
-    }
-    test::writeFile(path, std::string(8192, 'n'));
-    EXPECT_EQ(oldest(), 0u) << "no database";
-    test::writeFile(path, whole);
-    EXPECT_EQ(oldest(), 2u) << "and whole again";
-    std::filesystem::remove(path);
-    EXPECT_EQ(oldest(), 0u);
-    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    EXPECT_EQ(oldest(), 0u) << "a pipe would wait for a writer";
-}
-
 TEST_F(SqliteIndex, RefusesWhatAHostileFileOrTextCouldRun) {
     for (const char* fake : {"CREATE VIEW STREAM AS SELECT 1 AS streamID, 1 AS recSize, 0 AS startDate",
                              "CREATE VIRTUAL TABLE STREAM USING fts3tokenize(simple)"}) {
