@@ -24,7 +24,7 @@ TEST_F(CampaignTest, DamagedHeadersAreSkippedOrPausedOn) {
     for (int damage = 0; damage < kDamages && !HasFailure(); ++damage) {
         SCOPED_TRACE("seed " + std::to_string(seed) + ", damage " + std::to_string(damage));
         const uint32_t stream = 1 + below(3), record = below(below(4) == 0 ? 1 : 40);
-        const uint64_t place = card.row(stream).chunkOffset + uint64_t{record} * kHeaderBytes;
+        const uint32_t place = card.row(stream).chunkOffset + record * kHeaderBytes;
         std::string header = soundChunk.substr(place, kHeaderBytes);
         for (uint32_t flips = 1 + below(3); flips > 0; --flips)
             header[below(30)] ^= static_cast<char>(1u << below(8));
