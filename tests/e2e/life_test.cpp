@@ -115,42 +115,6 @@ private:
     int m_fd;
 };
 
-TEST(WrongInput, LeavesTheDaemonServing) {
-    World world;
-    Card(world).stream(1).from("12:00:00").pictures(300).closed();
-    DaemonProcess daemon(world.root());
-    ASSERT_TRUE(daemon.serving());
-    Viewer viewer;
-    ASSERT_EQ(viewer.open(), OpenAnswer::opened);
-    viewer.registerSession();
-
-    { RawClient silentlyClosing; }
-    RawClient().send("short", 5);
-    for (const int32_t type : {INT32_MIN, -1, 0, 2, 9, INT32_MAX}) {
-        EXPECT_EQ(viewer.ask(ControlRequest(type)), "");
-    }
-    for (const int32_t count : {-1, 65, INT32_MAX}) {
-        ControlRequest request(RTSP_REQ_PLAY);
-        std::memset(request.record.header, '7', sizeof request.record.header); // no NUL anywhere
-        request.record.headerNum = count;
-        EXPECT_EQ(viewer.ask(request), "");
-        request.record.type = RTSP_REQ_FFTIME;
-        EXPECT_EQ(viewer.ask(request), "");
-    }
-    { // asks for the status and never reads it
-        RawClient unread;
-        const ControlRequest status(RTSP_REQ_STATUS);
-        EXPECT_TRUE(unread.send(&status.record, sizeof status.record));
-    }
-    Viewer foreign("2");
-    foreign.play();
-    foreign.pause();
-    foreign.teardown();
-    EXPECT_EQ(foreign.status(), "error");
-    EXPECT_EQ(viewer.status(), "pause");
-    EXPECT_EQ(daemon.stop(SIGTERM), 0);
-}
-
 // The longest that one client can hold the daemon: twenty seconds for its record, however it trickles, and
 // the second of rest behind it.
 TEST(WrongInput, NoClientHoldsTheDaemonLongerThanTwentySeconds) {

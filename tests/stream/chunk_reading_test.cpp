@@ -165,17 +165,4 @@ TEST_F(ChunkReading, TimeSearchIsNearAndReadsAtMostSixHeaders) {
     EXPECT_TRUE(log.has(LOG_ERR, "offset position is not fixed in 500mS accuracy.", "m_setOffset"));
 }
 
-TEST_F(ChunkReading, FalseRowsNeitherLeadOutsideNorDivideByZero) {
-    open(1);
-    const uint32_t start = video.m_video.db.startDate;
-    for (const uint32_t pictures : {0u, 1u, 0x7FFFFFFFu, 0xFFFFFFFFu})
-        for (const uint32_t seconds : {0u, 1u, 4294968u, 0xFFFFFFFFu}) {
-            video.m_video.stH.pictures = pictures;
-            video.m_video.db.startMSec = 65535;
-            video.m_video.db.endDate = start + seconds;
-            EXPECT_TRUE(video.m_setOffset(start + 1, 0) == -1 || video.m_video.picH.marker == kPictureMarker)
-                << pictures << " " << seconds;
-        }
-}
-
 } // namespace
