@@ -65,7 +65,8 @@ set(CPACK_DEBIAN_TAVIRN-RECORD_PACKAGE_SUGGESTS tavirn)
 set(CPACK_COMPONENT_TAVIRN_DESCRIPTION "playback daemon for recorded video
 Moves through the H.264 recording on a camera's card as the RTSP server
 beside it asks, and delivers picture after picture into shared memory.
-With tavirn-ctl, which sends it requests, and tavirn-view, which reads the pictures.")
+With tavirn-ctl, which sends it requests, and tavirn-view, which reads
+the pictures.")
 set(CPACK_COMPONENT_TAVIRN-RECORD_DESCRIPTION "recorder stand-in for the playback daemon tavirn
 Writes a video file or a test pattern to a card and its index as the
 recorder of a camera would, for tavirn to play.")
