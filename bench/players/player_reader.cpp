@@ -5,7 +5,10 @@
 //   player_reader pipe SIZES MICROSECONDS PID PICTURES < pipe        pictures of these sizes, lasting as long
 //   player_reader memory ROOT PID PICTURES                           the output memory below ROOT
 // Lateness counts from the earliest picture. Neither it nor "playing" counts the first two seconds: some
-// players begin with a burst. Prints name=value pairs in one line; fails when anything is not as told.
+// players begin with a burst. "own" is lateness less the time in which player or reader could have run since
+// the picture before, but other processes had the CPU. Prints name=value pairs in one line; fails when
+// anything is not as told.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -60,6 +63,18 @@ private:
     }
 };
 
+/// Milliseconds for which a process's threads have waited for a CPU so far. 0 where the kernel keeps no
+/// count.
+double waitedForCpu(const std::string& process) {
+    double sum = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + process + "/task")) {
+        double ran = 0, waited = 0; // nanoseconds
+        std::ifstream(task.path() / "schedstat") >> ran >> waited;
+        sum += waited / 1e6;
+    }
+    return sum;
+}
+
 class Meter {
 public:
     Meter(pid_t pid, uint64_t pictures) : m_pid(pid), m_pictures(pictures) {}
@@ -67,7 +82,16 @@ public:
     /// False when that was the last one.
     bool take(const OutputBlock& block) {
         const auto now = ViewStats::Clock::now();
-        m_stats.add(block, count() < kBurst ? std::nullopt : std::optional(now));
+        const bool counts = count() >= kBurst;
+        m_stats.add(block, counts ? std::optional(now) : std::nullopt);
+        const double waited = waitedForCpu("self") + waitedForCpu(std::to_string(m_pid));
+        if (counts) {
+            const std::chrono::duration<double, std::milli> at = now.time_since_epoch();
+            const double due =
+                static_cast<double>(block.timestamp - m_stats.counts().firstStamp) / kStampsPerMs;
+            m_arrivals.push_back({at.count() - due, waited - m_waited});
+        }
+        m_waited = waited;
         if (count() == kBurst) m_before = Usage::of(m_pid);
         return count() < m_pictures;
     }
@@ -84,16 +108,32 @@ public:
                     static_cast<unsigned long long>(m_pictures - kBurst), after.peakKilobytes,
                     after.switches - m_before.switches);
         late("stamp", *report.againstStamp);
-        late("turn", *report.againstTurn);
+        late("own", ownLateness());
         std::printf("\n");
     }
 
 private:
+    struct Arrival { ///< milliseconds
+        double behindStamp, waited;
+    };
+
     uint64_t count() const { return m_stats.counts().pictures; }
+
+    ViewReport::Lateness ownLateness() const {
+        double earliest = m_arrivals.front().behindStamp;
+        for (const Arrival& one : m_arrivals) earliest = std::min(earliest, one.behindStamp);
+        std::vector<double> late;
+        for (const Arrival& one : m_arrivals)
+            late.push_back(std::max(0.0, one.behindStamp - earliest - one.waited));
+        std::sort(late.begin(), late.end());
+        return {late[late.size() / 2], late[late.size() * 99 / 100], late.back()};
+    }
 
     const pid_t m_pid;
     const uint64_t m_pictures;
     ViewStats m_stats;
+    std::vector<Arrival> m_arrivals;
+    double m_waited = 0;
     Usage m_before;
 };
 

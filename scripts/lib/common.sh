@@ -18,6 +18,17 @@ heading() {
     if [ -t 1 ]; then printf '\n\033[1m== %s ==\033[0m\n' "$*"; else printf '\n== %s ==\n' "$*"; fi
 }
 
+# treeState: the commit that is measured, and whether the tree differs from it.
+treeState() {
+    local commit changes
+    commit=$(git -C "$TREE" rev-parse --short HEAD 2>/dev/null) || {
+        say "unknown"
+        return
+    }
+    changes=$(git -C "$TREE" status --porcelain -- . ':!docs')
+    say "$commit${changes:+ with changes}"
+}
+
 # configure DIRECTORY [cmake option...]: Ninja and ccache where the machine has them.
 configure() {
     local directory=$1 generator="Unix Makefiles" launcher=()

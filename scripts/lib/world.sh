@@ -60,5 +60,6 @@ endWorld() {
             ipcrm -M "$(ipcKey $letter)" 2>/dev/null || true
             ipcrm -S "$(ipcKey $letter)" 2>/dev/null || true
         done
+        rootedPid=
     fi
 }
