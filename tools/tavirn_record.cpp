@@ -20,6 +20,8 @@ constexpr uint64_t kMinChunkBytes = 64u << 10;
 constexpr uint64_t kMaxChunkBytes = 1u << 30;
 constexpr double kMaxSeconds = 1e8; // some years; keeps times within the index's 32 bits
 
+enum ExitCode { kDone = 0, kNotRecorded = 1, kUsage = 2 };
+
 std::atomic<bool> g_stop{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
 
@@ -201,10 +203,15 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app("Records a video file or a test pattern as the recorder would, for tavirn to play.");
     declare(app, options);
-    CLI11_PARSE(app, argc, argv);
+    app.footer("Exit codes: 0 done, 1 it could not be recorded, 2 wrong usage.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kDone : kUsage;
+    }
     if (options.file.empty() && !options.testPattern) {
         std::fputs("tavirn-record: name a video file or give --test-pattern; see --help\n", stderr);
-        return 1;
+        return kUsage;
     }
     if (!options.root.empty()) setPathsRoot(options.root.c_str());
     stopOnSignals();
@@ -212,7 +219,7 @@ int main(int argc, char** argv) {
         record(options);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tavirn-record: %s\n", error.what());
-        return 1;
+        return kNotRecorded;
     }
-    return 0;
+    return kDone;
 }
