@@ -54,8 +54,9 @@ protected:
         engine.m_pbStream.getPicH(&picture);
         EXPECT_EQ(block.size(), picture.size);
         if (!fileExists(chunk)) return; // shown from the file that was open
-        const std::string ring = readFile(chunk);
-        if (ring.size() != soundChunk.size() || picture.size > ring.size()) return;
+        std::string ring = readFile(chunk);
+        if (picture.size > soundChunk.size()) return;
+        ring.resize(soundChunk.size(), '\0'); // what is cut off comes as zeros, or not at all
         EXPECT_TRUE(block == (ring + ring).substr(picture.offset % ring.size(), picture.size))
             << picture.offset;
     }

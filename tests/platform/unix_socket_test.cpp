@@ -36,6 +36,20 @@ TEST_F(UnixSocket, ServesOwnerAndGroupAndReplacesOnlyAFileThatNobodyServes) {
     test::writeFile(path, "someone's");
     EXPECT_LT(s_create_serv_socket(path), 0);
     EXPECT_EQ(test::readFile(path), "someone's");
+
+    const std::string target = world.root() + "/target";
+    for (const char* round : {"nothing", "a file", "a stale socket"}) {
+        unlink(path);
+        if (*round == 'a') test::writeFile(target, "");
+        if (std::string(round) == "a stale socket") {
+            unlink(target.c_str());
+            close(s_create_serv_socket(target.c_str()));
+        }
+        std::filesystem::create_symlink(target, path);
+        EXPECT_LT(s_create_serv_socket(path), 0) << "a link to " << round;
+        EXPECT_TRUE(std::filesystem::is_symlink(path)) << round;
+        EXPECT_EQ(test::fileExists(target), *round == 'a') << round;
+    }
 }
 
 TEST_F(UnixSocket, AcceptFailsAtOnceWhenTheListenerIsShutDownBeforeOrDuringTheWait) {
