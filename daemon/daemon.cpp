@@ -68,7 +68,10 @@ int startUp(int& listeningSocket, CtavirnShmServer& status) {
 int runDaemon() {
     StatusSegment status;
     int listeningSocket = -1;
-    if (const int code = startUp(listeningSocket, status.server); code != 0) return code;
+    if (const int code = startUp(listeningSocket, status.server); code != 0) {
+        logCaughtSignals();
+        return code;
+    }
 
     RequestLoop loop(listeningSocket, status.server);
     int expected = kLoopNotBegun; // a stop caught during start-up holds

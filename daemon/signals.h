@@ -25,7 +25,8 @@ int setSignal();
 void sigcatch(int signal);
 
 /// The socket that a stop signal shuts down, so that the accept in progress, and every later one, fails at
-/// once: a stop is noticed whichever thread handles it and wherever the loop stands. -1 = none.
+/// once (one that still finds a client in the queue serves it first): a stop is noticed whichever thread
+/// handles it and wherever the loop stands. -1 = none.
 void setStopSocket(int listeningSocket);
 
 /// Writes the message of every signal caught since the last call. Main thread.

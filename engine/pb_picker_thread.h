@@ -29,7 +29,7 @@ public:
 
     // ---- main thread, at any time ----
 
-    /// Queues what a play or pause request asks for; 0, or -1 for any other type.
+    /// Queues what a play or pause request asks for; 0, or -1 for any other type and without memory.
     int analyzeEventData(const rtsp_request* request) EXCLUDES(m_eventMutex);
     PBTYPE getCurrentPlayMode() EXCLUDES(m_modeMutex);
     unsigned char getCurrentPauseMode() EXCLUDES(m_modeMutex);
@@ -113,7 +113,7 @@ private:
     bool nextIPicture(PICTURE_HEADER& picture);
 
     // request_analysis.cpp
-    void queueRequest(const PBDATA& request) EXCLUDES(m_eventMutex);
+    int queueRequest(const PBDATA& request) EXCLUDES(m_eventMutex);
 
     // play_mode.cpp
     void pausePlay();

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <new>
 #include <string_view>
 
 #include "daemon/rtsp_request.h"
@@ -116,21 +117,23 @@ bool analyzeHeader(const RTSP_HEADER& header, PBDATA& record) {
 } // namespace
 
 int CpbPickerThread::analyzeEventData(const rtsp_request* request) {
-    if (request->type == RTSP_REQ_PAUSE) {
-        queueRequest({.reqType = kReqPause});
-        return 0;
-    }
+    if (request->type == RTSP_REQ_PAUSE) return queueRequest({.reqType = kReqPause});
     if (request->type != RTSP_REQ_PLAY) return -1;
     PBDATA record{.reqType = kReqPlay, .reqSpeed = kNormalSpeed};
     // The first entry with a keyword decides; those behind it are not looked at.
     for (int i = 0; i < headerCount(*request); ++i) {
         if (analyzeHeader(request->header[i], record)) break;
     }
-    queueRequest(record);
-    return 0;
+    return queueRequest(record);
 }
 
-void CpbPickerThread::queueRequest(const PBDATA& request) {
-    MutexLock lock(m_eventMutex);
-    m_eventQueue.push(request);
+int CpbPickerThread::queueRequest(const PBDATA& request) {
+    try {
+        MutexLock lock(m_eventMutex);
+        m_eventQueue.push(request);
+        return 0;
+    } catch (const std::bad_alloc&) { // this request is lost, the session is not
+        logAt(LOG_ERR, "malloc error");
+        return -1;
+    }
 }
