@@ -72,7 +72,9 @@ struct STREAM_HEADER {
     uint16_t cs; ///< headerChecksum of bytes 0..29
 };
 static_assert(sizeof(STREAM_HEADER) == kHeaderBytes);
-static_assert(offsetof(STREAM_HEADER, pictures) == 20 && offsetof(STREAM_HEADER, gops) == 24 &&
+static_assert(offsetof(STREAM_HEADER, id) == 4 && offsetof(STREAM_HEADER, offset) == 8 &&
+              offsetof(STREAM_HEADER, size) == 12 && offsetof(STREAM_HEADER, pts) == 16 &&
+              offsetof(STREAM_HEADER, pictures) == 20 && offsetof(STREAM_HEADER, gops) == 24 &&
               offsetof(STREAM_HEADER, cs) == 30);
 
 /// Record n + 1 of a header area.
@@ -88,8 +90,10 @@ struct PICTURE_HEADER {
     uint16_t cs;   ///< headerChecksum of bytes 0..29
 };
 static_assert(sizeof(PICTURE_HEADER) == kHeaderBytes);
-static_assert(offsetof(PICTURE_HEADER, pts) == 16 && offsetof(PICTURE_HEADER, pictures) == 20 &&
-              offsetof(PICTURE_HEADER, msec) == 28 && offsetof(PICTURE_HEADER, cs) == 30);
+static_assert(offsetof(PICTURE_HEADER, id) == 4 && offsetof(PICTURE_HEADER, offset) == 8 &&
+              offsetof(PICTURE_HEADER, size) == 12 && offsetof(PICTURE_HEADER, pts) == 16 &&
+              offsetof(PICTURE_HEADER, pictures) == 20 && offsetof(PICTURE_HEADER, msec) == 28 &&
+              offsetof(PICTURE_HEADER, cs) == 30);
 
 /// Decoding can start at an I-picture.
 constexpr bool isIPicture(const PICTURE_HEADER& header) {

@@ -7,7 +7,7 @@ CStreamReadZuvo::CStreamReadZuvo(unsigned char mode) : m_zuvo(std::make_unique<C
 int CStreamReadZuvo::open(CHUNK_EVENT* event) {
     m_event = *event;
     if (m_event.size == 0) {
-        // The area is still growing. Only the second open decides: when the first one fails, so does that.
+        // The area is still growing. Only the second open decides: what the first one lacked, it lacks too.
         m_event.size = 1;
         m_zuvo->openChunkFile(&m_event);
         m_event.size = static_cast<uint32_t>(m_zuvo->getChunkSize());
