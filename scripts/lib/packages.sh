@@ -9,7 +9,8 @@ PACKAGES_MEDIA="gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0
 PACKAGES_TEST="libgtest-dev libgmock-dev util-linux groff-base"
 PACKAGES_DEMO="sqlite3"
 PACKAGES_BENCH="libbenchmark-dev python3"
-PACKAGES_CHECK="clang clang-format"
+# llvm has the symbolizer: without it sanitizers and fuzzers complain, and their reports are bare addresses.
+PACKAGES_CHECK="clang clang-format llvm"
 PACKAGES_ARMHF="g++-arm-linux-gnueabihf qemu-user googletest"
 PACKAGES_PACKAGE="debootstrap dpkg-dev"
 
