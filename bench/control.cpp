@@ -4,7 +4,7 @@
 #include "platform/output_reader.h"
 #include "platform/paths.h"
 #include "tests/support/process.h"
-#include "tools/control_client.h"
+#include "tools/client/control_client.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "engine/pb_picker_thread.h"
 #include "platform/output_layout.h"
 #include "platform/paths.h"
-#include "tools/control_client.h"
+#include "tools/client/control_client.h"
 
 namespace {
 

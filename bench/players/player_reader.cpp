@@ -20,8 +20,8 @@
 #include "platform/output_reader.h"
 #include "platform/paths.h"
 #include "platform/paths_rooted.h"
-#include "tools/h264.h"
-#include "tools/view_stats.h"
+#include "tools/record/h264.h"
+#include "tools/view/view_stats.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "platform/api_db.h"
 #include "tests/campaigns/session.h"
-#include "tools/index_writer.h"
+#include "tools/recording/index_writer.h"
 
 namespace test {
 namespace {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/worked_example.h"
-#include "tools/control_client.h"
+#include "tools/client/control_client.h"
 
 namespace {
 

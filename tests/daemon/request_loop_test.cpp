@@ -15,7 +15,7 @@
 #include "tests/daemon/said.h"
 #include "tests/support/card.h"
 #include "tests/support/simulated_clock.h"
-#include "tools/control_client.h"
+#include "tools/client/control_client.h"
 
 namespace {
 

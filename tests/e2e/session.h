@@ -12,7 +12,7 @@
 #include "stream/records.h"
 #include "tests/support/process.h"
 #include "tests/support/world.h"
-#include "tools/control_client.h"
+#include "tools/client/control_client.h"
 
 namespace test {
 

@@ -17,8 +17,8 @@
 #include "platform/paths.h"
 #include "platform/paths_rooted.h"
 #include "stream/records.h"
-#include "tools/control_client.h"
-#include "tools/play_value.h"
+#include "tools/client/control_client.h"
+#include "tools/ctl/play_value.h"
 
 namespace {
 

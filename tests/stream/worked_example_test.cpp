@@ -3,7 +3,7 @@
 #include "stream/records.h"
 #include "stream/stream_time.h"
 #include "tests/support/worked_example.h"
-#include "tools/recording_writer.h"
+#include "tools/recording/recording_writer.h"
 
 namespace {
 

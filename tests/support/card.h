@@ -9,7 +9,7 @@
 #include "stream/records.h"
 #include "stream/stream_time.h"
 #include "tests/support/world.h"
-#include "tools/recording_writer.h"
+#include "tools/recording/recording_writer.h"
 
 namespace test {
 

@@ -8,7 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "tools/control_client.h"
+#include "tools/client/control_client.h"
 
 namespace test {
 namespace {

@@ -17,7 +17,7 @@
 #include "shm/shm_server.h"
 #include "tests/support/card.h"
 #include "tests/system_calls/failing_calls.h"
-#include "tools/control_client.h"
+#include "tools/client/control_client.h"
 
 // A clock that sleeping moves on at once, by a second at most between two requests, so that no session times
 // out while the client is kept waiting by the machine. It allocates nothing.

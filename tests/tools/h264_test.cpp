@@ -1,9 +1,10 @@
-#include "tools/h264.h"
+#include "tools/record/h264.h"
+#include "tools/record/timeline.h"
 
 #include <gtest/gtest.h>
 
-#include "tools/recording_writer.h"
-#include "tools/timeline.h"
+#include "tools/common/clock_text.h"
+#include "tools/recording/recording_writer.h"
 
 namespace h264 {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/view_stats.h"
+#include "tools/view/view_stats.h"
 
 #include <cmath>
 #include <gtest/gtest.h>

@@ -8,9 +8,9 @@
 #include "platform/kw_com.h"
 #include "platform/paths.h"
 #include "tests/support/card.h"
-#include "tools/control_client.h"
-#include "tools/index_listing.h"
-#include "tools/play_value.h"
+#include "tools/client/control_client.h"
+#include "tools/ctl/index_listing.h"
+#include "tools/ctl/play_value.h"
 
 namespace test {
 namespace {

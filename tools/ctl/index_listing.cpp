@@ -1,0 +1,116 @@
+#include "tools/ctl/index_listing.h"
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <unistd.h>
+
+#include "platform/api_db.h"
+#include "platform/paths.h"
+#include "tools/common/clock_text.h"
+#include "tools/common/formatted.h"
+
+namespace {
+
+[[noreturn]] void fail(const char* reason) {
+    throw std::runtime_error(std::string("cannot read the index ") + paths().index + ": " + reason);
+}
+
+uint64_t inMs(uint32_t seconds, uint16_t milliseconds) {
+    return uint64_t{seconds} * 1000 + milliseconds;
+}
+
+bool isRecording(const DB_STREAM& stream) {
+    return stream.status == DB_STATUS_RECORDING;
+}
+
+std::string lengthText(uint64_t fromMs, uint64_t toMs) {
+    const uint64_t tenths = toMs > fromMs ? (toMs - fromMs + 50) / 100 : 0;
+    return formatted("%u:%02u:%02u.%u", static_cast<unsigned>(tenths / 36000),
+                     static_cast<unsigned>(tenths / 600 % 60), static_cast<unsigned>(tenths / 10 % 60),
+                     static_cast<unsigned>(tenths % 10));
+}
+
+std::string framesPerSecond(const DB_STREAM& stream) {
+    const FrameRateRow* row = frameRateRow(stream.frameSet);
+    return row ? formatted("%u.%u", row->tenthsPerSecond / 10, row->tenthsPerSecond % 10) : "";
+}
+
+std::string jsonTimes(uint64_t startMs, uint64_t endMs, bool ended) {
+    std::string text = "\"start\":\"" + clockText(startMs) + "\",\"startMs\":" + std::to_string(startMs);
+    text += ended ? ",\"end\":\"" + clockText(endMs) + "\",\"endMs\":" + std::to_string(endMs)
+                  : ",\"end\":null,\"endMs\":null";
+    return text;
+}
+
+} // namespace
+
+IndexListing readIndex() {
+    // Looked at first, since a failed query does not say why it failed.
+    if (access(paths().index, R_OK) != 0) fail(std::strerror(errno));
+    IndexListing listing;
+    CApiDb index;
+    if (index.setSql("SELECT * FROM STREAM ORDER BY streamID") != 0)
+        fail("it is no recording index, or it stays locked");
+    listing.streams.resize(static_cast<size_t>(index.getNTuple()));
+    long row = 0;
+    for (DB_STREAM& stream : listing.streams) index.getStreamValue(row++, &stream);
+
+    if (index.setSql("SELECT * FROM EVENT ORDER BY eventID") != 0)
+        fail("its table of alarms is not readable");
+    listing.alarms.resize(static_cast<size_t>(index.getNTuple()));
+    row = 0;
+    for (DB_EVENT& alarm : listing.alarms) index.getEventValue(row++, &alarm);
+    return listing;
+}
+
+std::string asTable(const IndexListing& listing) {
+    std::string text;
+    text += formatted("%8s  %-23s  %-23s  %12s  %5s  %8s  %s\n", "stream", "start", "end", "length", "fps",
+                      "pictures", "chunk");
+    for (const DB_STREAM& stream : listing.streams) {
+        const uint64_t start = inMs(stream.startDate, stream.startMSec);
+        const uint64_t end = inMs(stream.endDate, stream.endMSec);
+        const bool live = isRecording(stream);
+        text += formatted("%8u  %-23s  %-23s  %12s  %5s  %8s  %u\n", stream.streamID,
+                          clockText(start).c_str(), live ? "recording" : clockText(end).c_str(),
+                          live ? "" : lengthText(start, end).c_str(), framesPerSecond(stream).c_str(),
+                          live ? "" : std::to_string(stream.recSize).c_str(), stream.chunkID);
+    }
+    if (listing.streams.empty()) text += "  no streams\n";
+
+    text += formatted("\n%8s  %-23s  %-23s  %12s  %s\n", "alarm", "start", "end", "length", "trigger");
+    for (const DB_EVENT& alarm : listing.alarms) {
+        const uint64_t start = inMs(alarm.startDate, alarm.startMSec);
+        const uint64_t end = inMs(alarm.endDate, alarm.endMSec);
+        const bool ended = alarm.endDate != 0;
+        text += formatted("%8u  %-23s  %-23s  %12s  %u\n", alarm.eventID, clockText(start).c_str(),
+                          ended ? clockText(end).c_str() : "going on",
+                          ended ? lengthText(start, end).c_str() : "", alarm.extTrg);
+    }
+    if (listing.alarms.empty()) text += "  no alarms\n";
+    return text;
+}
+
+std::string asJson(const IndexListing& listing) {
+    std::string text = "{\"streams\":[";
+    for (const DB_STREAM& stream : listing.streams) {
+        if (&stream != &listing.streams.front()) text += ',';
+        const std::string fps = framesPerSecond(stream);
+        text += formatted("{\"id\":%u,\"recording\":%s,\"pictures\":%u,\"framesPerSecond\":%s,\"chunk\":%u,",
+                          stream.streamID, isRecording(stream) ? "true" : "false", stream.recSize,
+                          fps.empty() ? "null" : fps.c_str(), stream.chunkID);
+        text += jsonTimes(inMs(stream.startDate, stream.startMSec), inMs(stream.endDate, stream.endMSec),
+                          !isRecording(stream));
+        text += '}';
+    }
+    text += "],\"alarms\":[";
+    for (const DB_EVENT& alarm : listing.alarms) {
+        if (&alarm != &listing.alarms.front()) text += ',';
+        text += formatted("{\"id\":%u,\"trigger\":%u,", alarm.eventID, alarm.extTrg);
+        text += jsonTimes(inMs(alarm.startDate, alarm.startMSec), inMs(alarm.endDate, alarm.endMSec),
+                          alarm.endDate != 0);
+        text += '}';
+    }
+    return text + "]}\n";
+}

@@ -1,0 +1,94 @@
+#include "tools/record/record_output.h"
+
+#include <chrono>
+#include <cstdio>
+#include <unistd.h>
+
+#include "tools/common/clock_text.h"
+
+namespace {
+
+constexpr uint64_t kTerminalMs = 200;
+constexpr uint64_t kLogMs = 5000;
+
+uint64_t runningMs() {
+    using namespace std::chrono;
+    return static_cast<uint64_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+}
+
+double seconds(uint64_t ms) {
+    return static_cast<double>(ms) / 1000;
+}
+
+double megabytes(uint64_t bytes) {
+    return static_cast<double>(bytes) / 1e6;
+}
+
+uint64_t bytesOf(const RecordingReport& report) {
+    uint64_t bytes = 0;
+    for (const RecordedStream& stream : report.streams) bytes += stream.placement.dataBytes;
+    return bytes;
+}
+
+uint32_t picturesOf(const RecordingReport& report) {
+    uint32_t pictures = 0;
+    for (const RecordedStream& stream : report.streams) pictures += stream.pictures;
+    return pictures;
+}
+
+} // namespace
+
+void ProgressLine::show(const RecordingProgress& progress) {
+    static const bool terminal = isatty(STDERR_FILENO) == 1;
+    const uint64_t now = runningMs();
+    if (m_lastMs == 0 && !terminal) m_lastMs = now; // a short recording says nothing on the way
+    if (now - m_lastMs < (terminal ? kTerminalMs : kLogMs)) return;
+    m_lastMs = now;
+    m_shown = terminal;
+    char total[32] = "";
+    if (progress.totalMs != 0) std::snprintf(total, sizeof total, " of %.1f", seconds(progress.totalMs));
+    std::fprintf(stderr, "%srecorded %.1f%s s, %u pictures, %.1f MB%s", terminal ? "\r" : "",
+                 seconds(progress.sourceMs), total, static_cast<unsigned>(progress.pictures),
+                 megabytes(progress.bytes), terminal ? "\x1b[K" : "\n");
+}
+
+void ProgressLine::end() {
+    if (m_shown) std::fputc('\n', stderr);
+    m_shown = false;
+}
+
+void printSummary(const RecordingReport& report, const MediaInfo& info) {
+    std::printf("%-7s %-23s   %-23s %9s %11s  %s\n", "stream", "from", "to", "pictures", "bytes", "chunk");
+    for (const RecordedStream& stream : report.streams)
+        std::printf("%-7u %-23s   %-23s %9u %11u  %u%s\n", static_cast<unsigned>(stream.streamId),
+                    clockText(stream.startMs).c_str(), clockText(stream.endMs).c_str(),
+                    static_cast<unsigned>(stream.pictures), static_cast<unsigned>(stream.placement.dataBytes),
+                    static_cast<unsigned>(stream.placement.chunkId),
+                    stream.placement.wrapped ? ", wrapped round its end" : "");
+    std::printf("%zu streams, %u pictures of %ux%u at %.4g fps (%s), %.1f MB, %u alarms\n",
+                report.streams.size(), static_cast<unsigned>(picturesOf(report)),
+                static_cast<unsigned>(info.width), static_cast<unsigned>(info.height), info.framesPerSecond,
+                info.copied ? "copied" : "encoded", megabytes(bytesOf(report)),
+                static_cast<unsigned>(report.alarms));
+}
+
+void printJson(const RecordingReport& report, const MediaInfo& info) {
+    std::printf("{\"width\": %u, \"height\": %u, \"fps\": %.6g, \"copied\": %s, \"pictures\": %u, "
+                "\"bytes\": %llu, \"alarms\": %u, \"alarmsMissed\": %u, \"streams\": [",
+                static_cast<unsigned>(info.width), static_cast<unsigned>(info.height), info.framesPerSecond,
+                info.copied ? "true" : "false", static_cast<unsigned>(picturesOf(report)),
+                static_cast<unsigned long long>(bytesOf(report)), static_cast<unsigned>(report.alarms),
+                static_cast<unsigned>(report.alarmsMissed));
+    const char* separator = "";
+    for (const RecordedStream& stream : report.streams) {
+        std::printf(
+            "%s{\"streamID\": %u, \"startMs\": %llu, \"endMs\": %llu, \"pictures\": %u, "
+            "\"bytes\": %u, \"chunkID\": %u, \"wrapped\": %s}",
+            separator, static_cast<unsigned>(stream.streamId),
+            static_cast<unsigned long long>(stream.startMs), static_cast<unsigned long long>(stream.endMs),
+            static_cast<unsigned>(stream.pictures), static_cast<unsigned>(stream.placement.dataBytes),
+            static_cast<unsigned>(stream.placement.chunkId), stream.placement.wrapped ? "true" : "false");
+        separator = ", ";
+    }
+    std::puts("]}");
+}

@@ -1,0 +1,77 @@
+// Streams that a recorder which was killed has left open.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/recording/recording_writer_state.h"
+
+namespace {
+
+/// The headers of a chunk that this process did not write.
+class LeftChunk {
+public:
+    explicit LeftChunk(const std::string& path) : m_file(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
+        struct stat status {};
+        if (m_file != -1 && fstat(m_file, &status) == 0) m_bytes = static_cast<uint64_t>(status.st_size);
+    }
+    ~LeftChunk() {
+        if (m_file != -1) close(m_file);
+    }
+    LeftChunk(const LeftChunk&) = delete;
+    LeftChunk& operator=(const LeftChunk&) = delete;
+
+    /// Record `number` of the header area at `area`; false when it can't be read or its checksum is wrong.
+    template <class Header> bool read(uint32_t area, uint64_t number, Header& header) const {
+        return m_bytes != 0 && pread(m_file, &header, sizeof header, place(area, number)) == sizeof header &&
+               headerChecksum(header) == header.cs;
+    }
+    void write(uint32_t area, const STREAM_HEADER& header) const {
+        if (pwrite(m_file, &header, sizeof header, place(area, 0)) != sizeof header)
+            throw RecordingError("cannot write the header of an unfinished stream; check the card");
+    }
+    uint32_t distance(uint32_t from, uint32_t to) const {
+        return static_cast<uint32_t>((m_bytes + to - from) % m_bytes);
+    }
+
+private:
+    off_t place(uint32_t area, uint64_t number) const {
+        return static_cast<off_t>((area + number * kHeaderBytes) % m_bytes);
+    }
+
+    int m_file;
+    uint64_t m_bytes = 0;
+};
+
+uint64_t ptsMs(const PICTURE_HEADER& picture) {
+    return uint64_t{picture.pts} * 1000 + picture.msec;
+}
+
+} // namespace
+
+uint32_t RecordingWriter::closeAbandoned() {
+    State& state = *m_state;
+    const std::vector<DB_STREAM> rows = state.index.unfinishedStreams();
+    for (DB_STREAM row : rows) {
+        const LeftChunk chunk(state.ring.pathOf(row.chunkID));
+        STREAM_HEADER header{};
+        PICTURE_HEADER first{};
+        PICTURE_HEADER last{};
+        uint64_t spanMs = 0;
+        // Without readable headers the row stays behind as a stream that holds nothing.
+        if (chunk.read(row.chunkOffset, 0, header) && header.pictures != 0 &&
+            chunk.read(row.chunkOffset, 1, first) && chunk.read(row.chunkOffset, header.pictures, last)) {
+            header.size = chunk.distance(header.offset, last.offset) + last.size;
+            header.pts = first.pts;
+            chunk.write(row.chunkOffset, sealed(header));
+            spanMs = ptsMs(last) - ptsMs(first);
+            row.recSize = header.pictures;
+        }
+        const ClockParts end = partsOf(uint64_t{row.startDate} * 1000 + row.startMSec + spanMs);
+        row.chunkSize = (row.recSize + 1) * kHeaderBytes;
+        row.status = 0;
+        row.endDate = end.seconds;
+        row.endMSec = end.milliseconds;
+        state.index.finishStream(row);
+    }
+    return static_cast<uint32_t>(rows.size());
+}
