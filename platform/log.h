@@ -2,7 +2,8 @@
 // in use: LOG_ERR (3) for errors, LOG_WARNING (4) for a few warnings, LOG_INFO (6) for progress and dumps.
 //
 // Macros, so that the compiler checks each format against its arguments and the prefix costs no second
-// formatting. "%m" stands for the text of errno, as syslog expands it.
+// formatting. "%m" stands for the text of errno, as syslog expands it: an extension of POSIX to C's formats,
+// hence __extension__, which -Wpedantic wants.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +14,7 @@
 
 /// The same, reporting under a fixed name instead of the enclosing function's.
 #define logNamed(priority, name, format, ...)                                                                \
-    syslog((priority), "%s(%d) " format, (name), __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+    __extension__ syslog((priority), "%s(%d) " format, (name), __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 /// The message as it is.
 #define logPlain(priority, ...) syslog((priority), __VA_ARGS__)

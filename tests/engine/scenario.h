@@ -192,7 +192,7 @@ public:
             } else {
                 text += std::to_string(stream) + ":" + std::to_string(picture);
             }
-            text += "-" + std::to_string(picture) + " ";
+            text.append("-").append(std::to_string(picture)).append(" ");
         }
         return text;
     }

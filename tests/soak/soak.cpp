@@ -39,8 +39,8 @@ public:
     Soak(pid_t daemon, uint32_t seed) : m_daemon(daemon), m_chance(seed) {}
 
     /// Between two samples; the daemon is idle at the end.
-    void run(Clock::time_point until, int sessions) {
-        for (int n = 0; n < sessions || Clock::now() < until; ++n) {
+    void run(Clock::time_point until, int least) {
+        for (int n = 0; n < least || Clock::now() < until; ++n) {
             session();
             if (n % 50 == 0) forgetOldStreams();
         }

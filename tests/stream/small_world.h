@@ -50,7 +50,7 @@ struct SmallStream {
         return start() + ms(here.pts, here.msec) - ms(top.pts, top.msec);
     }
     std::string describe() const {
-        const auto text = [](Ms value) { return " " + std::to_string(value); };
+        const auto text = [](Ms value) { return std::string(" ").append(std::to_string(value)); };
         std::string line = "stream" + text(row.streamID) + ":" + text(start() - kFirstMs) + " .." +
                            text(end() - kFirstMs) + ", frame-rate code" + text(row.frameSet & 15) +
                            ", recSize" + text(row.recSize) + (opens ? "" : ", does not open") +
@@ -186,7 +186,7 @@ inline void hold(const SmallWorld& world, test::Card& card, const std::string& c
         for (const uint32_t cell :
              {row.streamID, uint32_t{row.frameSet}, row.recSize, row.chunkID, row.chunkOffset, row.chunkSize,
               row.startDate, uint32_t{row.startMSec}, row.endDate})
-            sql += "," + std::to_string(cell);
+            sql.append(",").append(std::to_string(cell));
         sql += ");";
     }
     card.sql(sql + "COMMIT");

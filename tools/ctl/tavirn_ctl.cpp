@@ -22,7 +22,7 @@ constexpr char kExitCodes[] =
 
 /// Ends the program with a sentence on standard error.
 struct Failure : std::runtime_error {
-    Failure(ExitCode code, const std::string& sentence) : std::runtime_error(sentence), code(code) {}
+    Failure(ExitCode exitCode, const std::string& sentence) : std::runtime_error(sentence), code(exitCode) {}
     ExitCode code;
 };
 

@@ -190,7 +190,7 @@ GstPadProbeReturn MediaSource::Pipeline::onPictureToStamp(GstPad*, GstPadProbeIn
     const uint64_t sourceMs = GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info)) / GST_MSECOND;
     if (pipeline.m_stamped.isBehind(sourceMs)) pipeline.m_stamped.goOn(sourceMs);
     std::string text = clockText(pipeline.m_stamped.wallMs(sourceMs));
-    text.replace(text.find(' '), 1, "\n");
+    std::replace(text.begin(), text.end(), ' ', '\n');
     g_object_set(pipeline.m_stamp, "text", text.c_str(), nullptr);
     return GST_PAD_PROBE_OK;
 }

@@ -17,7 +17,7 @@ protected:
     CZUVOChunkBase() = default;
 
 private:
-    void* m_library[4]{};
+    [[maybe_unused]] void* m_library[4]{};
 };
 
 class CZUVOStreamChunk : public CZUVOChunkBase {
