@@ -40,7 +40,7 @@ Played playNewest() {
         if (stream.get(data.data()) < 0) break;
         played.bytes.append(data.begin(), data.begin() + picture.size);
         const PB_STREAM_TIME time = stream.getTimePts();
-        played.times.push_back((time.sec - row.startDate) * 1000.0 + time.mSec - row.startMSec);
+        played.times.push_back((uint32_t(time.sec) - row.startDate) * 1000.0 + time.mSec - row.startMSec);
     } while (stream.move(PBST_FORWARD, 1, &picture, 0) >= 0);
     EXPECT_EQ(row.status, 0u);
     EXPECT_EQ(played.times.size(), row.recSize);

@@ -78,7 +78,7 @@ void printJson(const RecordingReport& report, const MediaInfo& info) {
               {"height", info.height},
               {"framesPerSecond", rounded(info.framesPerSecond, 3)},
               {"copied", info.copied},
-              {"notCopied", info.notCopied.empty() ? Json() : Json(info.notCopied)},
+              {"encodedBecause", info.notCopied.empty() ? Json() : Json(info.notCopied)},
               {"pictures", picturesOf(report)},
               {"bytes", bytesOf(report)},
               {"alarms", report.alarms},
