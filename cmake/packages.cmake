@@ -16,6 +16,13 @@ if(NOT SQLite3_FOUND)
   tavirn_missing(SQLite libsqlite3-dev)
 endif()
 
+if(TAVIRN_TOOLS OR TAVIRN_TESTS)
+  find_package(nlohmann_json QUIET)
+  if(NOT nlohmann_json_FOUND)
+    tavirn_missing("JSON for Modern C++" nlohmann-json3-dev "-DTAVIRN_TOOLS=OFF -DTAVIRN_TESTS=OFF")
+  endif()
+endif()
+
 if(TAVIRN_TOOLS)
   find_package(CLI11 QUIET)
   if(NOT CLI11_FOUND)

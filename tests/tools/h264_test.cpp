@@ -15,47 +15,37 @@ const std::string k4 = "\0\0\0\1"s;
 const std::string k3 = "\0\0\1"s;
 const std::string kAud = "\x09\xF0"s;
 const std::string kSps = "\x67\x42\0\x1E\x95\xA0"s;
-const std::string kSps1 = "\x67\x42\0\x1E\x55\xA0"s; // id 1
 const std::string kPps = "\x68\xCE\x38\x80"s;
 const std::string kSei = "\x06\x01\x01\x2A\x80"s;
 const std::string kIdr = "\x65\x88\0\0\3\1\x7F"s;
 const std::string kSlice = "\x41\x9A\x24"s;
 const std::string kText = "2024-01-02 03:04:05.250";
 
-TEST(PictureShaper, PutsParameterSetsAndSeiInFrontOfIPicturesOnly) {
+TEST(Shaped, PutsParameterSetsAndSeiInFrontOfIPicturesOnly) {
     const std::string sets = k4 + kSps + k4 + kPps;
     const std::string own = k4 + textSei(kText);
     const struct {
         const char* what;
-        std::string before, in, out; ///< `before` goes through first
+        std::string in, out;
     } cases[] = {
-        {"short start codes", "", k3 + kSps + k3 + kPps + k3 + kSei + k3 + kIdr,
-         sets + k4 + kSei + k4 + kIdr},
-        {"delimiter and padding", "", k4 + kAud + sets + "\0\0"s + k4 + kIdr + "\0"s, sets + own + k4 + kIdr},
-        {"sets only once", sets + k4 + kIdr, k4 + kIdr, sets + own + k4 + kIdr},
-        {"SEI before the sets", "", k4 + kSei + sets + k4 + kIdr, sets + k4 + kSei + k4 + kIdr},
-        {"set that replaces", sets + k4 + kIdr, k4 + kSps + "\1"s + k4 + kIdr,
-         k4 + kSps + "\1"s + k4 + kPps + own + k4 + kIdr},
-        {"set of another id", sets + k4 + kIdr, k4 + kSps1 + k4 + kIdr,
-         k4 + kSps + k4 + kSps1 + k4 + kPps + own + k4 + kIdr},
-        {"slices of one picture", "", sets + k4 + kIdr + k3 + kIdr, sets + own + k4 + kIdr + k4 + kIdr},
-        {"other picture", sets + k4 + kIdr, k4 + kAud + k3 + kSei + k3 + kSlice, k4 + kSei + k4 + kSlice},
-        {"sets before another picture", "", sets + k3 + kSlice, sets + k4 + kSlice},
+        {"short start codes", k3 + kSps + k3 + kPps + k3 + kSei + k3 + kIdr, sets + k4 + kSei + k4 + kIdr},
+        {"delimiter and padding", k4 + kAud + sets + "\0\0"s + k4 + kIdr + "\0"s, sets + own + k4 + kIdr},
+        {"SEI before the sets", k4 + kSei + sets + k4 + kIdr, sets + k4 + kSei + k4 + kIdr},
+        {"slices of one picture", sets + k4 + kIdr + k3 + kIdr, sets + own + k4 + kIdr + k4 + kIdr},
+        {"other picture", k4 + kAud + k3 + kSei + k3 + kSlice, k4 + kSei + k4 + kSlice},
     };
     for (const auto& testCase : cases) {
-        PictureShaper shaper;
-        if (!testCase.before.empty()) shaper.shape(testCase.before, kText);
-        EXPECT_EQ(shaper.shape(testCase.in, kText), testCase.out) << testCase.what;
+        EXPECT_EQ(shaped(testCase.in, kText), testCase.out) << testCase.what;
         EXPECT_EQ(isIPicture(testCase.in), testCase.in.find(kIdr) != std::string::npos) << testCase.what;
     }
 }
 
-TEST(PictureShaper, RefusesWhatPlaybackCouldNotHandOver) {
+TEST(Shaped, RefusesWhatPlaybackCouldNotHandOver) {
     const std::string rest = k4 + kPps + k4 + kIdr;
     const std::string longest(kMaxParameterSetBytes - 2 * k4.size() - kPps.size() - kSps.size(), 'x');
-    EXPECT_EQ(PictureShaper().shape(k4 + kSps + longest + rest, "").find(k4 + '\6'), kMaxParameterSetBytes);
-    EXPECT_THROW(PictureShaper().shape(k4 + kSps + longest + 'x' + rest, ""), RecordingError);
-    EXPECT_THROW(PictureShaper().shape(k4 + kIdr, ""), RecordingError);
+    EXPECT_EQ(shaped(k4 + kSps + longest + rest, "").find(k4 + '\6'), kMaxParameterSetBytes);
+    EXPECT_THROW(shaped(k4 + kSps + longest + 'x' + rest, ""), RecordingError);
+    EXPECT_THROW(shaped(k4 + kIdr, ""), RecordingError);
 }
 
 TEST(NalUnit, IsNeverMistakenForAStartCode) {

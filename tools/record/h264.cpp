@@ -14,7 +14,9 @@ constexpr char kUserDataUnregistered = 5;
 /// Names the SEI's content as this recorder's clock text.
 constexpr std::string_view kTextUuid("\x6b\x1f\x0c\x52\xd8\x34\x4e\x9a\xb0\x77\x2e\x41\xc9\x5d\x83\xe6", 16);
 
-/// An Exp-Golomb number; 0 past the end.
+constexpr uint32_t kSliceB = 1; ///< of the slice types, modulo 5
+
+/// Reads Exp-Golomb numbers; 0 past the end.
 class BitReader {
 public:
     explicit BitReader(std::string_view bytes) : m_bytes(bytes) {}
@@ -36,10 +38,13 @@ private:
     size_t m_bit = 0;
 };
 
-/// The id a parameter set is replaced under. Emulation prevention can't reach the bytes that are looked at.
-uint32_t parameterSetId(std::string_view unit) {
-    const size_t before = nalType(unit) == nalSps ? 4 : 1; // header; an SPS has profile and level first
-    return BitReader(unit.substr(std::min(before, unit.size()))).number();
+/// A slice header begins with the slice's first macroblock and its type. Emulation prevention can't reach
+/// them: a first macroblock that large has no two zero bytes in front.
+bool isBSlice(std::string_view unit) {
+    if (nalType(unit) != nalSlice) return false;
+    BitReader header(unit.substr(1));
+    header.number();
+    return header.number() % 5 == kSliceB;
 }
 
 void append(std::string& out, std::string_view unit) {
@@ -69,6 +74,11 @@ bool isIPicture(std::string_view accessUnit) {
                        [](std::string_view unit) { return nalType(unit) == nalIdrSlice; });
 }
 
+bool isBPicture(std::string_view accessUnit) {
+    const auto units = nalUnits(accessUnit);
+    return std::any_of(units.begin(), units.end(), isBSlice);
+}
+
 std::string nalUnit(uint8_t header, std::string_view payload) {
     std::string unit(1, static_cast<char>(header));
     int zeros = 0;
@@ -94,41 +104,25 @@ std::string textSei(std::string_view text) {
     return nalUnit(nalSei, payload);
 }
 
-void PictureShaper::remember(std::string_view unit) {
-    if (nalType(unit) == nalSps) m_sps[parameterSetId(unit)] = unit;
-    if (nalType(unit) == nalPps) m_pps[parameterSetId(unit)] = unit;
-}
-
-std::string PictureShaper::parameterSets() const {
-    std::string sets;
-    for (const auto& [id, unit] : m_sps) append(sets, unit);
-    for (const auto& [id, unit] : m_pps) append(sets, unit);
-    if (m_sps.empty() || m_pps.empty())
-        throw RecordingError("the video has an I-picture before any SPS and PPS; "
-                             "re-encode it, for example to another container");
-    if (sets.size() > kMaxParameterSetBytes)
-        throw RecordingError("the video's SPS and PPS take " + std::to_string(sets.size()) +
-                             " bytes with their start codes, but playback hands over at most " +
-                             std::to_string(kMaxParameterSetBytes) + "; re-encode it with simpler settings");
-    return sets;
-}
-
-std::string PictureShaper::shape(std::string_view accessUnit, std::string_view text) {
+std::string shaped(std::string_view accessUnit, std::string_view text) {
     const auto units = nalUnits(accessUnit);
-    bool iPicture = false;
-    bool hasSei = false;
-    for (const std::string_view unit : units) {
-        remember(unit);
-        iPicture |= nalType(unit) == nalIdrSlice;
-        hasSei |= nalType(unit) == nalSei;
-    }
+    const bool iPicture = isIPicture(accessUnit);
     std::string out;
     out.reserve(accessUnit.size() + 256);
-    if (iPicture) {
-        out = parameterSets();
-        if (!hasSei) append(out, textSei(text));
+    const auto appendAll = [&](NalType type) {
+        const size_t before = out.size();
         for (const std::string_view unit : units)
-            if (nalType(unit) == nalSei) append(out, unit);
+            if (nalType(unit) == type) append(out, unit);
+        return out.size() != before;
+    };
+    if (iPicture) {
+        if (!appendAll(nalSps) || !appendAll(nalPps))
+            throw RecordingError("an I-picture comes before any SPS and PPS");
+        if (out.size() > kMaxParameterSetBytes)
+            throw RecordingError("its SPS and PPS take " + std::to_string(out.size()) +
+                                 " bytes with their start codes, but playback hands over at most " +
+                                 std::to_string(kMaxParameterSetBytes));
+        if (!appendAll(nalSei)) append(out, textSei(text));
     }
     for (const std::string_view unit : units) {
         const NalType type = nalType(unit);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,6 +28,9 @@ std::vector<std::string_view> nalUnits(std::string_view annexB);
 /// Decoding can start at this access unit: it is an IDR picture.
 bool isIPicture(std::string_view accessUnit);
 
+/// The access unit holds a B slice, so its source decodes pictures in another order than it shows them.
+bool isBPicture(std::string_view accessUnit);
+
 /// A NAL unit of the given first byte around a payload, with emulation prevention where it is needed.
 std::string nalUnit(uint8_t header, std::string_view payload);
 
@@ -38,21 +40,9 @@ std::string textSei(std::string_view text);
 /// Longest that SPS and PPS with their start codes may be: what an open request's answer has room for.
 inline constexpr size_t kMaxParameterSetBytes = 96;
 
-/// Rewrites the access units of one source, in order. Remembers the parameter sets in force, since a source
-/// may send them only once.
-class PictureShaper {
-public:
-    /// The access unit with 4-byte start codes and without delimiter. An I-picture begins with the
-    /// parameter sets in force and an SEI: its own where it has one, else a new one that carries `text`.
-    /// Throws RecordingError when there are no parameter sets or they are too long.
-    std::string shape(std::string_view accessUnit, std::string_view text);
-
-private:
-    void remember(std::string_view unit);
-    std::string parameterSets() const;
-
-    std::map<uint32_t, std::string> m_sps; ///< by their id
-    std::map<uint32_t, std::string> m_pps;
-};
+/// The access unit with 4-byte start codes and without delimiter. An I-picture, which has to hold the
+/// parameter sets in force, begins with them and an SEI: its own where it has one, else a new one that
+/// carries `text`. Throws RecordingError when there are no parameter sets or they are too long.
+std::string shaped(std::string_view accessUnit, std::string_view text);
 
 } // namespace h264

@@ -1,8 +1,9 @@
 #include "tools/record/media_source.h"
 
 #include <algorithm>
-#include <unistd.h>
+#include <utility>
 
+#include "tools/record/copy_check.h"
 #include "tools/record/media_pipeline.h"
 #include "tools/recording/recording_error.h"
 
@@ -21,19 +22,34 @@ template <class Type> using Owned = std::unique_ptr<Type, Unref>;
 
 } // namespace
 
-std::unique_ptr<MediaSource> MediaSource::file(const std::string& path, const EncoderSettings& encoder,
+std::unique_ptr<MediaSource> MediaSource::file(const std::string& path, const std::string& name,
+                                               const SourceSettings& settings,
                                                const std::atomic<bool>& stop) {
-    if (access(path.c_str(), R_OK) == -1)
-        throw RecordingError("cannot read the video file " + path + "; check its name and permissions");
-    auto pipeline = std::make_unique<Pipeline>("the video file " + path, encoder, stop);
-    pipeline->openFile(path);
+    auto pipeline = std::make_unique<Pipeline>(name, settings, stop);
+    MediaInfo& info = pipeline->info;
+    info.notCopied = pipeline->discover(path);
+    if (info.notCopied.empty()) {
+        Pipeline look(name, settings, stop);
+        look.openToCopy(path);
+        info.notCopied = look.lookThrough();
+        info.gop = look.info.gop;
+    }
+    info.notCopied.empty() ? pipeline->openToCopy(path) : pipeline->openToEncode(path);
+    return std::unique_ptr<MediaSource>(new MediaSource(std::move(pipeline)));
+}
+
+std::unique_ptr<MediaSource> MediaSource::pipe(const SourceSettings& settings,
+                                               const std::atomic<bool>& stop) {
+    auto pipeline = std::make_unique<Pipeline>("standard input", settings, stop);
+    pipeline->info.notCopied = "what a pipe holds is not known beforehand";
+    pipeline->openPipe();
     return std::unique_ptr<MediaSource>(new MediaSource(std::move(pipeline)));
 }
 
 std::unique_ptr<MediaSource> MediaSource::testPattern(const TestPattern& pattern,
-                                                      const EncoderSettings& encoder,
+                                                      const SourceSettings& settings,
                                                       const std::atomic<bool>& stop) {
-    auto pipeline = std::make_unique<Pipeline>("the test pattern", encoder, stop);
+    auto pipeline = std::make_unique<Pipeline>("the test pattern", settings, stop);
     pipeline->openTestPattern(pattern);
     return std::unique_ptr<MediaSource>(new MediaSource(std::move(pipeline)));
 }
@@ -51,19 +67,34 @@ const MediaInfo& MediaSource::info() const {
 }
 
 std::optional<MediaPicture> MediaSource::Pipeline::next() {
-    const Owned<GstSample> sample(pull());
+    const Owned<GstSample> sample(m_first ? std::exchange(m_first, nullptr) : pull());
     if (!sample) return std::nullopt;
     return toPicture(sample.get());
+}
+
+std::string MediaSource::Pipeline::lookThrough() {
+    CopyCheck check;
+    try {
+        for (auto picture = next(); picture; picture = next()) {
+            const bool behind = settings.durationMs != 0 && picture->sourceMs >= settings.durationMs;
+            if (behind || !check.look(*picture)) break;
+        }
+    } catch (const RecordingError&) { // recording will meet it again, and keep what comes before
+        if (check.gop() == 0) throw;
+    }
+    info.gop = check.gop();
+    return check.reason();
 }
 
 /// Waits for a sample, the end, a failure or the stop, whichever comes first.
 GstSample* MediaSource::Pipeline::pull() {
     while (!stop) {
         GstSample* sample = gst_app_sink_try_pull_sample(m_sink, kPollTime);
+        m_any |= sample != nullptr;
         if (sample) return sample;
         throwIfFailed(); // before the end is looked at: a failing pipeline ends too
         if (gst_app_sink_is_eos(m_sink)) {
-            if (m_pullBase == GST_CLOCK_TIME_NONE) fail("it has no pictures");
+            if (!m_any) fail("it has no pictures");
             return nullptr;
         }
     }
@@ -72,7 +103,7 @@ GstSample* MediaSource::Pipeline::pull() {
 
 MediaPicture MediaSource::Pipeline::toPicture(GstSample* sample) {
     GstBuffer* buffer = gst_sample_get_buffer(sample);
-    GstClockTime time = GST_BUFFER_DTS_OR_PTS(buffer);
+    GstClockTime time = GST_BUFFER_PTS_IS_VALID(buffer) ? GST_BUFFER_PTS(buffer) : GST_BUFFER_DTS(buffer);
     if (!GST_CLOCK_TIME_IS_VALID(time)) { // as a raw byte stream: its frame rate, if any, gives the time
         const double rate = info.framesPerSecond > 0 ? info.framesPerSecond : 30;
         time = m_lastTime + (m_pullBase == GST_CLOCK_TIME_NONE ? 0 : static_cast<GstClockTime>(1e9 / rate));

@@ -5,12 +5,11 @@
 
 #include "platform/clock.h"
 #include "tools/common/clock_text.h"
+#include "tools/record/copy_check.h"
+#include "tools/record/h264.h"
 #include "tools/record/status_publisher.h"
 
 namespace {
-
-/// A GOP figure above this is replaced on playback.
-constexpr uint32_t kMaxGopFigure = 120;
 
 /// Room taken for headers where a stream's length is open: one for so many bytes of chunk.
 constexpr uint32_t kBytesPerPictureAtLeast = 512;
@@ -32,6 +31,14 @@ uint16_t frameSetOf(double framesPerSecond) {
     return 0;
 }
 
+/// Play waits for a picture as many seconds as the figure says at most, so it has to exceed the time from
+/// picture to picture.
+uint32_t gopFigure(const MediaInfo& info) {
+    const double rate = info.framesPerSecond;
+    const uint32_t seconds = rate > 0 && rate <= 1 ? static_cast<uint32_t>(1 / rate) + 1 : 1;
+    return std::clamp(info.gop, seconds, kMaxGop);
+}
+
 } // namespace
 
 Recorder::Recorder(MediaSource& source, RecordingWriter& writer, const RecorderSettings& settings,
@@ -39,69 +46,85 @@ Recorder::Recorder(MediaSource& source, RecordingWriter& writer, const RecorderS
     : m_source(source), m_writer(writer), m_settings(settings), m_stop(stop), m_cursor(settings.timeline) {
     std::sort(m_settings.alarms.begin(), m_settings.alarms.end(),
               [](const Alarm& a, const Alarm& b) { return a.startMs < b.startMs; });
-}
-
-/// A copied file says nowhere how long its GOPs are, and the stream header wants to know before the first
-/// picture is written: the pictures up to the second I-picture are looked at first.
-bool Recorder::pullAhead() {
-    uint32_t iPictures = 0;
-    uint32_t pictures = 0;
-    while (iPictures < 2 && pictures <= kMaxGopFigure) {
-        std::optional<MediaPicture> picture = m_source.next();
-        if (!picture) break;
-        const bool iPicture = h264::isIPicture(picture->accessUnit);
-        iPictures += iPicture;
-        if (iPictures == 0) continue; // nobody could decode it
-        m_ahead.push_back(std::move(*picture));
-        pictures += iPictures < 2;
-        if (m_source.info().gop != 0) break;
+    for (Alarm& alarm : m_settings.alarms) {
+        alarm.startMs += settings.timeline.startMs;
+        alarm.endMs += settings.timeline.startMs;
     }
-    m_gop = m_source.info().gop != 0 ? m_source.info().gop : std::clamp(pictures, 1u, kMaxGopFigure);
-    return !m_ahead.empty();
 }
 
-std::optional<MediaPicture> Recorder::nextPicture() {
-    if (m_ahead.empty()) return m_source.next();
-    std::optional<MediaPicture> picture(std::move(m_ahead.front()));
-    m_ahead.pop_front();
-    return picture;
+/// The source's next picture, its time counted from the first I-picture: nobody could decode what is before
+/// it. Nothing at the end of what is to be recorded.
+std::optional<MediaPicture> Recorder::pull() {
+    for (auto picture = m_source.next(); picture; picture = m_source.next()) {
+        if (!m_baseMs && !h264::isIPicture(picture->accessUnit)) continue;
+        if (!m_baseMs) m_baseMs = picture->sourceMs;
+        picture->sourceMs -= *m_baseMs;
+        if (m_settings.durationMs != 0 && picture->sourceMs >= m_settings.durationMs) break;
+        return picture;
+    }
+    return std::nullopt;
 }
 
-RecordingReport Recorder::run(const std::function<void(const RecordingProgress&)>& progress) {
-    RecordingProgress done;
-    m_launchMs = realMs();
-    if (pullAhead()) {
-        const uint64_t base = m_ahead.front().sourceMs;
-        done.totalMs = m_settings.durationMs != 0 ? m_settings.durationMs : m_source.info().durationMs;
-        while (std::optional<MediaPicture> picture = nextPicture()) {
-            const uint64_t sourceMs = picture->sourceMs - base;
-            if (m_stop || (m_settings.durationMs != 0 && sourceMs >= m_settings.durationMs)) break;
-            record(*picture, sourceMs);
-            done.sourceMs = sourceMs;
-            ++done.pictures;
-            done.bytes += picture->accessUnit.size();
-            progress(done);
-        }
+/// Empty at the end.
+Recorder::Gop Recorder::nextGop() {
+    Gop gop;
+    if (!m_next) return gop;
+    do {
+        gop.bytes += m_next->accessUnit.size();
+        gop.pictures.push_back(std::move(*m_next));
+        m_next = pull();
+    } while (m_next && !h264::isIPicture(m_next->accessUnit));
+    gop.last = !m_next;
+    return gop;
+}
+
+void Recorder::run(const std::function<void(const RecordingProgress&)>& progress) {
+    try {
+        recordAll(progress);
+    } catch (...) {
+        dropOrFinishStream();
+        endAlarms(m_lastWallMs);
+        throw;
     }
     finishStream();
     endAlarms(m_lastWallMs);
     m_report.alarmsMissed = static_cast<uint32_t>(m_settings.alarms.size() - m_nextAlarm);
-    return m_report;
 }
 
-void Recorder::record(const MediaPicture& picture, uint64_t sourceMs) {
-    const bool iPicture = h264::isIPicture(picture.accessUnit);
-    changeStream(sourceMs, iPicture);
-    const uint64_t wallMs = m_cursor.wallMs(sourceMs);
-    if (m_settings.live && !waitUntil(wallMs)) return;
+void Recorder::recordAll(const std::function<void(const RecordingProgress&)>& progress) {
+    m_done.totalMs = m_settings.durationMs != 0 ? m_settings.durationMs : m_source.info().durationMs;
+    m_next = pull();
+    for (Gop gop = nextGop(); !gop.pictures.empty(); gop = nextGop()) {
+        if (!m_open && gop.last && !m_stop)
+            throw RecordingError("a session opens on two I-pictures at least, and there is only one; "
+                                 "record more pictures, or with a smaller --gop");
+        if (m_launchMs == 0) m_launchMs = realMs();
+        changeStream(gop);
+        for (const MediaPicture& picture : gop.pictures) {
+            if (m_stop && (!m_open || m_iPictures >= 2)) return;
+            record(picture, &picture == &gop.pictures.front());
+            progress(m_done);
+        }
+    }
+    if (m_open && m_iPictures < 2)
+        throw RecordingError("the last " + std::to_string(m_writer.pictures()) +
+                             " pictures do not fit behind the others and make no stream of their own; "
+                             "choose larger chunks");
+}
 
-    const std::string data = m_shaper.shape(picture.accessUnit, clockText(wallMs));
+void Recorder::record(const MediaPicture& picture, bool iPicture) {
+    const uint64_t wallMs = m_cursor.wallMs(picture.sourceMs);
+    if (m_settings.live) waitUntil(wallMs);
+
+    const std::string data = h264::shaped(picture.accessUnit, clockText(wallMs));
     // The recorder's scale is the clock's: play that goes on by time after playing picture by picture counts
     // on from the time stamp it has reached.
     const CodedPicture coded{data, wallMs, iPicture};
     if (!m_open) beginStream(wallMs);
     if (!m_writer.addPicture(coded)) {
         // A GOP longer than all before: its rest begins the next stream, for playing on loses nothing then.
+        if (m_iPictures < 2)
+            throw RecordingError("two GOPs do not fit into a chunk; choose larger chunks or shorter GOPs");
         finishStream();
         beginStream(wallMs);
         if (!m_writer.addPicture(coded))
@@ -109,8 +132,10 @@ void Recorder::record(const MediaPicture& picture, uint64_t sourceMs) {
                                  " bytes does not fit into an empty chunk; choose larger chunks");
     }
     m_lastWallMs = wallMs;
-    ++m_thisGop.pictures;
-    m_thisGop.bytes += data.size();
+    m_iPictures += iPicture;
+    m_report.recordedMs = m_done.sourceMs = picture.sourceMs;
+    ++m_done.pictures;
+    m_done.bytes += data.size();
     RecordedStream& stream = m_report.streams.back();
     stream.endMs = wallMs;
     stream.pictures = m_writer.pictures();
@@ -119,18 +144,17 @@ void Recorder::record(const MediaPicture& picture, uint64_t sourceMs) {
     alarmsUpTo(wallMs);
 }
 
-/// Ends the present stream where the next one is to begin with this picture.
-void Recorder::changeStream(uint64_t sourceMs, bool iPicture) {
-    if (!iPicture) return;
-    m_largestGop.pictures = std::max(m_largestGop.pictures, m_thisGop.pictures);
-    m_largestGop.bytes = std::max(m_largestGop.bytes, m_thisGop.bytes);
-    m_thisGop = {};
-    if (m_cursor.isBehind(sourceMs)) {
-        m_cursor.goOn(sourceMs);
-        finishStream();
-    } else if (m_open && !m_writer.hasRoom(m_largestGop.pictures, m_largestGop.bytes * 3 / 2)) {
-        finishStream();
-    }
+/// Ends the present stream where the next one is to begin with this GOP. Room is kept for the GOP behind it,
+/// which may be the last and can't begin a stream then.
+void Recorder::changeStream(const Gop& gop) {
+    m_largestGopPictures = std::max<uint64_t>(m_largestGopPictures, gop.pictures.size());
+    m_largestGopBytes = std::max(m_largestGopBytes, gop.bytes);
+    if (!m_open || gop.last || m_iPictures < 2) return;
+    const uint64_t first = gop.pictures.front().sourceMs;
+    const bool behind = m_cursor.isBehind(first);
+    if (behind) m_cursor.goOn(first);
+    const auto pictures = static_cast<uint32_t>(gop.pictures.size() + m_largestGopPictures);
+    if (behind || !m_writer.hasRoom(pictures, gop.bytes + m_largestGopBytes * 3 / 2)) finishStream();
 }
 
 void Recorder::beginStream(uint64_t wallMs) {
@@ -138,11 +162,12 @@ void Recorder::beginStream(uint64_t wallMs) {
     StreamSettings stream;
     stream.startMs = wallMs;
     stream.frameSet = frameSetOf(info.framesPerSecond);
-    stream.gops = std::min(m_gop, kMaxGopFigure);
+    stream.gops = gopFigure(info);
     stream.capacity = streamCapacity();
     stream.bitrateSet = info.bitrateKbit;
     const uint32_t id = m_writer.beginStream(stream);
     m_open = true;
+    m_iPictures = 0;
     m_report.streams.push_back({id, wallMs, wallMs, 0, m_writer.placement()});
 }
 
@@ -152,7 +177,15 @@ void Recorder::finishStream() {
     m_open = false;
 }
 
-/// Two GOPs more than a stream is to have, since it ends with a GOP. A chunk never holds more headers than
+/// A stream of a single I-picture goes: it would be the newest, and no session could open.
+void Recorder::dropOrFinishStream() {
+    if (!m_open || m_iPictures >= 2) return finishStream();
+    m_writer.dropStream();
+    m_report.streams.pop_back();
+    m_open = false;
+}
+
+/// Three GOPs more than a stream is to have, since it ends with a GOP. A chunk never holds more headers than
 /// it could hold pictures.
 uint32_t Recorder::streamCapacity() const {
     const uint32_t most = std::max(m_settings.chunkBytes / kBytesPerPictureAtLeast, 2u);
@@ -161,18 +194,18 @@ uint32_t Recorder::streamCapacity() const {
                                                                : m_source.info().durationMs;
     const double rate = m_source.info().framesPerSecond;
     if (lengthMs == 0 || rate <= 0) return most;
-    const double pictures = std::ceil(static_cast<double>(lengthMs) * rate / 1000) + 2.0 * m_gop;
+    const double pictures =
+        std::ceil(static_cast<double>(lengthMs) * rate / 1000) + 3.0 * m_source.info().gop;
     return pictures < most ? static_cast<uint32_t>(pictures) : most;
 }
 
-/// Waits for the time of a picture; false when stopped meanwhile.
-bool Recorder::waitUntil(uint64_t wallMs) const {
+/// Waits for the time of a picture, or for the stop.
+void Recorder::waitUntil(uint64_t wallMs) const {
     const uint64_t due = m_launchMs + wallMs - m_settings.timeline.startMs;
     for (uint64_t now = realMs(); now < due && !m_stop; now = realMs()) {
         const uint64_t pause = std::min(due - now, kStopCheckMs);
         wallclock::sleepFor({0, static_cast<suseconds_t>(pause * 1000)});
     }
-    return !m_stop;
 }
 
 /// Begins and ends the alarms as time passes, as a recorder would see them.

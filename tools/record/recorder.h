@@ -3,13 +3,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "tools/record/h264.h"
 #include "tools/record/media_source.h"
 #include "tools/record/timeline.h"
 #include "tools/recording/recording_writer.h"
@@ -17,7 +15,7 @@
 class StatusPublisher;
 
 struct Alarm {
-    uint64_t startMs = 0; ///< wall clock
+    uint64_t startMs = 0; ///< by the clock, since the recording's start
     uint64_t endMs = 0;   ///< ends earlier when the recording does
     uint32_t trigger = 512;
 };
@@ -42,6 +40,7 @@ struct RecordingReport {
     std::vector<RecordedStream> streams;
     uint32_t alarms = 0;       ///< written
     uint32_t alarmsMissed = 0; ///< beyond the recording's end
+    uint64_t recordedMs = 0;   ///< of the source's time
 };
 
 struct RecordingProgress {
@@ -52,30 +51,36 @@ struct RecordingProgress {
 };
 
 /// Records once. A stream changes at the first I-picture behind the split's time, and at an I-picture when
-/// the next GOP may not fit any more.
+/// the next GOP may not fit any more. What is recorded last always has two I-pictures, for a session opens on
+/// the newest stream and on no less: a split whose stream would be shorter is not made.
 class Recorder {
 public:
     Recorder(MediaSource& source, RecordingWriter& writer, const RecorderSettings& settings,
              const std::atomic<bool>& stop);
 
-    /// Records until the source or the duration ends or `stop` is set; the last stream is finished in each
-    /// case. `progress` is called after each picture. Throws RecordingError.
-    RecordingReport run(const std::function<void(const RecordingProgress&)>& progress);
+    /// Records until the source or the duration ends or `stop` is set, and then as far as the last stream's
+    /// second I-picture. `progress` is called after each picture. Throws RecordingError; report() says what
+    /// has been recorded even so. No stream is left open.
+    void run(const std::function<void(const RecordingProgress&)>& progress);
+    const RecordingReport& report() const { return m_report; }
 
 private:
     struct Gop {
-        uint32_t pictures = 0;
+        std::vector<MediaPicture> pictures;
         uint64_t bytes = 0;
+        bool last = false; ///< none follows
     };
 
-    bool pullAhead();
-    std::optional<MediaPicture> nextPicture();
-    void record(const MediaPicture& picture, uint64_t sourceMs);
-    void changeStream(uint64_t sourceMs, bool iPicture);
+    void recordAll(const std::function<void(const RecordingProgress&)>& progress);
+    Gop nextGop();
+    std::optional<MediaPicture> pull();
+    void changeStream(const Gop& gop);
+    void record(const MediaPicture& picture, bool iPicture);
     void beginStream(uint64_t wallMs);
     void finishStream();
+    void dropOrFinishStream();
     uint32_t streamCapacity() const;
-    bool waitUntil(uint64_t wallMs) const;
+    void waitUntil(uint64_t wallMs) const;
     void alarmsUpTo(uint64_t wallMs);
     void endAlarms(uint64_t wallMs);
 
@@ -83,17 +88,18 @@ private:
     RecordingWriter& m_writer;
     RecorderSettings m_settings;
     const std::atomic<bool>& m_stop;
-    h264::PictureShaper m_shaper;
     RecordingReport m_report;
+    RecordingProgress m_done;
 
-    std::deque<MediaPicture> m_ahead; ///< pulled to learn the GOP's length, not recorded yet
-    uint32_t m_gop = 0;               ///< pictures
+    std::optional<MediaPicture> m_next; ///< I-picture that begins the next GOP
+    std::optional<uint64_t> m_baseMs;   ///< source time of the first I-picture
     TimelineCursor m_cursor;
     bool m_open = false;
+    uint32_t m_iPictures = 0; ///< of the present stream
     uint64_t m_lastWallMs = 0;
     uint64_t m_launchMs = 0; ///< real time of the recording's start
-    Gop m_thisGop;
-    Gop m_largestGop;
+    uint64_t m_largestGopPictures = 0;
+    uint64_t m_largestGopBytes = 0;
     size_t m_nextAlarm = 0;                    ///< index in the settings' alarms, which are in order
     std::map<uint32_t, uint64_t> m_openAlarms; ///< eventID, end
 };

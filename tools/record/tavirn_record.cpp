@@ -3,25 +3,28 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <unistd.h>
 
 #include "platform/clock.h"
 #include "platform/paths.h"
-#include "platform/paths_rooted.h"
 #include "tools/common/clock_text.h"
+#include "tools/common/command_line.h"
+#include "tools/common/formatted.h"
 #include "tools/record/record_output.h"
 #include "tools/record/record_place.h"
 #include "tools/record/recorder.h"
+#include "tools/record/standard_input.h"
 #include "tools/record/status_publisher.h"
 
 namespace {
 
 constexpr uint64_t kAlarmMs = 3000;
+constexpr uint64_t kBehindMs = 1000; ///< from the newest recording to one that is not given a start
+constexpr const char* kStandardInput = "-";
 constexpr double kDefaultPatternSeconds = 60;
 constexpr uint64_t kMinChunkBytes = 64u << 10;
 constexpr uint64_t kMaxChunkBytes = 1u << 30;
 constexpr double kMaxSeconds = 1e8; // some years; keeps times within the index's 32 bits
-
-enum ExitCode { kDone = 0, kNotRecorded = 1, kUsage = 2 };
 
 std::atomic<bool> g_stop{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
@@ -29,7 +32,6 @@ static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler")
 struct Options {
     std::string file;
     bool testPattern = false;
-    std::string root;
     std::string start;
     double split = 0;
     double gap = 0;
@@ -46,15 +48,16 @@ struct Options {
 
 void declare(CLI::App& app, Options& options) {
     const auto seconds = CLI::Range(0.0, kMaxSeconds).description("");
-    auto* file = app.add_option("FILE", options.file, "Video to record: H.264 is copied, all else encoded")
+    auto* file = app.add_option("FILE", options.file,
+                                "Video to record, - for standard input: H.264 that a session can play is "
+                                "copied, all else encoded anew")
                      ->type_name("");
     auto* pattern = app.add_flag("--test-pattern", options.testPattern,
                                  "Record a moving pattern that shows the recording's clock time");
     file->excludes(pattern);
-    app.add_option("--root", options.root, "Directory that stands for / (TAVIRN_ROOT when not given)")
-        ->type_name("DIR");
     app.add_option("--start", options.start,
-                   "Clock time of the first picture, as \"2024-01-02 03:04:05.250\" (now)")
+                   "Clock time of the first picture, as \"2024-01-02 03:04:05.250\" (now, or a second "
+                   "behind the newest recording where that is later)")
         ->type_name("TIME");
     app.add_option("--split", options.split, "Seconds after which a new stream begins (0: never)")
         ->check(seconds)
@@ -98,12 +101,16 @@ uint64_t toMs(double seconds) {
     return static_cast<uint64_t>(std::llround(seconds * 1000));
 }
 
+std::string secondsText(uint64_t ms) {
+    return formatted("%.1f s", static_cast<double>(ms) / 1000);
+}
+
 uint64_t nowMs() {
     const timeval now = wallclock::now();
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }
 
-TestPattern patternOf(const Options& options, uint64_t durationMs) {
+TestPattern patternOf(const Options& options) {
     unsigned width = 0;
     unsigned height = 0;
     char more = 0;
@@ -111,11 +118,11 @@ TestPattern patternOf(const Options& options, uint64_t durationMs) {
         height < 64 || width > 4096 || height > 4096 || width % 2 != 0 || height % 2 != 0)
         throw RecordingError("--size " + options.size +
                              " is no picture size; give WIDTHxHEIGHT, even numbers from 64 to 4096");
-    return {width, height, options.fps, durationMs};
+    return {width, height, options.fps};
 }
 
 /// The alarm of an --event; `spanMs` is the recording's length by the clock, 0 when it is not known.
-Alarm alarmOf(const std::string& event, uint64_t startMs, uint64_t spanMs) {
+Alarm alarmOf(const std::string& event, uint64_t spanMs) {
     double seconds = 0;
     unsigned trigger = 512;
     char more = 0;
@@ -129,7 +136,7 @@ Alarm alarmOf(const std::string& event, uint64_t startMs, uint64_t spanMs) {
     if (spanMs != 0 && offsetMs >= spanMs)
         throw RecordingError("--event " + event + " lies behind the recording's end, " +
                              std::to_string(spanMs / 1000) + " s by the clock; choose an earlier time");
-    return {startMs + offsetMs, startMs + offsetMs + kAlarmMs, trigger};
+    return {offsetMs, offsetMs + kAlarmMs, trigger};
 }
 
 /// How long a recording is by the clock; 0 = not known yet.
@@ -144,7 +151,6 @@ RecorderSettings settingsOf(const Options& options) {
     Timeline& timeline = settings.timeline;
     timeline.splitMs = toMs(options.split);
     timeline.gapMs = toMs(options.gap);
-    timeline.startMs = nowMs();
     if (!options.start.empty()) {
         const std::optional<uint64_t> start = parseClock(options.start);
         if (!start)
@@ -156,71 +162,114 @@ RecorderSettings settingsOf(const Options& options) {
     if (settings.durationMs == 0 && options.testPattern && !options.live)
         settings.durationMs = toMs(kDefaultPatternSeconds);
     const uint64_t spanMs = spanOf(timeline, settings.durationMs);
-    for (const std::string& event : options.events)
-        settings.alarms.push_back(alarmOf(event, timeline.startMs, spanMs));
+    for (const std::string& event : options.events) settings.alarms.push_back(alarmOf(event, spanMs));
     return settings;
 }
 
-void record(const Options& options) {
+std::unique_ptr<MediaSource> sourceOf(const Options& options, const RecorderSettings& settings) {
+    const SourceSettings wanted{options.gop, options.bitrateKbit, settings.durationMs, settings.timeline};
+    if (options.testPattern) return MediaSource::testPattern(patternOf(options), wanted, g_stop);
+    if (options.file != kStandardInput)
+        return MediaSource::file(options.file, "the video file " + options.file, wanted, g_stop);
+    if (options.live) return MediaSource::pipe(wanted, g_stop);
+    return MediaSource::file(standardInputAsFile(g_stop), "standard input", wanted, g_stop);
+}
+
+void note(const std::string& text) {
+    std::fprintf(stderr, "note: %s\n", text.c_str());
+}
+
+void tidyUp(RecordingWriter& writer) {
+    const Abandoned left = writer.closeAbandoned();
+    if (left.finished != 0)
+        note("finished " + std::to_string(left.finished) + " streams that a recorder had left open");
+    if (left.removed != 0)
+        note("removed " + std::to_string(left.removed) +
+             " streams that a recorder had left open, too short for a session to open");
+}
+
+/// What a person would not expect of what has been recorded.
+void tellSurprises(const Options& options, const RecordingReport& report, const MediaInfo& info,
+                   RecordingWriter& writer) {
+    if (info.copied && (options.gop != 0 || options.bitrateKbit != 0))
+        note("the file is H.264 and was copied; --gop and --bitrate had no effect");
+    if (report.alarmsMissed != 0)
+        note(std::to_string(report.alarmsMissed) +
+             " alarms lie behind the recording's end and were not written");
+    // The last picture lasts a while too, and a file may hold a little more sound than pictures.
+    const uint64_t rest = 1000 + (info.framesPerSecond > 0 ? toMs(1 / info.framesPerSecond) : 0);
+    if (options.duration == 0 && !options.testPattern && !g_stop &&
+        report.recordedMs + rest < info.durationMs)
+        note("the video ends after " + secondsText(report.recordedMs) + " of the file's " +
+             secondsText(info.durationMs));
+    if (report.streams.empty()) return;
+    const RecordedStream& first = report.streams.front();
+    if (const uint32_t older =
+            writer.olderStreamWithin(first.startMs, report.streams.back().endMs, first.streamId))
+        note("stream " + std::to_string(older) +
+             " covers part of the same time; play goes by the clock and may pass one of them by");
+}
+
+int record(const Options& options) {
     RecorderSettings settings = settingsOf(options);
-    const EncoderSettings encoder{options.gop, options.bitrateKbit, settings.timeline};
-    const auto source =
-        options.testPattern
-            ? MediaSource::testPattern(patternOf(options, settings.durationMs), encoder, g_stop)
-            : MediaSource::file(options.file, encoder, g_stop);
-    const char* environment = std::getenv("TAVIRN_ROOT");
-    makePlace(!options.root.empty() || (environment && *environment != '\0'));
+    const bool file = !options.testPattern && options.file != kStandardInput;
+    if (file && access(options.file.c_str(), R_OK) == -1)
+        throw Failure(kFailed,
+                      "cannot read the video file " + options.file + "; check its name and permissions");
+    makePlace(pathsAreRooted());
     RecordingWriter writer({paths().card, paths().index, settings.chunkBytes});
-    if (const uint32_t left = writer.closeAbandoned())
-        std::fprintf(stderr, "note: finished %u streams that a recorder had left open\n",
-                     static_cast<unsigned>(left));
+    tidyUp(writer);
+    if (options.start.empty()) {
+        const uint64_t newestMs = writer.newestEndMs();
+        settings.timeline.startMs = std::max(nowMs(), newestMs == 0 ? 0 : newestMs + kBehindMs);
+    }
+    const auto source = sourceOf(options, settings);
+    const MediaInfo& info = source->info();
+    if (g_stop && !options.live) throw Failure(kFailed, "interrupted before anything was recorded");
+    if (!info.notCopied.empty()) note("the video is encoded anew: " + info.notCopied);
     StatusPublisher publisher(paths().ipcKey);
     if (options.live) settings.live = &publisher;
 
     ProgressLine line;
     Recorder recorder(*source, writer, settings, g_stop);
-    const RecordingReport report =
+    const RecordingReport& report = recorder.report();
+    try {
         recorder.run([&](const RecordingProgress& progress) { line.show(progress); });
+    } catch (const RecordingError& error) {
+        line.end();
+        if (report.streams.empty()) throw;
+        throw Failure(kFailed, std::string(error.what()) + " (the first " + secondsText(report.recordedMs) +
+                                   " are recorded)");
+    }
     line.end();
-    if (source->info().copied && (options.gop != 0 || options.bitrateKbit != 0))
-        std::fputs("note: the file is H.264 and was copied; --gop and --bitrate had no effect\n", stderr);
-    if (report.alarmsMissed != 0)
-        std::fprintf(stderr, "note: %u alarms lie behind the recording's end and were not written\n",
-                     static_cast<unsigned>(report.alarmsMissed));
-    options.json ? printJson(report, source->info()) : printSummary(report, source->info());
+    tellSurprises(options, report, info, writer);
+    options.json ? printJson(report, info) : printSummary(report, info);
+    if (g_stop && !options.live)
+        throw Failure(kFailed,
+                      "interrupted after " + secondsText(report.recordedMs) + "; the rest is missing");
+    return kDone;
 }
 
 void stopOnSignals() {
     struct sigaction action {};
     action.sa_handler = [](int) { g_stop = true; };
     action.sa_flags = static_cast<int>(SA_RESETHAND); // a second one ends the program at once
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
+    signal(SIGPIPE, SIG_IGN); // whoever reads the progress may go before the stream is finished
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     Options options;
-    CLI::App app("Records a video file or a test pattern as the recorder would, for tavirn to play.");
+    CLI::App app("Records a video file or a test pattern as the recorder would, for tavirn to play.",
+                 "tavirn-record");
     declare(app, options);
     app.footer("Exit codes: 0 done, 1 it could not be recorded, 2 wrong usage.");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
-    }
-    if (options.file.empty() && !options.testPattern) {
-        std::fputs("tavirn-record: name a video file or give --test-pattern; see --help\n", stderr);
-        return kUsage;
-    }
-    if (!options.root.empty()) setPathsRoot(options.root.c_str());
-    stopOnSignals();
-    try {
-        record(options);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "tavirn-record: %s\n", error.what());
-        return kNotRecorded;
-    }
-    return kDone;
+    return runTool(app, argc, argv, [&] {
+        if (options.file.empty() && !options.testPattern)
+            throw Failure(kUsage, "name a video file or give --test-pattern; see tavirn-record --help");
+        stopOnSignals();
+        return record(options);
+    });
 }

@@ -1,4 +1,5 @@
 // Streams that a recorder which was killed has left open.
+#include <algorithm>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -46,32 +47,52 @@ uint64_t ptsMs(const PICTURE_HEADER& picture) {
     return uint64_t{picture.pts} * 1000 + picture.msec;
 }
 
+/// How far playback searches for an I-picture.
+constexpr uint32_t kMaxSearch = 240;
+
+/// A session opens on a stream that has an I-picture from its second picture on.
+bool opensASession(const LeftChunk& chunk, const DB_STREAM& row, uint32_t pictures) {
+    PICTURE_HEADER picture{};
+    for (uint32_t n = 1; n < std::min(pictures, kMaxSearch + 1); ++n)
+        if (chunk.read(row.chunkOffset, n + 1, picture) && isIPicture(picture)) return true;
+    return false;
+}
+
+/// Completes row and header with what the headers say; false when that is nothing to play.
+bool complete(const LeftChunk& chunk, DB_STREAM& row) {
+    STREAM_HEADER header{};
+    PICTURE_HEADER first{};
+    PICTURE_HEADER last{};
+    if (!chunk.read(row.chunkOffset, 0, header) || !opensASession(chunk, row, header.pictures) ||
+        !chunk.read(row.chunkOffset, 1, first) || !chunk.read(row.chunkOffset, header.pictures, last))
+        return false;
+    header.size = chunk.distance(header.offset, last.offset) + last.size;
+    header.pts = first.pts;
+    chunk.write(row.chunkOffset, sealed(header));
+    const uint64_t startMs = uint64_t{row.startDate} * 1000 + row.startMSec;
+    const ClockParts end = partsOf(startMs + ptsMs(last) - ptsMs(first));
+    row.recSize = header.pictures;
+    row.chunkSize = (row.recSize + 1) * kHeaderBytes;
+    row.status = 0;
+    row.endDate = end.seconds;
+    row.endMSec = end.milliseconds;
+    return true;
+}
+
 } // namespace
 
-uint32_t RecordingWriter::closeAbandoned() {
+Abandoned RecordingWriter::closeAbandoned() {
     State& state = *m_state;
-    const std::vector<DB_STREAM> rows = state.index.unfinishedStreams();
-    for (DB_STREAM row : rows) {
+    Abandoned streams;
+    for (DB_STREAM row : state.index.unfinishedStreams()) {
         const LeftChunk chunk(state.ring.pathOf(row.chunkID));
-        STREAM_HEADER header{};
-        PICTURE_HEADER first{};
-        PICTURE_HEADER last{};
-        uint64_t spanMs = 0;
-        // Without readable headers the row stays behind as a stream that holds nothing.
-        if (chunk.read(row.chunkOffset, 0, header) && header.pictures != 0 &&
-            chunk.read(row.chunkOffset, 1, first) && chunk.read(row.chunkOffset, header.pictures, last)) {
-            header.size = chunk.distance(header.offset, last.offset) + last.size;
-            header.pts = first.pts;
-            chunk.write(row.chunkOffset, sealed(header));
-            spanMs = ptsMs(last) - ptsMs(first);
-            row.recSize = header.pictures;
+        if (complete(chunk, row)) {
+            state.index.finishStream(row);
+            ++streams.finished;
+        } else {
+            state.index.removeStream(row.streamID);
+            ++streams.removed;
         }
-        const ClockParts end = partsOf(uint64_t{row.startDate} * 1000 + row.startMSec + spanMs);
-        row.chunkSize = (row.recSize + 1) * kHeaderBytes;
-        row.status = 0;
-        row.endDate = end.seconds;
-        row.endMSec = end.milliseconds;
-        state.index.finishStream(row);
     }
-    return static_cast<uint32_t>(rows.size());
+    return streams;
 }

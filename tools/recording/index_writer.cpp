@@ -129,6 +129,23 @@ void IndexWriter::finishStream(const DB_STREAM& row) {
         .finish();
 }
 
+void IndexWriter::removeStream(uint32_t streamId) {
+    Statement(*this, "DELETE FROM STREAM WHERE streamID = ?", {streamId}).finish();
+}
+
+uint64_t IndexWriter::newestEndMs() {
+    Statement statement(*this, "SELECT ifnull(max(endDate * 1000 + endMSec), 0) FROM STREAM");
+    return statement.nextRow() ? static_cast<uint64_t>(statement.number()) : 0;
+}
+
+uint32_t IndexWriter::olderStreamWithin(uint64_t startMs, uint64_t endMs, uint32_t streamId) {
+    Statement statement(*this,
+                        "SELECT streamID FROM STREAM WHERE streamID < ? AND startDate * 1000 + startMSec <= ?"
+                        " AND endDate * 1000 + endMSec >= ? ORDER BY streamID LIMIT 1",
+                        {streamId, static_cast<int64_t>(endMs), static_cast<int64_t>(startMs)});
+    return statement.nextRow() ? static_cast<uint32_t>(statement.number()) : 0;
+}
+
 uint32_t IndexWriter::addEvent(const DB_EVENT& row) {
     Statement(*this,
               "INSERT INTO EVENT (startDate, startMSec, endDate, endMSec, extTrg) VALUES (?, ?, ?, ?, ?)",

@@ -29,6 +29,10 @@ public:
     void addStream(const DB_STREAM& row);
     /// Writes what is known once the stream is finished: end, recSize, chunkSize, status.
     void finishStream(const DB_STREAM& row);
+    void removeStream(uint32_t streamId);
+    /// As RecordingWriter's.
+    uint64_t newestEndMs();
+    uint32_t olderStreamWithin(uint64_t startMs, uint64_t endMs, uint32_t streamId);
 
     /// Inserts the row; its eventID.
     uint32_t addEvent(const DB_EVENT& row);

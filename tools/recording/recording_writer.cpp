@@ -132,6 +132,20 @@ void RecordingWriter::finishStream(uint64_t endMs) {
     if (pictures != 0) state.meanPictureBytes = state.dataBytes / pictures;
 }
 
+void RecordingWriter::dropStream() {
+    State& state = *m_state;
+    if (state.open) state.index.removeStream(state.row.streamID);
+    state.open = false;
+}
+
+uint64_t RecordingWriter::newestEndMs() {
+    return m_state->index.newestEndMs();
+}
+
+uint32_t RecordingWriter::olderStreamWithin(uint64_t startMs, uint64_t endMs, uint32_t streamId) {
+    return m_state->index.olderStreamWithin(startMs, endMs, streamId);
+}
+
 uint32_t RecordingWriter::addEvent(uint64_t startMs, uint64_t endMs, uint32_t extTrg) {
     const ClockParts start = partsOf(startMs);
     const ClockParts end = partsOf(endMs);

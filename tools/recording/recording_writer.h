@@ -42,15 +42,27 @@ struct StreamPlacement {
     bool wrapped = false;   ///< its areas go on at the chunk's start
 };
 
+/// Streams that a recorder which was killed had left open.
+struct Abandoned {
+    uint32_t finished = 0;
+    uint32_t removed = 0;
+};
+
 /// Writes one stream at a time. Every operation throws RecordingError.
 class RecordingWriter {
 public:
     explicit RecordingWriter(const RecordingPlace& place);
     ~RecordingWriter(); ///< leaves an unfinished stream as a killed recorder would
 
-    /// Finishes the streams that a recorder which was killed has left open, with what their headers say;
-    /// how many. For a recorder's start: a stream that another process is writing now would be cut off.
-    uint32_t closeAbandoned();
+    /// Finishes the streams that a recorder which was killed has left open, with what their headers say, and
+    /// removes those on which no session could open. For a recorder's start: a stream that another process is
+    /// writing now would be cut off.
+    Abandoned closeAbandoned();
+
+    /// Wall clock at which the last of all recordings ends; 0 for an empty index.
+    uint64_t newestEndMs();
+    /// A stream below `streamId` that covers part of the time between the two; 0 when there is none.
+    uint32_t olderStreamWithin(uint64_t startMs, uint64_t endMs, uint32_t streamId);
 
     /// Inserts the row with status 1 (recording) and writes the stream header; the streamID.
     uint32_t beginStream(const StreamSettings& settings);
@@ -70,6 +82,8 @@ public:
     /// Writes the final stream header and row: status 0, end = start + (last - first picture time) unless
     /// `endMs` gives it, recSize = pictures.
     void finishStream(uint64_t endMs = 0);
+    /// Removes the row of the stream being written instead. Its room in the chunk stays taken.
+    void dropStream();
 
     /// Appends an alarm; endMs 0 = not ended yet. The eventID.
     uint32_t addEvent(uint64_t startMs, uint64_t endMs, uint32_t extTrg);
