@@ -20,6 +20,9 @@ function(tavirn_man_page page component)
 endfunction()
 
 tavirn_man_page(tavirn.8 tavirn)
+# For an ordinary user of an ordinary PC, so not among the system's programs.
+install(TARGETS tavirn-rooted DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tavirn)
+tavirn_man_page(tavirn-rooted.8 tavirn)
 set(components tavirn)
 foreach(tool tavirn-ctl tavirn-view tavirn-record)
   if(TARGET ${tool})
@@ -38,6 +41,10 @@ foreach(tool tavirn-ctl tavirn-view tavirn-record)
 endforeach()
 if(TAVIRN_TESTS)
   add_test(NAME man.tavirn COMMAND ${PROJECT_SOURCE_DIR}/docs/man/check ${PROJECT_SOURCE_DIR}/docs/man/tavirn.8)
+  if(NOT CMAKE_CROSSCOMPILING)
+    add_test(NAME man.tavirn-rooted COMMAND ${PROJECT_SOURCE_DIR}/docs/man/check
+      ${PROJECT_SOURCE_DIR}/docs/man/tavirn-rooted.8 $<TARGET_FILE:tavirn-rooted>)
+  endif()
 endif()
 
 set(CPACK_GENERATOR DEB)
@@ -65,8 +72,8 @@ set(CPACK_DEBIAN_TAVIRN-RECORD_PACKAGE_SUGGESTS tavirn)
 set(CPACK_COMPONENT_TAVIRN_DESCRIPTION "playback daemon for recorded video
 Moves through the H.264 recording on a camera's card as the RTSP server
 beside it asks, and delivers picture after picture into shared memory.
-With tavirn-ctl, which sends it requests, and tavirn-view, which reads
-the pictures.")
+With tavirn-ctl, which sends it requests, tavirn-view, which reads the
+pictures, and tavirn-rooted, the daemon in a directory of its own.")
 set(CPACK_COMPONENT_TAVIRN-RECORD_DESCRIPTION "recorder stand-in for the playback daemon tavirn
 Writes a video file or a test pattern to a card and its index as the
 recorder of a camera would, for tavirn to play.")
