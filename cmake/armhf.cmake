@@ -1,5 +1,5 @@
 # 32-bit ARM with hardware floating point, Debian's cross compiler. scripts/cross-armhf makes the sysroot:
-# SQLite, GoogleTest and CLI11; the C and C++ libraries are the compiler's own.
+# SQLite, GoogleTest, CLI11 and the JSON library; the C and C++ libraries are the compiler's own.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)

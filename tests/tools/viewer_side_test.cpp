@@ -80,7 +80,8 @@ TEST(IndexListing, TellsFinishedFromLiveAndFailsOnADamagedIndex) {
     const std::string table = asTable(readIndex()), json = asJson(readIndex());
     for (const char* part : {"2024-01-02 12:00:30.000", "recording", "2024-01-02 12:00:03.500", "going on"})
         EXPECT_NE(table.find(part), std::string::npos) << part << " is missing in\n" << table;
-    EXPECT_NE(json.find("\"end\":null,\"endMs\":null}],\"alarms\":[{\"id\":1,"), std::string::npos) << json;
+    EXPECT_NE(json.find("\"end\":null,\"endMs\":null}],\"alarms\":[{\"alarmId\":1,"), std::string::npos)
+        << json;
     writeFile(paths().index, "no database at all, but a text of some length");
     EXPECT_THROW(readIndex(), std::runtime_error);
 }

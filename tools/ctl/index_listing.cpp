@@ -9,6 +9,7 @@
 #include "platform/paths.h"
 #include "tools/common/clock_text.h"
 #include "tools/common/formatted.h"
+#include "tools/common/json.h"
 
 namespace {
 
@@ -34,13 +35,6 @@ std::string lengthText(uint64_t fromMs, uint64_t toMs) {
 std::string framesPerSecond(const DB_STREAM& stream) {
     const FrameRateRow* row = frameRateRow(stream.frameSet);
     return row ? formatted("%u.%u", row->tenthsPerSecond / 10, row->tenthsPerSecond % 10) : "";
-}
-
-std::string jsonTimes(uint64_t startMs, uint64_t endMs, bool ended) {
-    std::string text = "\"start\":\"" + clockText(startMs) + "\",\"startMs\":" + std::to_string(startMs);
-    text += ended ? ",\"end\":\"" + clockText(endMs) + "\",\"endMs\":" + std::to_string(endMs)
-                  : ",\"end\":null,\"endMs\":null";
-    return text;
 }
 
 } // namespace
@@ -93,24 +87,23 @@ std::string asTable(const IndexListing& listing) {
 }
 
 std::string asJson(const IndexListing& listing) {
-    std::string text = "{\"streams\":[";
+    Json json{{"streams", Json::array()}, {"alarms", Json::array()}};
     for (const DB_STREAM& stream : listing.streams) {
-        if (&stream != &listing.streams.front()) text += ',';
-        const std::string fps = framesPerSecond(stream);
-        text += formatted("{\"id\":%u,\"recording\":%s,\"pictures\":%u,\"framesPerSecond\":%s,\"chunk\":%u,",
-                          stream.streamID, isRecording(stream) ? "true" : "false", stream.recSize,
-                          fps.empty() ? "null" : fps.c_str(), stream.chunkID);
-        text += jsonTimes(inMs(stream.startDate, stream.startMSec), inMs(stream.endDate, stream.endMSec),
-                          !isRecording(stream));
-        text += '}';
+        const FrameRateRow* rate = frameRateRow(stream.frameSet);
+        Json entry{{"streamId", stream.streamID},
+                   {"recording", isRecording(stream)},
+                   {"pictures", stream.recSize},
+                   {"framesPerSecond", rate ? Json(rate->tenthsPerSecond / 10.0) : Json()},
+                   {"chunkId", stream.chunkID}};
+        putTimes(entry, inMs(stream.startDate, stream.startMSec),
+                 isRecording(stream) ? std::nullopt : std::optional(inMs(stream.endDate, stream.endMSec)));
+        json["streams"].push_back(std::move(entry));
     }
-    text += "],\"alarms\":[";
     for (const DB_EVENT& alarm : listing.alarms) {
-        if (&alarm != &listing.alarms.front()) text += ',';
-        text += formatted("{\"id\":%u,\"trigger\":%u,", alarm.eventID, alarm.extTrg);
-        text += jsonTimes(inMs(alarm.startDate, alarm.startMSec), inMs(alarm.endDate, alarm.endMSec),
-                          alarm.endDate != 0);
-        text += '}';
+        Json entry{{"alarmId", alarm.eventID}, {"trigger", alarm.extTrg}};
+        putTimes(entry, inMs(alarm.startDate, alarm.startMSec),
+                 alarm.endDate == 0 ? std::nullopt : std::optional(inMs(alarm.endDate, alarm.endMSec)));
+        json["alarms"].push_back(std::move(entry));
     }
-    return text + "]}\n";
+    return jsonLine(json);
 }

@@ -5,14 +5,15 @@
 #include <cstring>
 
 #include "platform/paths.h"
-#include "platform/paths_rooted.h"
 #include "tools/client/control_client.h"
+#include "tools/common/command_line.h"
+#include "tools/common/json.h"
 #include "tools/ctl/index_listing.h"
 #include "tools/ctl/play_value.h"
 
 namespace {
 
-enum ExitCode { kDone = 0, kRefused = 1, kUsage = 2, kUnreachable = 3 };
+constexpr int kUnreachable = 3;
 
 constexpr char kExitCodes[] =
     "Exit codes: 0 done, 1 the daemon refused or answered nonsense, 2 wrong usage, 3 the daemon or the index "
@@ -20,14 +21,8 @@ constexpr char kExitCodes[] =
     "The daemon answers only open and status. It ignores requests of another session without a word: ask for "
     "the status to see what became of one.";
 
-/// Ends the program with a sentence on standard error.
-struct Failure : std::runtime_error {
-    Failure(ExitCode code, const std::string& sentence) : std::runtime_error(sentence), code(code) {}
-    ExitCode code;
-};
-
 struct Options {
-    std::string root;
+    std::function<void()> command; ///< what the command line asks for
     uint32_t session = 1;
     std::string scale;
     std::string step;
@@ -50,6 +45,10 @@ ControlRequest ofSession(const Options& options, int32_t type) {
 
 void send(const Options& options, int32_t type) {
     ask(ofSession(options, type));
+}
+
+void print(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
 }
 
 std::string hexText(const std::string& bytes) {
@@ -92,10 +91,10 @@ void open(const Options& options) {
     const bool opened = result == OpenAnswer::opened;
     const std::string sets = opened ? hexText(answer) : "";
     if (options.json)
-        std::printf("{\"result\":\"%s\",\"parameterSets\":\"%s\"}\n", meaning(result).word, sets.c_str());
+        print(jsonLine({{"result", meaning(result).word}, {"parameterSets", sets}}));
     else if (opened)
-        std::printf("%s\n", sets.c_str());
-    if (!opened) throw Failure(kRefused, meaning(result).sentence);
+        print(sets + '\n');
+    if (!opened) throw Failure(kFailed, meaning(result).sentence);
 }
 
 void play(const Options& options) {
@@ -117,8 +116,8 @@ void play(const Options& options) {
 void status(const Options& options) {
     const std::string word = readStatusAnswer(ask(ofSession(options, RTSP_REQ_STATUS)));
     if (word.empty() || word.find_first_not_of("abcdefghijklmnopqrstuvwxyz()") != std::string::npos)
-        throw Failure(kRefused, "the answer is none that the daemon gives");
-    std::printf(options.json ? "{\"status\":\"%s\"}\n" : "%s\n", word.c_str());
+        throw Failure(kFailed, "the answer is none that the daemon gives");
+    print(options.json ? jsonLine({{"status", word}}) : word + '\n');
 }
 
 void setSkipTime(const Options& options) {
@@ -128,7 +127,7 @@ void setSkipTime(const Options& options) {
 void list(const Options& options) {
     try {
         const IndexListing listing = readIndex();
-        std::fputs((options.json ? asJson(listing) : asTable(listing)).c_str(), stdout);
+        print(options.json ? asJson(listing) : asTable(listing));
     } catch (const std::runtime_error& error) {
         throw Failure(kUnreachable, error.what());
     }
@@ -153,14 +152,14 @@ void addPlay(CLI::App& app, Options& options) {
     how->add_option("--jump", options.jump,
                     "Go to oldest, latest, next-alarm, prev-alarm or a time written as for --range, and "
                     "pause there");
-    command->callback([&options] { play(options); });
+    command->callback([&options] { options.command = [&options] { play(options); }; });
 }
 
 void addCommands(CLI::App& app, Options& options) {
     const auto json = [&](CLI::App* command) { command->add_flag("--json", options.json, "Print JSON"); };
     const auto add = [&](const char* name, const char* what, auto&& action) {
         auto* command = app.add_subcommand(name, what);
-        command->callback([&options, action] { action(options); });
+        command->callback([&options, action] { options.command = [&options, action] { action(options); }; });
         return command;
     };
     json(add("open", "Open a session on the newest recording; prints its parameter sets in hex", open));
@@ -189,25 +188,14 @@ void addCommands(CLI::App& app, Options& options) {
 
 int main(int argc, char** argv) {
     Options options;
-    CLI::App app("Sends the playback daemon one request, as the RTSP server would.");
+    CLI::App app("Sends the playback daemon one request, as the RTSP server would.", "tavirn-ctl");
     app.footer(kExitCodes);
     app.require_subcommand(0, 1);
     app.fallthrough(); // --root may stand behind the command
-    app.add_option("--root", options.root, "Directory that stands for / (TAVIRN_ROOT when not given)")
-        ->each([](const std::string& root) { setPathsRoot(root.c_str()); })
-        ->trigger_on_parse();
     addCommands(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
-    } catch (const Failure& failure) {
-        std::fprintf(stderr, "tavirn-ctl: %s\n", failure.what());
-        return failure.code;
-    }
-    if (app.get_subcommands().empty()) {
-        std::fputs("tavirn-ctl: name a command; see --help\n", stderr);
-        return kUsage;
-    }
-    return kDone;
+    return runTool(app, argc, argv, [&] {
+        if (!options.command) throw Failure(kUsage, "name a command; see tavirn-ctl --help");
+        options.command();
+        return kDone;
+    });
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "tools/common/clock_text.h"
+#include "tools/common/json.h"
 
 namespace {
 
@@ -73,22 +74,23 @@ void printSummary(const RecordingReport& report, const MediaInfo& info) {
 }
 
 void printJson(const RecordingReport& report, const MediaInfo& info) {
-    std::printf("{\"width\": %u, \"height\": %u, \"fps\": %.6g, \"copied\": %s, \"pictures\": %u, "
-                "\"bytes\": %llu, \"alarms\": %u, \"alarmsMissed\": %u, \"streams\": [",
-                static_cast<unsigned>(info.width), static_cast<unsigned>(info.height), info.framesPerSecond,
-                info.copied ? "true" : "false", static_cast<unsigned>(picturesOf(report)),
-                static_cast<unsigned long long>(bytesOf(report)), static_cast<unsigned>(report.alarms),
-                static_cast<unsigned>(report.alarmsMissed));
-    const char* separator = "";
+    Json json{{"width", info.width},
+              {"height", info.height},
+              {"framesPerSecond", rounded(info.framesPerSecond, 3)},
+              {"copied", info.copied},
+              {"pictures", picturesOf(report)},
+              {"bytes", bytesOf(report)},
+              {"alarms", report.alarms},
+              {"alarmsMissed", report.alarmsMissed},
+              {"streams", Json::array()}};
     for (const RecordedStream& stream : report.streams) {
-        std::printf(
-            "%s{\"streamID\": %u, \"startMs\": %llu, \"endMs\": %llu, \"pictures\": %u, "
-            "\"bytes\": %u, \"chunkID\": %u, \"wrapped\": %s}",
-            separator, static_cast<unsigned>(stream.streamId),
-            static_cast<unsigned long long>(stream.startMs), static_cast<unsigned long long>(stream.endMs),
-            static_cast<unsigned>(stream.pictures), static_cast<unsigned>(stream.placement.dataBytes),
-            static_cast<unsigned>(stream.placement.chunkId), stream.placement.wrapped ? "true" : "false");
-        separator = ", ";
+        Json entry{{"streamId", stream.streamId},
+                   {"pictures", stream.pictures},
+                   {"bytes", stream.placement.dataBytes},
+                   {"chunkId", stream.placement.chunkId},
+                   {"wrapped", stream.placement.wrapped}};
+        putTimes(entry, stream.startMs, stream.endMs);
+        json["streams"].push_back(std::move(entry));
     }
-    std::puts("]}");
+    std::fputs(jsonLine(json).c_str(), stdout);
 }

@@ -6,8 +6,8 @@
 
 #include "platform/clock.h"
 #include "platform/paths.h"
-#include "platform/paths_rooted.h"
 #include "tools/common/clock_text.h"
+#include "tools/common/command_line.h"
 #include "tools/record/record_output.h"
 #include "tools/record/record_place.h"
 #include "tools/record/recorder.h"
@@ -21,15 +21,12 @@ constexpr uint64_t kMinChunkBytes = 64u << 10;
 constexpr uint64_t kMaxChunkBytes = 1u << 30;
 constexpr double kMaxSeconds = 1e8; // some years; keeps times within the index's 32 bits
 
-enum ExitCode { kDone = 0, kNotRecorded = 1, kUsage = 2 };
-
 std::atomic<bool> g_stop{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
 
 struct Options {
     std::string file;
     bool testPattern = false;
-    std::string root;
     std::string start;
     double split = 0;
     double gap = 0;
@@ -51,8 +48,6 @@ void declare(CLI::App& app, Options& options) {
     auto* pattern = app.add_flag("--test-pattern", options.testPattern,
                                  "Record a moving pattern that shows the recording's clock time");
     file->excludes(pattern);
-    app.add_option("--root", options.root, "Directory that stands for / (TAVIRN_ROOT when not given)")
-        ->type_name("DIR");
     app.add_option("--start", options.start,
                    "Clock time of the first picture, as \"2024-01-02 03:04:05.250\" (now)")
         ->type_name("TIME");
@@ -168,8 +163,7 @@ void record(const Options& options) {
         options.testPattern
             ? MediaSource::testPattern(patternOf(options, settings.durationMs), encoder, g_stop)
             : MediaSource::file(options.file, encoder, g_stop);
-    const char* environment = std::getenv("TAVIRN_ROOT");
-    makePlace(!options.root.empty() || (environment && *environment != '\0'));
+    makePlace(pathsAreRooted());
     RecordingWriter writer({paths().card, paths().index, settings.chunkBytes});
     if (const uint32_t left = writer.closeAbandoned())
         std::fprintf(stderr, "note: finished %u streams that a recorder had left open\n",
@@ -202,25 +196,15 @@ void stopOnSignals() {
 
 int main(int argc, char** argv) {
     Options options;
-    CLI::App app("Records a video file or a test pattern as the recorder would, for tavirn to play.");
+    CLI::App app("Records a video file or a test pattern as the recorder would, for tavirn to play.",
+                 "tavirn-record");
     declare(app, options);
     app.footer("Exit codes: 0 done, 1 it could not be recorded, 2 wrong usage.");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
-    }
-    if (options.file.empty() && !options.testPattern) {
-        std::fputs("tavirn-record: name a video file or give --test-pattern; see --help\n", stderr);
-        return kUsage;
-    }
-    if (!options.root.empty()) setPathsRoot(options.root.c_str());
-    stopOnSignals();
-    try {
+    return runTool(app, argc, argv, [&] {
+        if (options.file.empty() && !options.testPattern)
+            throw Failure(kUsage, "name a video file or give --test-pattern; see tavirn-record --help");
+        stopOnSignals();
         record(options);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "tavirn-record: %s\n", error.what());
-        return kNotRecorded;
-    }
-    return kDone;
+        return kDone;
+    });
 }

@@ -10,7 +10,7 @@
 
 #include "platform/output_reader.h"
 #include "platform/paths.h"
-#include "platform/paths_rooted.h"
+#include "tools/common/command_line.h"
 #include "tools/common/formatted.h"
 #include "tools/view/view_output.h"
 #include "tools/view/view_stats.h"
@@ -20,7 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-enum ExitCode { kDone = 0, kCannotWrite = 1, kUsage = 2, kNoMemory = 3, kDamaged = 4 };
+enum { kNoMemory = 3, kDamaged = 4 };
 
 constexpr char kNotes[] =
     "Ends at SIGINT or SIGTERM, when the session ends, or as the options say; the statistics always come.\n"
@@ -44,7 +44,6 @@ std::atomic<bool> g_stop{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
 
 struct Options {
-    std::string root;
     std::string output;
     std::string list;
     double waitSeconds = 0;
@@ -59,7 +58,6 @@ struct Options {
 void declare(CLI::App& app, Options& options) {
     const auto seconds = CLI::Range(0.0, kMaxSeconds);
     app.footer(kNotes);
-    app.add_option("--root", options.root, "Directory that stands for / (TAVIRN_ROOT when not given)");
     app.add_option("-o,--output", options.output,
                    "File for the pictures, an H.264 elementary stream; - for standard output");
     app.add_option("--list", options.list,
@@ -83,28 +81,22 @@ Clock::time_point after(double seconds) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-int fail(ExitCode code, const std::string& sentence) {
-    std::fprintf(stderr, "tavirn-view: %s\n", sentence.c_str());
-    return code;
-}
-
-/// Attaches, waiting for a session as long as asked; the exit code.
-int attach(OutputReader& reader, const Options& options) {
+/// Attaches, waiting for a session as long as asked.
+void attach(OutputReader& reader, const Options& options) {
     const Clock::time_point deadline = after(options.waitSeconds);
     while (!reader.attach(paths().ipcKey, kOutputMemoryProject)) {
         const int error = errno;
         if (error == EPROTO)
-            return fail(kDamaged, std::string("the memory of ") + paths().ipcKey +
-                                      " is no output memory of this system");
+            throw Failure(kDamaged, std::string("the memory of ") + paths().ipcKey +
+                                        " is no output memory of this system");
         if (g_stop || Clock::now() >= deadline)
-            return fail(kNoMemory, std::string("no output memory of ") + paths().ipcKey + " (" +
-                                       std::strerror(error) +
-                                       "): no session is open; open one, or give --wait");
+            throw Failure(kNoMemory, std::string("no output memory of ") + paths().ipcKey + " (" +
+                                         std::strerror(error) +
+                                         "): no session is open; open one, or give --wait");
         const timespec pause{0, 20'000'000};
         nanosleep(&pause, nullptr);
     }
     if (options.fromOldest) reader.rewind();
-    return kDone;
 }
 
 /// The line of --list.
@@ -122,17 +114,8 @@ public:
         : m_options(options), m_reader(reader), m_output(output), m_list(list),
           m_catchingUp(options.fromOldest) {}
 
-    /// Reads until something ends it; the exit code.
-    int run() {
-        const int code = readOn();
-        if (m_onTerminal) std::fputs("\r\033[K", stderr);
-        return code;
-    }
-
-    const ViewStats& stats() const { return m_stats; }
-
-private:
-    int readOn() {
+    /// Reads until something ends it.
+    void run() {
         const Clock::time_point deadline = after(m_options.durationSeconds);
         while (!g_stop && !m_done) {
             if (m_onTerminal) showProgress();
@@ -142,20 +125,27 @@ private:
                 if (left.count() <= 0) break;
                 patience = std::min(patience, left);
             }
-            switch (m_reader.next(m_block, patience)) {
-            case ReadResult::block:
-                if (const int code = take(); code != kDone) return code;
-                break;
-            case ReadResult::timeout:
-                m_catchingUp = false;
-                break;
-            case ReadResult::ended:
-                return kDone;
-            case ReadResult::damaged:
-                return fail(kDamaged, std::string("the output memory of ") + paths().ipcKey + " is damaged");
-            }
+            readOne(patience);
         }
-        return kDone;
+    }
+
+    const ViewStats& stats() const { return m_stats; }
+
+private:
+    void readOne(milliseconds patience) {
+        switch (m_reader.next(m_block, patience)) {
+        case ReadResult::block:
+            take();
+            break;
+        case ReadResult::timeout:
+            m_catchingUp = false;
+            break;
+        case ReadResult::ended:
+            m_done = true;
+            break;
+        case ReadResult::damaged:
+            throw Failure(kDamaged, std::string("the output memory of ") + paths().ipcKey + " is damaged");
+        }
     }
 
     /// One line, rewritten once a second.
@@ -168,33 +158,31 @@ private:
                      static_cast<double>(report.bytes) / 1e6);
     }
 
-    int take() {
+    void take() {
         m_stats.add(m_block, m_catchingUp ? std::nullopt : std::optional(Clock::now()));
         if (isPauseBlock(m_block)) {
             m_done = m_options.untilPause && m_played;
-            return write(m_list, m_options.list, lineOf(m_block));
+        } else {
+            m_played = m_played || m_block.sequence != kFirstSequence;
+            m_done = m_options.pictures != 0 && m_stats.counts().pictures >= m_options.pictures;
+            // The bytes first: whoever follows the list finds the pictures that it names.
+            write(m_output, m_options.output, {m_block.data.data(), m_block.data.size()});
         }
-        m_played = m_played || m_block.sequence != kFirstSequence;
-        m_done = m_options.pictures != 0 && m_stats.counts().pictures >= m_options.pictures;
-        // The bytes first: whoever follows the list finds the pictures that it names.
-        if (const int code = write(m_output, m_options.output, {m_block.data.data(), m_block.data.size()}))
-            return code;
-        return write(m_list, m_options.list, lineOf(m_block));
+        write(m_list, m_options.list, lineOf(m_block));
     }
 
-    int write(ViewOutput& output, const std::string& name, std::string_view data) {
+    void write(ViewOutput& output, const std::string& name, std::string_view data) {
         switch (output.write(data)) {
         case ViewOutput::Result::readerGone:
             if (output.isStandardOutput()) m_done = true;
             break;
         case ViewOutput::Result::failed:
             if (errno != EINTR || !g_stop)
-                return fail(kCannotWrite, "cannot write to " + name + ": " + std::strerror(errno));
+                throw Failure(kFailed, "cannot write to " + name + ": " + std::strerror(errno));
             break;
         case ViewOutput::Result::written:
             break;
         }
-        return kDone;
     }
 
     const Options& m_options;
@@ -227,29 +215,34 @@ void endOnSignals() {
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    Options options;
-    CLI::App app("Reads the pictures of the open playback session into a file, and measures them.");
-    declare(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
-    }
-    if (!options.root.empty()) setPathsRoot(options.root.c_str());
+int view(const Options& options) {
     endOnSignals();
-
     OutputReader reader;
-    if (const int code = attach(reader, options); code != kDone) return code;
+    attach(reader, options);
     ViewOutput output;
     ViewOutput list;
     for (const auto& [file, name] : {std::pair(&output, &options.output), std::pair(&list, &options.list)})
         if (!file->open(*name))
-            return fail(kCannotWrite, "cannot create " + *name + ": " + std::strerror(errno));
+            throw Failure(kFailed, "cannot create " + *name + ": " + std::strerror(errno));
     View view(options, reader, output, list);
-    const int code = view.run();
+    std::exception_ptr failure; // the statistics come all the same
+    try {
+        view.run();
+    } catch (const Failure&) {
+        failure = std::current_exception();
+    }
+    if (isatty(STDERR_FILENO) == 1) std::fputs("\r\033[K", stderr); // the line of progress
     printStats(options, view.stats(), output.isStandardOutput() || list.isStandardOutput());
-    return code;
+    if (failure) std::rethrow_exception(failure);
+    return kDone;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    CLI::App app("Reads the pictures of the open playback session into a file, and measures them.",
+                 "tavirn-view");
+    declare(app, options);
+    return runTool(app, argc, argv, [&] { return view(options); });
 }

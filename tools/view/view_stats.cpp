@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "tools/common/formatted.h"
+#include "tools/common/json.h"
 
 namespace {
 
@@ -133,19 +134,24 @@ std::string asText(const ViewReport& r) {
 }
 
 std::string asJson(const ViewReport& r) {
-    std::string text = formatted(
-        "{\"pictures\":%llu,\"bytes\":%llu,\"pauseBlocks\":%llu,\"missedBlocks\":%llu,\"runs\":%llu",
-        static_cast<unsigned long long>(r.pictures), static_cast<unsigned long long>(r.bytes),
-        static_cast<unsigned long long>(r.pauseBlocks), static_cast<unsigned long long>(r.missedBlocks),
-        static_cast<unsigned long long>(r.runs));
-    if (r.pictures != 0) text += formatted(",\"firstStamp\":%u,\"lastStamp\":%u", r.firstStamp, r.lastStamp);
+    Json json{{"pictures", r.pictures},
+              {"bytes", r.bytes},
+              {"pauseBlocks", r.pauseBlocks},
+              {"missedBlocks", r.missedBlocks},
+              {"runs", r.runs}};
+    if (r.pictures != 0) {
+        json["firstStamp"] = r.firstStamp;
+        json["lastStamp"] = r.lastStamp;
+    }
     if (r.increments)
-        text += formatted(",\"stampIncrement\":{\"min\":%u,\"median\":%u,\"max\":%u}", r.increments->min,
-                          r.increments->median, r.increments->max);
-    const auto late = [](const char* name, const ViewReport::Lateness& of) {
-        return formatted(",\"%s\":{\"p50\":%.3f,\"p99\":%.3f,\"max\":%.3f}", name, of.p50, of.p99, of.max);
+        json["stampIncrement"] = {
+            {"min", r.increments->min}, {"median", r.increments->median}, {"max", r.increments->max}};
+    const auto late = [](const ViewReport::Lateness& of) {
+        return Json{{"p50", rounded(of.p50, 3)}, {"p99", rounded(of.p99, 3)}, {"max", rounded(of.max, 3)}};
     };
-    if (r.againstTurn)
-        text += late("latenessMs", *r.againstTurn) + late("latenessAgainstStampMs", *r.againstStamp);
-    return text + "}\n";
+    if (r.againstTurn) {
+        json["latenessMs"] = late(*r.againstTurn);
+        json["latenessAgainstStampMs"] = late(*r.againstStamp);
+    }
+    return jsonLine(json);
 }
