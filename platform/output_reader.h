@@ -17,10 +17,11 @@ struct OutputBlock {
 };
 
 enum class ReadResult {
-    block,   ///< one whole block was read
-    timeout, ///< nothing new in time
-    ended,   ///< the writer has removed the memory, or has died
-    damaged, ///< the memory's content contradicts its layout
+    block,     ///< one whole block was read
+    timeout,   ///< nothing new in time
+    ended,     ///< the session has ended, and every block been read
+    abandoned, ///< the same, but the daemon has died, or somebody else has removed the memory
+    damaged,   ///< the memory's content contradicts its layout
 };
 
 /// A reader of its own position; attaches read-only, so that it can be killed at any instruction without the

@@ -176,7 +176,9 @@ ReadResult OutputReader::next(OutputBlock& block, milliseconds timeout) {
             return ReadResult::block;
         }
         if (attempt == Attempt::damaged) return ReadResult::damaged;
-        if (attempt == Attempt::none && (gone || state == kOutputEnded)) return ReadResult::ended;
+        // Who ends in order says so before giving up the claim, so `state` is as new as `gone` is.
+        if (attempt == Attempt::none && state == kOutputEnded) return ReadResult::ended;
+        if (attempt == Attempt::none && gone) return ReadResult::abandoned;
 
         const nanoseconds left = end - Clock::now();
         if (left <= nanoseconds::zero()) {
