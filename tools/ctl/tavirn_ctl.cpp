@@ -1,25 +1,27 @@
 // tavirn-ctl: sends the daemon one request, as the RTSP server would, and says what the answer means.
 #include <CLI/CLI.hpp>
-#include <cerrno>
+#include <cmath>
 #include <cstdio>
-#include <cstring>
 
-#include "platform/paths.h"
-#include "tools/client/control_client.h"
 #include "tools/common/command_line.h"
+#include "tools/common/formatted.h"
 #include "tools/common/json.h"
+#include "tools/ctl/daemon.h"
 #include "tools/ctl/index_listing.h"
 #include "tools/ctl/play_value.h"
 
 namespace {
 
-constexpr int kUnreachable = 3;
+constexpr char kNotes[] =
+    "A command returns when its effect has been seen, so that the next one builds on it: open with the "
+    "first\n"
+    "picture; play, pause and jumps when the playback thread has taken the request and shown what it leads "
+    "to.\n"
+    "Exit codes: 0 done, 1 no such session, or the daemon refused, 2 wrong usage, 3 the daemon or the index\n"
+    "cannot be reached, 4 sent, but no effect was seen in time.";
 
-constexpr char kExitCodes[] =
-    "Exit codes: 0 done, 1 the daemon refused or answered nonsense, 2 wrong usage, 3 the daemon or the index "
-    "cannot be reached.\n"
-    "The daemon answers only open and status. It ignores requests of another session without a word: ask for "
-    "the status to see what became of one.";
+constexpr char kNoSession[] = "no session is open; open one with: tavirn-ctl open";
+constexpr char kEndAny[] = "end whichever is open with: tavirn-ctl teardown --session 0";
 
 struct Options {
     std::function<void()> command; ///< what the command line asks for
@@ -29,22 +31,52 @@ struct Options {
     std::string range;
     std::string jump;
     uint32_t skipMs = 0;
+    double waitSeconds = 5;
+    bool noWait = false;
     bool json = false;
 };
 
-std::string ask(const ControlRequest& request) {
-    if (std::optional<std::string> answer = exchange(paths().controlSocket, request.record)) return *answer;
-    const std::string daemon = std::string("the daemon at ") + paths().controlSocket;
-    if (errno == ETIMEDOUT) throw Failure(kUnreachable, daemon + " does not answer in time");
-    throw Failure(kUnreachable, "cannot reach " + daemon + ": " + std::strerror(errno));
+Daemon daemonOf(const Options& options) {
+    return Daemon(std::chrono::milliseconds(static_cast<int64_t>(options.waitSeconds * 1000)));
 }
 
 ControlRequest ofSession(const Options& options, int32_t type) {
     return std::move(ControlRequest(type).with("Session", std::to_string(options.session)));
 }
 
-void send(const Options& options, int32_t type) {
-    ask(ofSession(options, type));
+std::string named(uint32_t session) {
+    return "session " + std::to_string(session);
+}
+
+/// What became of a request, told unless all is well.
+void tellEffect(Effect effect, const Options& options, const std::string& notSeen) {
+    if (effect == Effect::ended) throw Failure(kFailed, "the session has ended meanwhile");
+    if (effect == Effect::notSeen)
+        throw Failure(kNotSeen, notSeen + " within " + formatted("%g", options.waitSeconds) +
+                                    " s; ask for the status, or give a longer --wait");
+}
+
+/// Sends a request that an open session has to take.
+void send(const Daemon& daemon, const Options& options, const ControlRequest& request) {
+    const Reach reach = daemon.reach(options.session);
+    if (reach == Reach::none) throw Failure(kFailed, kNoSession);
+    if (reach == Reach::unnumbered)
+        throw Failure(kFailed, "the open session has no number yet; register one with: tavirn-ctl session " +
+                                   std::to_string(options.session));
+    daemon.ask(request); // also when it is unclear: a session that has failed may be led on by it
+    if (reach == Reach::unclear)
+        throw Failure(kFailed, named(options.session) + " has not taken it: another number is registered, or "
+                                                        "the index or the card failed");
+}
+
+/// The same, and waits until the playback thread has acted on it. `pauses`: where it leads to.
+void sendAndSee(const Options& options, const ControlRequest& request, bool pauses) {
+    const Daemon daemon = daemonOf(options);
+    send(daemon, options, request);
+    if (options.noWait) return;
+    Effect effect = daemon.requestTaken();
+    if (effect == Effect::hidden) effect = daemon.statusBecomes(options.session, pauses);
+    tellEffect(effect, options, "sent, but no effect was seen");
 }
 
 void print(const std::string& text) {
@@ -86,7 +118,8 @@ void open(const Options& options) {
         return {"malformed", "the answer is none that the daemon gives"};
     };
 
-    const std::string answer = ask(ControlRequest(RTSP_REQ_OPEN));
+    const Daemon daemon = daemonOf(options);
+    const std::string answer = daemon.ask(ControlRequest(RTSP_REQ_OPEN));
     const OpenAnswer result = readOpenAnswer(answer);
     const bool opened = result == OpenAnswer::opened;
     const std::string sets = opened ? hexText(answer) : "";
@@ -95,6 +128,30 @@ void open(const Options& options) {
     else if (opened)
         print(sets + '\n');
     if (!opened) throw Failure(kFailed, meaning(result).sentence);
+    std::fflush(stdout);
+    if (!options.noWait)
+        tellEffect(daemon.firstPictureShown(), options, "the session is open, but no picture has come");
+}
+
+void registerNumber(const Options& options) {
+    const Daemon daemon = daemonOf(options);
+    // Not sent then: the number would stay, and keep any other from the next session.
+    if (daemon.reach(options.session) == Reach::none) throw Failure(kFailed, kNoSession);
+    daemon.ask(ofSession(options, RTSP_REQ_SESSION));
+    if (daemon.reach(options.session) != Reach::session)
+        throw Failure(kFailed, named(options.session) +
+                                   " is not registered: another number is, or the index "
+                                   "or the card failed; " +
+                                   kEndAny);
+}
+
+void tearDown(const Options& options) {
+    const Daemon daemon = daemonOf(options);
+    const Reach before = daemon.reach(options.session);
+    daemon.ask(ofSession(options, RTSP_REQ_TEARDOWN)); // the daemon closes when the session has ended
+    if (before == Reach::none) throw Failure(kFailed, "no session is open");
+    if (daemon.reach(options.session) != Reach::none)
+        throw Failure(kFailed, "the open session is not " + named(options.session) + "; " + kEndAny);
 }
 
 void play(const Options& options) {
@@ -110,18 +167,30 @@ void play(const Options& options) {
     if (!options.range.empty())
         request.with("Range", target("--range", options.range, rangeValue(options.range)));
     if (!options.jump.empty()) request.with("Jump", target("--jump", options.jump, jumpValue(options.jump)));
-    ask(request);
+    const bool pauses = !options.step.empty() || !options.jump.empty() ||
+                        (!options.scale.empty() && std::fabs(std::stod(options.scale)) < 0.1);
+    sendAndSee(options, request, pauses);
+}
+
+void pause(const Options& options) {
+    sendAndSee(options, ofSession(options, RTSP_REQ_PAUSE), true);
 }
 
 void status(const Options& options) {
-    const std::string word = readStatusAnswer(ask(ofSession(options, RTSP_REQ_STATUS)));
-    if (word.empty() || word.find_first_not_of("abcdefghijklmnopqrstuvwxyz()") != std::string::npos)
-        throw Failure(kFailed, "the answer is none that the daemon gives");
+    const Daemon daemon = daemonOf(options);
+    std::string word = daemon.status(options.session);
+    // While no number is registered, a request that names none is the one to be answered.
+    if (word == "error" && options.session != 0) word = daemon.status(0);
     print(options.json ? jsonLine({{"status", word}}) : word + '\n');
+    if (word != "error") return;
+    throw Failure(kFailed, daemon.reach(options.session) == Reach::none
+                               ? "no session is open, and the last open failed, or a number is registered"
+                               : "another session number is registered, or the index or the card failed");
 }
 
 void setSkipTime(const Options& options) {
-    ask(ofSession(options, RTSP_REQ_FFTIME).with("FFTime", std::to_string(options.skipMs)));
+    send(daemonOf(options), options,
+         ofSession(options, RTSP_REQ_FFTIME).with("FFTime", std::to_string(options.skipMs)));
 }
 
 void list(const Options& options) {
@@ -164,13 +233,12 @@ void addCommands(CLI::App& app, Options& options) {
     };
     json(add("open", "Open a session on the newest recording; prints its parameter sets in hex", open));
 
-    auto* session = add("session", "Register the session number that later requests carry",
-                        [](const Options& o) { send(o, RTSP_REQ_SESSION); });
+    auto* session = add("session", "Register the session number that later requests carry", registerNumber);
     session->add_option("number", options.session, "Session number (1)")
         ->check(CLI::Range(1u, 0xFFFFFFFFu).description("1..4294967295"));
 
     addPlay(app, options);
-    addSession(add("pause", "Pause", [](const Options& o) { send(o, RTSP_REQ_PAUSE); }), options);
+    addSession(add("pause", "Pause", pause), options);
     auto* statusCommand = add("status", "Print play, pause, pause(sof), pause(eof), init or error", status);
     addSession(statusCommand, options);
     json(statusCommand);
@@ -178,9 +246,7 @@ void addCommands(CLI::App& app, Options& options) {
     addSession(skipTime, options);
     skipTime->add_option("ms", options.skipMs, "Milliseconds; the daemon keeps it within its limits")
         ->required();
-    addSession(add("teardown", "End the session (--session 0: whichever is open)",
-                   [](const Options& o) { send(o, RTSP_REQ_TEARDOWN); }),
-               options);
+    addSession(add("teardown", "End the session (--session 0: whichever is open)", tearDown), options);
     json(add("list", "List the recordings and alarms of the index; does not ask the daemon", list));
 }
 
@@ -189,9 +255,14 @@ void addCommands(CLI::App& app, Options& options) {
 int main(int argc, char** argv) {
     Options options;
     CLI::App app("Sends the playback daemon one request, as the RTSP server would.", "tavirn-ctl");
-    app.footer(kExitCodes);
+    app.footer(kNotes);
     app.require_subcommand(0, 1);
-    app.fallthrough(); // --root may stand behind the command
+    app.fallthrough(); // --root and --wait may stand behind the command
+    app.add_option("--wait", options.waitSeconds,
+                   "Seconds to wait for the daemon to come up, and for a request to take effect (5)")
+        ->check(CLI::Range(0.0, 1e6).description(""))
+        ->type_name("SECONDS");
+    app.add_flag("--no-wait", options.noWait, "Do not wait for a request to take effect");
     addCommands(app, options);
     return runTool(app, argc, argv, [&] {
         if (!options.command) throw Failure(kUsage, "name a command; see tavirn-ctl --help");
