@@ -45,23 +45,6 @@ ViewReport::Increments incrementsOf(const std::map<uint32_t, uint64_t>& counts) 
 
 } // namespace
 
-bool isPauseBlock(const OutputBlock& block) {
-    return std::string_view(block.data.data(), block.data.size()) == "PAUSE";
-}
-
-bool isIPicture(const OutputBlock& block) {
-    enum { slice = 1, idrSlice = 5, sequenceParameterSet = 7 }; // types of NAL units
-    const std::string_view bytes(block.data.data(), block.data.size());
-    const std::string_view startCode("\0\0\1", 3);
-    for (size_t at = 0; (at = bytes.find(startCode, at)) != bytes.npos;) {
-        at += startCode.size();
-        const int type = at < bytes.size() ? bytes[at] & 0x1F : 0;
-        if (type == slice) return false;
-        if (type == idrSlice || type == sequenceParameterSet) return true;
-    }
-    return false;
-}
-
 void ViewStats::add(const OutputBlock& block, std::optional<Clock::time_point> arrival) {
     m_report.missedBlocks += block.missed;
     if (isPauseBlock(block)) {

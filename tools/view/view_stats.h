@@ -24,13 +24,6 @@
 
 inline constexpr uint32_t kStampsPerMs = 90;
 
-/// The five bytes "PAUSE" stand for no picture.
-bool isPauseBlock(const OutputBlock& block);
-
-/// Decoding can begin with this picture: before its first slice stands a sequence parameter set, or that
-/// slice is an IDR picture's. `block` holds Annex B bytes.
-bool isIPicture(const OutputBlock& block);
-
 struct ViewReport {
     struct Increments { ///< of the stamp from picture to picture within a run, 90 units per millisecond
         uint32_t min, median, max;
