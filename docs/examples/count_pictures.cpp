@@ -24,13 +24,13 @@ ControlRequest inSession(int32_t type) {
     return ControlRequest(type).with("Session", "1");
 }
 
-/// Pictures until the daemon pauses at the end; the memory's first block is only what it stands on before.
+/// The pictures that come, at least one, until the daemon pauses.
 unsigned countPictures(OutputReader& reader) {
     OutputBlock block;
     unsigned pictures = 0;
     while (reader.next(block, std::chrono::seconds(10)) == ReadResult::block) {
         if (!isPauseBlock(block))
-            pictures += block.sequence != 1;
+            ++pictures;
         else if (pictures != 0)
             break;
     }
@@ -49,6 +49,7 @@ int main() {
     for (int tries = 500; !reader.attach(paths().ipcKey, kOutputMemoryProject) && tries > 0; --tries)
         usleep(10'000);
     reader.rewind();
+    countPictures(reader); // the first one is shown at once, and again when it is played
     ask(inSession(RTSP_REQ_PLAY));
     std::printf("%u pictures\n", countPictures(reader));
     ask(inSession(RTSP_REQ_TEARDOWN));
