@@ -20,10 +20,17 @@ function(tavirn_man_page page component)
   install(FILES ${compressed} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
 
+# tavirn_completion(<program> <component>): found by the program's name; the same text for each.
+function(tavirn_completion program component)
+  install(FILES ${packaging}/tavirn.bash-completion RENAME ${program}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})
+endfunction()
+
 tavirn_man_page(tavirn.8 tavirn)
 # For an ordinary user of an ordinary PC, so not among the system's programs.
 install(TARGETS tavirn-rooted DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tavirn)
 tavirn_man_page(tavirn-rooted.8 tavirn)
+tavirn_completion(tavirn-rooted tavirn)
 set(components tavirn)
 foreach(tool tavirn-ctl tavirn-view tavirn-record)
   if(TARGET ${tool})
@@ -34,6 +41,7 @@ foreach(tool tavirn-ctl tavirn-view tavirn-record)
     endif()
     install(TARGETS ${tool} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
     tavirn_man_page(${tool}.1 ${component})
+    tavirn_completion(${tool} ${component})
     if(TAVIRN_TESTS AND NOT CMAKE_CROSSCOMPILING)
       add_test(NAME man.${tool} COMMAND ${PROJECT_SOURCE_DIR}/docs/man/check
         ${PROJECT_SOURCE_DIR}/docs/man/${tool}.1 $<TARGET_FILE:${tool}>)

@@ -10,6 +10,7 @@
 #include "tests/support/card.h"
 #include "tools/client/control_client.h"
 #include "tools/ctl/index_listing.h"
+#include "tools/ctl/index_timeline.h"
 #include "tools/ctl/play_value.h"
 
 namespace test {
@@ -70,7 +71,7 @@ TEST(PlayValues, AreWhatTheDaemonReads) {
         EXPECT_EQ(jumpValue(wrong), std::nullopt) << wrong;
 }
 
-TEST(IndexListing, TellsFinishedFromLiveAndFailsOnADamagedIndex) {
+TEST(IndexListing, TellsFinishedFromLiveDrawsThemInTimeAndFailsOnADamagedIndex) {
     const World world;
     Card card(world);
     card.stream(1).from("12:00:00").pictures(301).fps(10).closed();
@@ -82,6 +83,19 @@ TEST(IndexListing, TellsFinishedFromLiveAndFailsOnADamagedIndex) {
         EXPECT_NE(table.find(part), std::string::npos) << part << " is missing in\n" << table;
     EXPECT_NE(json.find("\"end\":null,\"endMs\":null}],\"alarms\":[{\"alarmId\":1,"), std::string::npos)
         << json;
+
+    IndexListing listing = readIndex();
+    EXPECT_EQ(asTimeline(listing, atMs("2024-01-02 12:01:15"), 52), //
+              "2024-01-02  |12:00:00      |12:00:30       |12:01:00\n"
+              "streams     1===============...............2=======>\n"
+              "alarms      !-                             !--------\n"
+              "now                                                ^\n");
+    listing.streams.pop_back();
+    EXPECT_EQ(asTimeline(listing, atMs("2024-01-12 12:00:30"), 1), // 40 at least
+              "2024-01-02  |12:00:00    |12:00:15\n"
+              "streams     1===========================\n"
+              "alarms      !---\n"
+              "now         10 days later\n");
     writeFile(paths().index, "no database at all, but a text of some length");
     EXPECT_THROW(readIndex(), std::runtime_error);
 }

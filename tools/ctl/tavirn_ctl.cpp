@@ -2,12 +2,17 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include "tools/common/command_line.h"
 #include "tools/common/formatted.h"
 #include "tools/common/json.h"
 #include "tools/ctl/daemon.h"
 #include "tools/ctl/index_listing.h"
+#include "tools/ctl/index_timeline.h"
 #include "tools/ctl/play_value.h"
 
 namespace {
@@ -193,10 +198,22 @@ void setSkipTime(const Options& options) {
          ofSession(options, RTSP_REQ_FFTIME).with("FFTime", std::to_string(options.skipMs)));
 }
 
+/// As wide as the terminal is, or the environment says.
+unsigned terminalColumns() {
+    constexpr unsigned kNoTerminal = 80;
+    if (const char* said = std::getenv("COLUMNS"); said && std::atoi(said) > 0)
+        return static_cast<unsigned>(std::atoi(said));
+    winsize size{};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kNoTerminal;
+}
+
 void list(const Options& options) {
     try {
         const IndexListing listing = readIndex();
-        print(options.json ? asJson(listing) : asTable(listing));
+        if (options.json) return print(asJson(listing));
+        const uint64_t nowMs = static_cast<uint64_t>(std::time(nullptr)) * 1000;
+        const std::string timeline = asTimeline(listing, nowMs, terminalColumns());
+        print(asTable(listing) + (timeline.empty() ? "" : '\n' + timeline));
     } catch (const std::runtime_error& error) {
         throw Failure(kUnreachable, error.what());
     }
