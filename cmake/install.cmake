@@ -1,4 +1,5 @@
-# cmake --install and cpack. Two packages: what needs GStreamer, the recorder's stand-in, goes apart.
+# cmake --install and cpack. Three packages: what needs GStreamer, the recorder's stand-in, goes apart, and so does
+# what only a developer wants.
 include(GNUInstallDirs)
 
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
@@ -26,6 +27,9 @@ function(tavirn_completion program component)
 endfunction()
 
 tavirn_man_page(tavirn.8 tavirn)
+# For an ordinary user of an ordinary PC, so not among the system's programs.
+install(TARGETS tavirn-rooted DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tavirn)
+tavirn_man_page(tavirn-rooted.8 tavirn)
 tavirn_completion(tavirn-rooted tavirn)
 set(components tavirn)
 foreach(tool tavirn-ctl tavirn-view tavirn-record)
@@ -46,6 +50,15 @@ foreach(tool tavirn-ctl tavirn-view tavirn-record)
 endforeach()
 if(TAVIRN_TESTS)
   add_test(NAME man.tavirn COMMAND ${PROJECT_SOURCE_DIR}/docs/man/check ${PROJECT_SOURCE_DIR}/docs/man/tavirn.8)
+  if(NOT CMAKE_CROSSCOMPILING)
+    add_test(NAME man.tavirn-rooted COMMAND ${PROJECT_SOURCE_DIR}/docs/man/check
+      ${PROJECT_SOURCE_DIR}/docs/man/tavirn-rooted.8 $<TARGET_FILE:tavirn-rooted>)
+  endif()
+endif()
+
+if(TARGET tavirn_client)
+  include(cmake/client.cmake)
+  list(APPEND components tavirn-dev)
 endif()
 
 set(CPACK_GENERATOR DEB)
@@ -70,12 +83,19 @@ set(CPACK_DEBIAN_TAVIRN-RECORD_PACKAGE_NAME tavirn-record)
 set(CPACK_DEBIAN_TAVIRN-RECORD_PACKAGE_RECOMMENDS
   "gstreamer1.0-plugins-good, gstreamer1.0-plugins-bad, gstreamer1.0-plugins-ugly, gstreamer1.0-libav, gstreamer1.0-x")
 set(CPACK_DEBIAN_TAVIRN-RECORD_PACKAGE_SUGGESTS tavirn)
+set(CPACK_DEBIAN_TAVIRN-DEV_PACKAGE_NAME tavirn-dev)
+set(CPACK_DEBIAN_TAVIRN-DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_TAVIRN-DEV_PACKAGE_SUGGESTS "tavirn, pkg-config")
 set(CPACK_COMPONENT_TAVIRN_DESCRIPTION "playback daemon for recorded video
 Moves through the H.264 recording on a camera's card as the RTSP server
 beside it asks, and delivers picture after picture into shared memory.
-With tavirn-ctl, which sends it requests, and tavirn-view, which reads
-the pictures.")
+With tavirn-ctl, which sends it requests, tavirn-view, which reads the
+pictures, and tavirn-rooted, the daemon in a directory of its own.")
 set(CPACK_COMPONENT_TAVIRN-RECORD_DESCRIPTION "recorder stand-in for the playback daemon tavirn
 Writes a video file or a test pattern to a card and its index as the
 recorder of a camera would, for tavirn to play.")
+set(CPACK_COMPONENT_TAVIRN-DEV_DESCRIPTION "client library of the playback daemon tavirn
+For whoever writes an RTSP server or a viewer of their own: requests to
+the daemon, and the pictures from its output memory. Headers, a static
+library, the documents of both interfaces and an example.")
 include(CPack)

@@ -37,8 +37,8 @@ bool createStatusSegment(CtavirnShmServer& status) {
 }
 
 /// 0, or the exit code of the first step that failed.
-int startUp(int& listeningSocket, CtavirnShmServer& status) {
-    if (daemon(0, 0) < 0) {
+int startUp(Detach detach, int& listeningSocket, CtavirnShmServer& status) {
+    if (detach == Detach::yes && daemon(0, 0) < 0) {
         logNamed(LOG_ERR, kMain, "daemon error");
         return kExitDetach;
     }
@@ -65,10 +65,10 @@ int startUp(int& listeningSocket, CtavirnShmServer& status) {
 
 } // namespace
 
-int runDaemon() {
+int runDaemon(Detach detach) {
     StatusSegment status;
     int listeningSocket = -1;
-    if (const int code = startUp(listeningSocket, status.server); code != 0) {
+    if (const int code = startUp(detach, listeningSocket, status.server); code != 0) {
         logCaughtSignals();
         return code;
     }

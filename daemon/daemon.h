@@ -11,7 +11,10 @@ enum ExitCode : int {
     kExitStatusSegment = 7,
 };
 
+/// Whether the daemon begins by detaching; the product always does.
+enum class Detach { yes, no };
+
 /// The whole life of the daemon: detaches, sets everything up, serves requests until a stop signal, and
 /// takes everything down again. The process's exit code, 0 after an orderly end. A start-up that fails
 /// leaves what it has made: the next one finds it stale.
-int runDaemon();
+int runDaemon(Detach detach = Detach::yes);

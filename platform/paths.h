@@ -2,7 +2,8 @@
 //
 // The product links paths_fixed.cpp, which returns the documented paths as they are. Tests, the demo and
 // the tools link paths_rooted.cpp, which puts the directory named by TAVIRN_ROOT in front of each, so that
-// a whole world (socket, index, key file, pid file, card) lives in one directory.
+// a whole world (socket, index, key file, pid file, card) lives in one directory. The library for clients has
+// the latter: without TAVIRN_ROOT, these are the documented paths.
 #pragma once
 
 struct FixedPaths {
@@ -29,5 +30,5 @@ inline constexpr FixedPaths kFixedPaths{
 inline constexpr int kStatusSegmentProject = 'y';
 inline constexpr int kOutputMemoryProject = 'z';
 
-/// The paths in force. Constant for the life of the product; the strings are never freed.
+/// The paths in force. Constant unless setPathsRoot is called; the strings are never freed.
 const FixedPaths& paths();

@@ -1,4 +1,4 @@
-// Only for programs that link paths_rooted.cpp: tests and tools, never the product.
+// Only for programs that link paths_rooted.cpp: tests, tools and other clients, never the product.
 #pragma once
 
 /// Moves every path below `root`, in place of TAVIRN_ROOT. Call before other threads use paths().

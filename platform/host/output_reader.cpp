@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 #include <linux/futex.h>
+#include <string_view>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -39,6 +40,23 @@ void waitForBell(const SharedWord& bell, uint32_t seen, nanoseconds time) {
 }
 
 } // namespace
+
+bool isPauseBlock(const OutputBlock& block) {
+    return std::string_view(block.data.data(), block.data.size()) == "PAUSE";
+}
+
+bool isIPicture(const OutputBlock& block) {
+    enum { slice = 1, idrSlice = 5, sequenceParameterSet = 7 }; // types of NAL units
+    const std::string_view bytes(block.data.data(), block.data.size());
+    const std::string_view startCode("\0\0\1", 3);
+    for (size_t at = 0; (at = bytes.find(startCode, at)) != bytes.npos;) {
+        at += startCode.size();
+        const int type = at < bytes.size() ? bytes[at] & 0x1F : 0;
+        if (type == slice) return false;
+        if (type == idrSlice || type == sequenceParameterSet) return true;
+    }
+    return false;
+}
 
 OutputReader::~OutputReader() {
     detach();
@@ -176,7 +194,9 @@ ReadResult OutputReader::next(OutputBlock& block, milliseconds timeout) {
             return ReadResult::block;
         }
         if (attempt == Attempt::damaged) return ReadResult::damaged;
-        if (attempt == Attempt::none && (gone || state == kOutputEnded)) return ReadResult::ended;
+        // Who ends in order says so before giving up the claim, so `state` is as new as `gone` is.
+        if (attempt == Attempt::none && state == kOutputEnded) return ReadResult::ended;
+        if (attempt == Attempt::none && gone) return ReadResult::abandoned;
 
         const nanoseconds left = end - Clock::now();
         if (left <= nanoseconds::zero()) {

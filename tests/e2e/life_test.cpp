@@ -1,5 +1,7 @@
 // The daemon's life as init and its neighbours see it, and clients that do not behave.
 #include <csignal>
+#include <filesystem>
+#include <functional>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -66,6 +68,50 @@ TEST(Life, SecondInstanceIsRefusedAndAKilledOnesLeftoversAreTakenOver) {
     EXPECT_EQ(Viewer().status(), "error");
     EXPECT_EQ(third.stop(SIGTERM), 0);
     EXPECT_TRUE(leftNothing(world));
+}
+
+TEST(Life, TheRootedDaemonSaysWhyItDoesNotServe) {
+    const World world;
+    const std::string root = world.root(), pidFile = root + "/var/run/tavirn.pid";
+    const auto nothing = [] {};
+    const struct {
+        std::vector<std::string> words;
+        std::function<void()> spoil;
+        int code;
+        std::string says;
+    } cases[] = {
+        {{"--nonsense"}, nothing, 2, "cannot take --nonsense"},
+        {{"--root", ""}, nothing, 2, "no world is named"},
+        {{"--root", root + "/none"}, nothing, 1, "no key file " + root + "/none/tmp/shm9"},
+        {{"--root", root + std::string(90, 'x')}, nothing, 6, "is longer than 107 bytes"},
+        {{}, [&] { mkdir(paths().controlSocket, 0700); }, 6, "/tmp/tavirn is no socket"},
+        {{}, [&] { writeFile(pidFile, ""); }, 5, pidFile + " holds no process id"},
+        {{}, [&] { writeFile(pidFile, std::to_string(getpid())); }, 5, "process " + std::to_string(getpid())},
+        {{},
+         [&] { std::filesystem::remove_all(root + "/var/run"); },
+         1,
+         "cannot write to " + root + "/var/run"},
+    };
+    for (const auto& [words, spoil, code, says] : cases) {
+        spoil();
+        std::vector<std::string> line{TAVIRN_ROOTED};
+        line.insert(line.end(), words.begin(), words.end());
+        Process refused(line, root);
+        EXPECT_EQ(refused.wait(), code) << says;
+        EXPECT_TRUE(refused.errors().starts_with("tavirn-rooted: ")) << refused.errors();
+        EXPECT_NE(refused.errors().find(says), std::string::npos) << refused.errors();
+        rmdir(paths().controlSocket);
+    }
+}
+
+TEST(Life, TheRootedDaemonInTheForegroundLogsToStandardError) {
+    const World world;
+    Process daemon({TAVIRN_ROOTED, "--foreground"}, world.root());
+    EXPECT_TRUE(
+        eventually([] { return exchange(paths().controlSocket, ControlRequest(0).record).has_value(); }));
+    daemon.signal(SIGINT);
+    EXPECT_EQ(daemon.wait(), 0);
+    EXPECT_NE(daemon.errors().find("catch SIGINT|SIGTERM|SIGQUIT (2)"), std::string::npos) << daemon.errors();
 }
 
 /// Sends the signal and waits until it is no longer pending: two that are pending together are handled in

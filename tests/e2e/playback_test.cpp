@@ -3,6 +3,7 @@
 #include <sys/shm.h>
 
 #include "tests/e2e/session.h"
+#include "tests/support/card.h"
 #include "tests/support/recorded.h"
 
 namespace test {
@@ -26,6 +27,14 @@ int attachedToOutput(const World& world) {
     shmid_ds info{};
     const int id = shmget(world.outputKey(), 0, 0);
     return id >= 0 && shmctl(id, IPC_STAT, &info) == 0 ? static_cast<int>(info.shm_nattch) : 0;
+}
+
+TEST(Client, BuiltFromWhatIsInstalledPlaysTheRecording) {
+    const World world;
+    Card(world).stream(1).from("12:00:00").pictures(45).gop(15).closed();
+    const DaemonProcess daemon(world.root());
+    EXPECT_EQ(runTool({TAVIRN_CLIENT}, world.root()), "45 pictures\n");
+    EXPECT_EQ(Viewer().status(), "error") << "its session has ended";
 }
 
 // The ring of each chunk is so small that the streams wrap round its end.

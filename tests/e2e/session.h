@@ -43,10 +43,6 @@ private:
     std::string m_number;
 };
 
-inline bool isPauseBlock(const OutputBlock& block) {
-    return std::string_view(block.data.data(), block.data.size()) == "PAUSE";
-}
-
 /// Reads blocks until the session has come to rest: a PAUSE block behind at least one picture.
 inline void waitUntilPaused(const World& world) {
     OutputReader reader;

@@ -158,10 +158,10 @@ TEST_F(OutputMemory, OneWriterLivesAtATimeAndADeadOneIsReplaced) {
     waitpid(writer, nullptr, 0);
     reader.rewind();
     EXPECT_EQ(next(), ReadResult::block) << "what it wrote can still be read";
-    EXPECT_EQ(next(), ReadResult::ended) << "then its death shows";
+    EXPECT_EQ(next(), ReadResult::abandoned) << "then its death shows";
     EXPECT_FALSE(OutputReader().attach(keyFile, kOutputMemoryProject)) << "nobody starts on its memory";
     ASSERT_EQ(create(shm), 0);
-    EXPECT_EQ(next(), ReadResult::ended) << "the claim taken now is another memory's";
+    EXPECT_EQ(next(), ReadResult::abandoned) << "the claim taken now is another memory's";
     EXPECT_TRUE(attach());
 }
 

@@ -176,7 +176,7 @@ private:
                 std::puts("the output memory contradicts itself");
                 std::exit(1);
             }
-            if (result == ReadResult::ended) reader.detach();
+            if (result == ReadResult::ended || result == ReadResult::abandoned) reader.detach();
             if (result == ReadResult::block) ++(m_block.data.size() == 5 ? pauses : pictures);
         }
     }

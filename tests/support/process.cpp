@@ -88,8 +88,9 @@ DaemonProcess::DaemonProcess(const std::string& root) {
     }
     close(ends[0]);
 
-    const pid_t before = pidFromFile(root); // stays there when the new daemon is refused
-    Process({TAVIRN_ROOTED}, root).wait();  // daemon() has detached the rest
+    m_exitCode = Process({TAVIRN_ROOTED}, root).wait();
+    if (m_exitCode != 0) return; // refused, before it detached
+    m_exitCode = -1;
 
     eventually([&] {
         int status = 0;
@@ -100,7 +101,7 @@ DaemonProcess::DaemonProcess(const std::string& root) {
         }
         const pid_t named = pidFromFile(root);
         const bool serves =
-            named != before && exchange((root + "/tmp/tavirn").c_str(), ControlRequest(0).record);
+            named > 0 && exchange((root + "/tmp/tavirn").c_str(), ControlRequest(0).record).has_value();
         if (serves) m_pid = named;
         return serves;
     });

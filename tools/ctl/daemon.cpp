@@ -33,6 +33,7 @@ Effect blocksCome(OutputReader& reader, int blocks, std::chrono::steady_clock::t
         case ReadResult::timeout:
             return Effect::notSeen;
         case ReadResult::ended:
+        case ReadResult::abandoned:
             return Effect::ended;
         case ReadResult::damaged:
             return Effect::hidden;

@@ -20,19 +20,18 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-enum { kNoMemory = 3, kDamaged = 4 };
+enum { kNoMemory = 3, kDamaged = 4, kAbandoned = 5, kNotPermitted = 6 };
 
 constexpr char kNotes[] =
-    "Ends at SIGINT or SIGTERM, when the session ends, or as the options say; the statistics always come.\n"
-    "Lateness, each against the earliest picture of its run: on turn, against the steps of 10 ms in which "
-    "the\n"
-    "daemon paces; on stamp, against the picture's own time stamp. A run ends at a PAUSE block and where "
-    "stamps\n"
-    "jump by more than a second, since the daemon paces anew from there; the first two pictures of a run "
-    "are\n"
-    "not counted, nor what --from-oldest found there.\n"
-    "Exit codes: 0 done, 1 the file cannot be written, 2 wrong usage, 3 no output memory, 4 the memory's "
-    "content is damaged.";
+    "Ends at SIGINT or SIGTERM, when the session ends, when nobody reads its output any more, or\n"
+    "as the options say; the statistics always come. A file begins at an I-picture, where a\n"
+    "decoder can; the pictures before it are passed over: not written, listed or counted.\n"
+    "Lateness, each against the earliest picture of its run: on turn, against the steps of 10 ms\n"
+    "in which the daemon paces; on stamp, against the picture's own time stamp. A run ends at a\n"
+    "PAUSE block and where stamps jump by more than a second, since the daemon paces anew from\n"
+    "there; the first two pictures of a run are not counted, nor what --from-oldest found there.\n"
+    "Exit codes: 0 done, 1 the file cannot be written, 2 wrong usage, 3 no session is open, 4 the\n"
+    "memory's content is damaged, 5 the daemon has died, 6 no permission.";
 
 /// Number of a session's first block: the picture it stands on, shown while still paused.
 constexpr uint32_t kFirstSequence = 1;
@@ -50,6 +49,7 @@ struct Options {
     double durationSeconds = 0;
     uint64_t pictures = 0;
     bool fromOldest = false;
+    bool fromAny = false;
     bool untilPause = false;
     bool stats = false;
     bool json = false;
@@ -66,6 +66,7 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--wait", options.waitSeconds, "Seconds to wait for a session's output memory (0)")
         ->check(seconds);
     app.add_flag("--from-oldest", options.fromOldest, "Begin with the oldest block still held, not the next");
+    app.add_flag("--from-any", options.fromAny, "Begin a file with whatever picture comes, not an I-picture");
     app.add_flag("--until-pause", options.untilPause,
                  "End at the first PAUSE block after a picture; the picture that every session shows before "
                  "it plays does not count");
@@ -81,23 +82,49 @@ Clock::time_point after(double seconds) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
+/// Why there is nothing to attach to, from errno.
+Failure noMemory() {
+    const std::string keyFile = paths().ipcKey;
+    if (errno == EPROTO)
+        return {kDamaged, "the memory of " + keyFile + " is no output memory of this system"};
+    if (errno == EACCES)
+        return {kNotPermitted, "no permission for the output memory of " + keyFile +
+                                   ": run it as the daemon's user, or in its group"};
+    if (access(keyFile.c_str(), F_OK) != 0)
+        return {kNoMemory, "no key file " + keyFile + ": no daemon's world; see --root"};
+    return {kNoMemory, "no session is open on " + keyFile + "; open one, or give --wait"};
+}
+
 /// Attaches, waiting for a session as long as asked.
 void attach(OutputReader& reader, const Options& options) {
     const Clock::time_point deadline = after(options.waitSeconds);
     while (!reader.attach(paths().ipcKey, kOutputMemoryProject)) {
-        const int error = errno;
-        if (error == EPROTO)
-            throw Failure(kDamaged, std::string("the memory of ") + paths().ipcKey +
-                                        " is no output memory of this system");
-        if (g_stop || Clock::now() >= deadline)
-            throw Failure(kNoMemory, std::string("no output memory of ") + paths().ipcKey + " (" +
-                                         std::strerror(error) +
-                                         "): no session is open; open one, or give --wait");
+        const Failure failure = noMemory();
+        if (failure.code != kNoMemory || g_stop || Clock::now() >= deadline) throw failure;
         const timespec pause{0, 20'000'000};
         nanosleep(&pause, nullptr);
     }
     if (options.fromOldest) reader.rewind();
 }
+
+/// What the options ask for, each where it goes.
+struct Outputs {
+    ViewOutput pictures;
+    ViewOutput list;
+    ViewOutput report;
+
+    void open(const Options& options) {
+        pictures.open(options.output);
+        list.open(options.list);
+        const bool taken = pictures.isStandardOutput() || list.isStandardOutput();
+        if (options.json && !taken) report.open("-");
+    }
+    void begin() {
+        pictures.begin();
+        list.begin();
+    }
+    bool readerGone() const { return pictures.readerGone() || list.readerGone() || report.readerGone(); }
+};
 
 /// The line of --list.
 std::string lineOf(const OutputBlock& block) {
@@ -110,14 +137,14 @@ std::string lineOf(const OutputBlock& block) {
 
 class View {
 public:
-    View(const Options& options, OutputReader& reader, ViewOutput& output, ViewOutput& list)
-        : m_options(options), m_reader(reader), m_output(output), m_list(list),
-          m_catchingUp(options.fromOldest) {}
+    View(const Options& options, OutputReader& reader, Outputs& outputs)
+        : m_options(options), m_reader(reader), m_outputs(outputs), m_catchingUp(options.fromOldest),
+          m_begun(options.fromAny || options.output.empty()) {}
 
     /// Reads until something ends it.
     void run() {
         const Clock::time_point deadline = after(m_options.durationSeconds);
-        while (!g_stop && !m_done) {
+        while (!g_stop && !m_done && !m_outputs.readerGone()) {
             if (m_onTerminal) showProgress();
             milliseconds patience = m_catchingUp ? milliseconds(0) : kPatience;
             if (m_options.durationSeconds > 0) {
@@ -127,6 +154,9 @@ public:
             }
             readOne(patience);
         }
+        if (!m_begun && m_passedOver != 0)
+            throw Failure(kFailed, "no I-picture has come, only " + std::to_string(m_passedOver) +
+                                       " others; --from-any keeps them");
     }
 
     const ViewStats& stats() const { return m_stats; }
@@ -143,6 +173,8 @@ private:
         case ReadResult::ended:
             m_done = true;
             break;
+        case ReadResult::abandoned:
+            throw Failure(kAbandoned, "the daemon has died: its session was not ended");
         case ReadResult::damaged:
             throw Failure(kDamaged, std::string("the output memory of ") + paths().ipcKey + " is damaged");
         }
@@ -159,51 +191,45 @@ private:
     }
 
     void take() {
+        const bool pause = isPauseBlock(m_block);
+        m_played = m_played || (!pause && m_block.sequence != kFirstSequence);
+        m_done = pause && m_options.untilPause && m_played;
+        m_begun = m_begun || isIPicture(m_block);
+        if (!pause && !m_begun) {
+            ++m_passedOver;
+            return;
+        }
         m_stats.add(m_block, m_catchingUp ? std::nullopt : std::optional(Clock::now()));
-        if (isPauseBlock(m_block)) {
-            m_done = m_options.untilPause && m_played;
-        } else {
-            m_played = m_played || m_block.sequence != kFirstSequence;
+        if (!pause) {
             m_done = m_options.pictures != 0 && m_stats.counts().pictures >= m_options.pictures;
             // The bytes first: whoever follows the list finds the pictures that it names.
-            write(m_output, m_options.output, {m_block.data.data(), m_block.data.size()});
+            if (!m_outputs.pictures.write({m_block.data.data(), m_block.data.size()})) m_done = true;
         }
-        write(m_list, m_options.list, lineOf(m_block));
-    }
-
-    void write(ViewOutput& output, const std::string& name, std::string_view data) {
-        switch (output.write(data)) {
-        case ViewOutput::Result::readerGone:
-            if (output.isStandardOutput()) m_done = true;
-            break;
-        case ViewOutput::Result::failed:
-            if (errno != EINTR || !g_stop)
-                throw Failure(kFailed, "cannot write to " + name + ": " + std::strerror(errno));
-            break;
-        case ViewOutput::Result::written:
-            break;
-        }
+        if (!m_outputs.list.write(lineOf(m_block))) m_done = true;
     }
 
     const Options& m_options;
     OutputReader& m_reader;
-    ViewOutput& m_output;
-    ViewOutput& m_list;
+    Outputs& m_outputs;
     OutputBlock m_block;
     ViewStats m_stats;
     bool m_catchingUp; ///< reading what was there before
+    bool m_begun;      ///< at a picture that a file may begin with
+    uint64_t m_passedOver = 0;
     const bool m_onTerminal = isatty(STDERR_FILENO) == 1;
     Clock::time_point m_nextProgress = Clock::now();
     bool m_played = false;
     bool m_done = false;
 };
 
-void printStats(const Options& options, const ViewStats& stats, bool standardOutputTaken) {
+void printStats(const Options& options, const ViewStats& stats, Outputs& outputs) {
     const ViewReport report = stats.report();
-    if (options.json)
-        std::fputs(asJson(report).c_str(), standardOutputTaken ? stderr : stdout);
-    else if (options.stats || options.output.empty())
-        std::fputs(asText(report).c_str(), stderr);
+    if (!options.json && !options.stats && !options.output.empty()) return;
+    const std::string text = options.json ? asJson(report) : asText(report);
+    if (outputs.report.isStandardOutput())
+        outputs.report.write(text);
+    else
+        std::fputs(text.c_str(), stderr);
 }
 
 void endOnSignals() {
@@ -217,14 +243,12 @@ void endOnSignals() {
 
 int view(const Options& options) {
     endOnSignals();
+    Outputs outputs;
+    outputs.open(options); // told before anybody waits for a session
     OutputReader reader;
     attach(reader, options);
-    ViewOutput output;
-    ViewOutput list;
-    for (const auto& [file, name] : {std::pair(&output, &options.output), std::pair(&list, &options.list)})
-        if (!file->open(*name))
-            throw Failure(kFailed, "cannot create " + *name + ": " + std::strerror(errno));
-    View view(options, reader, output, list);
+    outputs.begin();
+    View view(options, reader, outputs);
     std::exception_ptr failure; // the statistics come all the same
     try {
         view.run();
@@ -232,7 +256,7 @@ int view(const Options& options) {
         failure = std::current_exception();
     }
     if (isatty(STDERR_FILENO) == 1) std::fputs("\r\033[K", stderr); // the line of progress
-    printStats(options, view.stats(), output.isStandardOutput() || list.isStandardOutput());
+    printStats(options, view.stats(), outputs);
     if (failure) std::rethrow_exception(failure);
     return kDone;
 }

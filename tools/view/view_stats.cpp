@@ -45,10 +45,6 @@ ViewReport::Increments incrementsOf(const std::map<uint32_t, uint64_t>& counts) 
 
 } // namespace
 
-bool isPauseBlock(const OutputBlock& block) {
-    return std::string_view(block.data.data(), block.data.size()) == "PAUSE";
-}
-
 void ViewStats::add(const OutputBlock& block, std::optional<Clock::time_point> arrival) {
     m_report.missedBlocks += block.missed;
     if (isPauseBlock(block)) {

@@ -24,9 +24,6 @@
 
 inline constexpr uint32_t kStampsPerMs = 90;
 
-/// The five bytes "PAUSE" stand for no picture.
-bool isPauseBlock(const OutputBlock& block);
-
 struct ViewReport {
     struct Increments { ///< of the stamp from picture to picture within a run, 90 units per millisecond
         uint32_t min, median, max;

@@ -1,0 +1,133 @@
+// tavirn-rooted: the same daemon in a world of its own below one directory, for an ordinary PC. The daemon
+// detaches before it does anything else and then only logs, so what a person can mend is looked at first, and
+// told on standard error.
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <getopt.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "daemon/daemon.h"
+#include "platform/log.h"
+#include "platform/paths.h"
+#include "platform/paths_rooted.h"
+
+namespace {
+
+constexpr char kName[] = "tavirn-rooted";
+constexpr int kExitNoWorld = 1;
+constexpr int kExitUsage = 2;
+
+constexpr char kHelp[] =
+    "Usage: tavirn-rooted [--root DIRECTORY] [--foreground]\n"
+    "\n"
+    "The playback daemon in a world of its own: every path of tavirn lies below one directory.\n"
+    "tavirn-record makes such a world; tavirn-ctl and tavirn-view take the same --root or TAVIRN_ROOT.\n"
+    "\n"
+    "  --root DIRECTORY  the world (TAVIRN_ROOT when not given)\n"
+    "  --foreground      does not detach, and logs to standard error as well; Ctrl-C ends it\n"
+    "  --version         prints the version\n"
+    "  -h, --help        prints this\n"
+    "\n"
+    "Exit codes: 0 done, 1 no world there, or not for this user, 2 wrong usage, 5 another daemon serves it,\n"
+    "6 its control socket cannot be had.\n";
+
+int refuse(int code, const std::string& sentence) {
+    std::fprintf(stderr, "%s: %s\n", kName, sentence.c_str());
+    return code;
+}
+
+/// The file of `path` and why it cannot be used, from errno.
+std::string because(const std::string& path) {
+    return path + " (" + std::strerror(errno) + ")";
+}
+
+/// The daemon itself removes a pid file whose process has gone.
+int lookForAnotherDaemon(const std::string& pidFile) {
+    std::ifstream file(pidFile);
+    if (!file) {
+        if (errno == ENOENT) return 0;
+        return refuse(kExitPidFile,
+                      "cannot read " + because(pidFile) + ": remove it if no daemon serves this world");
+    }
+    pid_t pid = 0;
+    file >> pid;
+    const std::string number = std::to_string(pid);
+    if (pid == 0)
+        return refuse(kExitPidFile,
+                      pidFile + " holds no process id: remove it if no daemon serves this world");
+    if (kill(pid, 0) != 0 && errno == ESRCH) return 0;
+    return refuse(kExitPidFile, "a daemon serves this world, process " + number +
+                                    ": use it, or end it with kill " + number +
+                                    "; if that is no daemon, remove " + pidFile);
+}
+
+/// What would keep the daemon from serving the world that paths() names: 0, or the exit code after one
+/// sentence.
+int lookAtWorld(const std::string& root) {
+    const std::string socket = paths().controlSocket;
+    if (socket.size() >= sizeof(sockaddr_un::sun_path))
+        return refuse(kExitSocket, "the control socket's path, " + socket + ", is longer than " +
+                                       std::to_string(sizeof(sockaddr_un::sun_path) - 1) +
+                                       " bytes: choose a directory with a shorter path");
+    if (access(paths().ipcKey, F_OK) != 0)
+        return refuse(kExitNoWorld, "no world below " + root + ": no key file " + because(paths().ipcKey) +
+                                        "; make one with tavirn-record --root " + root + ", or name another");
+    for (const char* file : {paths().pidFile, paths().controlSocket}) {
+        const std::string directory = std::filesystem::path(file).parent_path();
+        if (access(directory.c_str(), W_OK | X_OK) != 0)
+            return refuse(kExitNoWorld, "cannot write to " + because(directory) +
+                                            ": run it as the user whose world this is, or name another");
+    }
+    if (const int code = lookForAnotherDaemon(paths().pidFile); code != 0) return code;
+    struct stat there {};
+    if (lstat(socket.c_str(), &there) == 0 && !S_ISSOCK(there.st_mode))
+        return refuse(kExitSocket, socket + " is no socket, and in the control socket's way: move it");
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const option options[] = {{"root", required_argument, nullptr, 'r'},
+                              {"foreground", no_argument, nullptr, 'f'},
+                              {"help", no_argument, nullptr, 'h'},
+                              {"version", no_argument, nullptr, 'v'},
+                              {}};
+    const char* named = std::getenv("TAVIRN_ROOT");
+    Detach detach = Detach::yes;
+    opterr = 0;
+    for (int given; (given = getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
+        switch (given) {
+        case 'r':
+            named = optarg;
+            break;
+        case 'f':
+            detach = Detach::no;
+            break;
+        case 'h':
+            return std::fputs(kHelp, stdout) < 0;
+        case 'v':
+            return std::printf("%s %s\n", kName, TAVIRN_VERSION) < 0;
+        default:
+            return refuse(kExitUsage, std::string("cannot take ") + argv[optind - 1] + "; see --help");
+        }
+    }
+    if (optind < argc) return refuse(kExitUsage, std::string("cannot take ") + argv[optind] + "; see --help");
+    if (named == nullptr || *named == '\0')
+        return refuse(kExitUsage, "no world is named: give --root, or set TAVIRN_ROOT, to a directory that "
+                                  "tavirn-record has made");
+    // Detaching leaves the directory that a relative path starts from.
+    const std::string root = std::filesystem::absolute(named);
+    setPathsRoot(root.c_str());
+    if (const int code = lookAtWorld(root); code != 0) return code;
+    if (detach == Detach::no) openlog(kName, LOG_PERROR, LOG_USER);
+    return runDaemon(detach);
+}
