@@ -1,7 +1,7 @@
 # Installs what is missing, on any recent Debian or Ubuntu. Sourced after common.sh.
 # shellcheck shell=bash
 
-PACKAGES_BUILD="g++ cmake make pkg-config libsqlite3-dev libcli11-dev
+PACKAGES_BUILD="g++ cmake make pkg-config libsqlite3-dev libcli11-dev nlohmann-json3-dev
     libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev"
 # x264enc is in ugly, the H.264 parser in bad, the decoder in libav, the burned-in text in x.
 PACKAGES_MEDIA="gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
@@ -12,7 +12,7 @@ PACKAGES_BENCH="libbenchmark-dev python3"
 # llvm has the symbolizer: without it sanitizers and fuzzers complain, and their reports are bare addresses.
 PACKAGES_CHECK="clang clang-format llvm"
 PACKAGES_ARMHF="g++-arm-linux-gnueabihf qemu-user googletest"
-PACKAGES_PACKAGE="debootstrap dpkg-dev"
+PACKAGES_PACKAGE="debootstrap dpkg-dev file"
 
 asRoot() {
     if [ "$(id -u)" -eq 0 ]; then
