@@ -1,4 +1,5 @@
-// The recorder's own writes to the index, alone and beside a session that seeks without pause: they must hardly wait.
+// The recorder's own writes to the index, alone and beside a session that seeks without pause: they must
+// hardly wait.
 #include <atomic>
 #include <sqlite3.h>
 #include <thread>
