@@ -84,6 +84,8 @@ struct RequestLoopTest : testing::Test {
             if (holds()) return;
             if (const auto sleeps = simulated::takeSleeps(); !sleeps.empty())
                 simulated::advance(seconds != 0 ? timeval{seconds, 0} : sleeps.back());
+            else
+                std::this_thread::yield();
         }
         ADD_FAILURE() << "has not come about";
     }

@@ -13,11 +13,7 @@ using small_world::Ms;
 using small_world::SmallStream;
 using small_world::SmallWorld;
 
-#ifdef TAVIRN_SANITIZED // many times slower, and each world takes the same ways through the code
-constexpr uint32_t kWorlds = 1'000;
-#else
-constexpr uint32_t kWorlds = 10'000; ///< TAVIRN_SMALL_WORLDS changes it
-#endif
+constexpr uint32_t kWorlds = TAVIRN_SANITIZED ? 1'000 : 10'000; ///< TAVIRN_SMALL_WORLDS changes it
 constexpr uint32_t kSeed = 20'240'102; ///< of the first world; TAVIRN_SMALL_WORLD_SEED changes it
 constexpr uint32_t kParts = 8;         ///< that run side by side
 
