@@ -9,6 +9,11 @@ fail() {
     printf '%s: %s\n' "$SELF" "$*" >&2
     exit 1
 }
+# What the machine cannot have is no failure.
+skip() {
+    say "skipped: $*"
+    exit 0
+}
 # A wrong command line: the message, then how to see the right one.
 misused() {
     printf '%s: %s (try %s --help)\n' "$SELF" "$*" "$SELF" >&2
@@ -40,7 +45,7 @@ configure() {
     if [ -f "$directory/CMakeCache.txt" ]; then
         generator=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$directory/CMakeCache.txt")
     fi
-    cmake -S "$TREE" -B "$directory" -G "$generator" "${launcher[@]}" "$@" >"$directory.configure.log" 2>&1 || {
+    cmake -S "$TREE" -B "$directory" -G "$generator" "${launcher[@]}" -DTAVIRN_WERROR=ON "$@" >"$directory.configure.log" 2>&1 || {
         cat "$directory.configure.log" >&2
         return 1
     }

@@ -12,7 +12,7 @@ PACKAGES_BENCH="libbenchmark-dev python3"
 # llvm has the symbolizer: without it sanitizers and fuzzers complain, and their reports are bare addresses.
 PACKAGES_CHECK="clang clang-format llvm"
 PACKAGES_ARMHF="g++-arm-linux-gnueabihf qemu-user googletest"
-PACKAGES_PACKAGE="debootstrap dpkg-dev"
+PACKAGES_PACKAGE="debootstrap dpkg-dev file"
 
 asRoot() {
     if [ "$(id -u)" -eq 0 ]; then

@@ -1,13 +1,9 @@
-// An index that is damaged, replaced, locked, or left behind by a recorder that was killed; and the
-// recorder's own writes, which must not wait.
-#include <atomic>
+// An index that is damaged, replaced, locked, or left behind by a recorder that was killed.
 #include <csignal>
 #include <filesystem>
-#include <iostream>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 #include "platform/api_db.h"
@@ -125,40 +121,6 @@ TEST_F(IndexCampaign, AWriterThatHoldsTheLockOrDiesWithItCostsSecondsAtMost) {
             IndexWriter(paths().index).nextStreamId(); // the recorder is back
             EXPECT_TRUE(works()) << mode << kills;
         }
-    }
-}
-
-TEST_F(IndexCampaign, TheRecordersWritesDoNotWaitForASessionThatSeeks) {
-    for (const std::string mode : {"DELETE", "WAL"}) {
-        sqlite3* index = nullptr;
-        sqlite3_open(paths().index, &index);
-        run(index, "PRAGMA journal_mode=" + mode);
-        sqlite3_close(index);
-        milliseconds longest[2]{};
-        for (const bool seeking : {false, true}) {
-            std::atomic<bool> done = false;
-            std::thread recorder([&] {
-                IndexWriter writer(paths().index);
-                DB_EVENT event{};
-                event.extTrg = 4096; // no alarm
-                for (const auto end = Clock::now() + 2s; Clock::now() < end;) {
-                    const auto begin = Clock::now();
-                    event.eventID = writer.addEvent(event);
-                    writer.finishEvent(event);
-                    longest[seeking] =
-                        std::max(longest[seeking], std::chrono::ceil<milliseconds>(Clock::now() - begin));
-                }
-                done = true;
-            });
-            while (!done) {
-                if (seeking) useEverything();
-                std::this_thread::yield();
-            }
-            recorder.join();
-        }
-        std::cerr << "the recorder's longest write, " << mode << ": " << longest[false].count()
-                  << " ms alone, " << longest[true].count() << " ms beside a session that seeks" << std::endl;
-        EXPECT_LT(longest[true], 50ms);
     }
 }
 

