@@ -129,7 +129,7 @@ int RequestLoop::searchGaveNothing(unsigned long errorNo) {
 int RequestLoop::startEngine(uint32_t id, timeval now) {
     lastError = 0;
     T_PB_INFO info;
-    info.searchMode = kSearchModeId;
+    info.searchMode = kStartAtStream;
     info.searchValue = id;
     info.shmServer = &m_status;
     m_picker = static_cast<CpbPickerThread*>(CpbPickerThread::Instance(info));
