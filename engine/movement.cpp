@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr char kAsMovePictureData[] = "movePictureData";
-
 /// The records that a move hands back.
 struct Landing {
     DB_STREAM db;
@@ -108,7 +106,7 @@ bool Movement::playNext(PBTYPE prevType) {
 bool Movement::playFast(Direction direction, uint32_t speed, PBTYPE prevType) {
     CPbStreamVideo& video = m_position.m_pbStream;
     if (m_position.m_pbRealRate == 0) {
-        logNamed(LOG_INFO, kAsMovePictureData, "m_pbRealRate is 0");
+        logNamed(LOG_INFO, "movePictureData", "m_pbRealRate is 0");
         m_position.m_pbRealRate = static_cast<uint32_t>(video.getFrameRate());
     }
     PB_STREAM_TIME& aim = m_position.m_pbStreamTime;

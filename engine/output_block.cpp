@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr char kAsGetPictureData[] = "getPictureData";
-
 /// Time stamp units times 10 in a second: divided by a frame rate in tenths, the step of one frame.
 constexpr uint32_t kPtsTenths = kPtsPerMs * 1000 * 10;
 
@@ -43,7 +41,7 @@ int readPicture(char* buffer, Position& position) {
 void logChange(CPbStreamVideo& video) {
     DB_STREAM db;
     video.getDb(&db);
-    logNamed(LOG_INFO, kAsGetPictureData, "m_pbType changed. streamID=%ld pbTime=%ld", asLd(db.streamID),
+    logNamed(LOG_INFO, "getPictureData", "m_pbType changed. streamID=%ld pbTime=%ld", asLd(db.streamID),
              asLd(video.getTimePts().sec));
 }
 
@@ -89,8 +87,7 @@ uint32_t BlockMaker::stampStep(const PlayState& play, PB_STREAM_TIME pts, uint32
     }
 }
 
-BlockMaker::Block BlockMaker::fill(char* buffer, BlockKind kind, const PlayState& play,
-                                     Position& position) {
+BlockMaker::Block BlockMaker::fill(char* buffer, BlockKind kind, const PlayState& play, Position& position) {
     const PB_STREAM_TIME pts = position.m_pbStream.getNowPts();
     Block block{};
     if (kind == BlockKind::picture) {

@@ -18,8 +18,6 @@ constexpr uint8_t kNalPps = 8;
 /// The scan never looks at a start code whose position lies in the last so many bytes.
 constexpr size_t kScanMargin = 5;
 
-constexpr char kAsGetSpsPps[] = "m_get_sps_pps";
-
 bool startsNal(const uint8_t* bytes, uint8_t type) {
     static constexpr uint8_t kStartCode[] = {0, 0, 0, 1};
     return std::memcmp(bytes, kStartCode, sizeof kStartCode) == 0 && (bytes[4] & 0x1F) == type;
@@ -43,11 +41,11 @@ bool nextIPicture(CPbStreamVideo& video, PICTURE_HEADER& picture) {
     DB_STREAM db;
     STREAM_HEADER stream;
     if (video.over(number(Direction::forward), &db, &stream, &picture, nullptr, 0) < 0) {
-        logNamed(LOG_ERR, kAsGetSpsPps, "Not exist next stream");
+        logNamed(LOG_ERR, "m_get_sps_pps", "Not exist next stream");
         return false;
     }
     if (video.move(PBST_FORWARD, 1, &picture, kSearchForward) < 0) {
-        logNamed(LOG_ERR, kAsGetSpsPps, "Not exist I-frame in the next stream");
+        logNamed(LOG_ERR, "m_get_sps_pps", "Not exist I-frame in the next stream");
         return false;
     }
     return true;

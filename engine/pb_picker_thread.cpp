@@ -107,8 +107,8 @@ int CpbPickerThread::movePictureData() {
 
 int CpbPickerThread::getPictureData(char* buffer) {
     const PlayState state = m_playMode.state();
-    const BlockKind kind = m_output.kindAt(state.m_pbType, m_position.m_pbStream.getNowPts(),
-                                           m_position.m_pbRefresh != 0);
+    const BlockKind kind =
+        m_output.kindAt(state.m_pbType, m_position.m_pbStream.getNowPts(), m_position.m_pbRefresh != 0);
     if (kind == BlockKind::none) return -3;
     if (kind == BlockKind::rest) {
         wallclock::sleepFor(kStillRest);

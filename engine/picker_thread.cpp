@@ -13,10 +13,6 @@
 
 namespace {
 
-// Messages go by the operation that they belong to, whichever step of it reports.
-constexpr char kAsStartThread[] = "startThread";
-constexpr char kAsPickerThread[] = "pickerThread";
-
 rtsp_request teardownRequest(uint32_t sessionId) {
     rtsp_request request{};
     request.type = RTSP_REQ_TEARDOWN;
@@ -63,7 +59,7 @@ void CpickerThread::launch() {
     pthread_attr_destroy(&attributes);
     if (result != 0) {
         // The session goes on without output until its owner ends it.
-        logNamed(LOG_ERR, kAsStartThread, "pthread_create error(%s)", std::strerror(result));
+        logNamed(LOG_ERR, "startThread", "pthread_create error(%s)", std::strerror(result));
         return;
     }
     // From here on, end() finds m_threadMutex taken and waits for the run that has begun.
@@ -133,7 +129,7 @@ void CpickerThread::pass(char* buffer) {
         const int length = getPictureData(buffer);
         if (length != 0 &&
             shm_write_data(&m_shm, buffer, static_cast<unsigned long>(length), 0, 0, 0, m_timestamp, 0) < 0) {
-            logNamed(LOG_ERR, kAsPickerThread, "shm_write_data error");
+            logNamed(LOG_ERR, "pickerThread", "shm_write_data error");
         }
         freeSrcData();
         m_dataMutex.unlock();

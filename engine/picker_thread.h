@@ -3,9 +3,9 @@
 //
 // CpickerThread is the frame of the one playback thread. The main thread commands it (startThread,
 // setKeepAlive, end); it owns the output memory and the picture buffer for as long as its loop runs, and
-// produces one block per pass. Locks, in order: m_threadMutex for the whole run; inside it the keep-alive's and
-// m_dataMutex one after the other, never both; inside m_dataMutex the queue's and the play mode's, one at a
-// time; the play mode's also for the pause between pictures, which is made outside m_dataMutex. The thread
+// produces one block per pass. Locks, in order: m_threadMutex for the whole run; inside it the keep-alive's
+// and m_dataMutex one after the other, never both; inside m_dataMutex the queue's and the play mode's, one at
+// a time; the play mode's also for the pause between pictures, which is made outside m_dataMutex. The thread
 // never destroys itself.
 #pragma once
 

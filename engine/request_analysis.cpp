@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr char kAsAnalyzeEventData[] = "analyzeEventData";
 constexpr char kClockFormat[] = "%Y%m%dT%H%M%SZ";
 constexpr std::string_view kClockKey = "clock=";
 
@@ -48,12 +47,12 @@ uint32_t wholePart(double magnitude) {
 uint32_t clockTime(const char* text) {
     tm fields{};
     strptime(text, kClockFormat, &fields);
-    logNamed(LOG_INFO, kAsAnalyzeEventData, "%d/%d/%d %d:%d:%d", fields.tm_year, fields.tm_mon, fields.tm_mday,
+    logNamed(LOG_INFO, "analyzeEventData", "%d/%d/%d %d:%d:%d", fields.tm_year, fields.tm_mon, fields.tm_mday,
              fields.tm_hour, fields.tm_min, fields.tm_sec);
     const time_t seconds = std::mktime(&fields);
     const auto narrow = static_cast<int32_t>(seconds);
     const int32_t time = narrow == seconds ? narrow : -1;
-    logNamed(LOG_INFO, kAsAnalyzeEventData, "mktime() = %ld", asLd(time));
+    logNamed(LOG_INFO, "analyzeEventData", "mktime() = %ld", asLd(time));
     return static_cast<uint32_t>(time);
 }
 
@@ -71,7 +70,7 @@ void analyzeStep(const WorkText& value, PBDATA& record) {
 }
 
 void analyzeRange(const WorkText& value, PBDATA& record) {
-    logNamed(LOG_INFO, kAsAnalyzeEventData, "%s", value.text());
+    logNamed(LOG_INFO, "analyzeEventData", "%s", value.text());
     const size_t clock = std::string_view(value.text()).find(kClockKey);
     if (clock == std::string_view::npos) return;
     record.reqJump = JUMP_RANGE;
@@ -79,7 +78,7 @@ void analyzeRange(const WorkText& value, PBDATA& record) {
 }
 
 void analyzeJump(const WorkText& value, PBDATA& record) {
-    logNamed(LOG_INFO, kAsAnalyzeEventData, "Jump: %s", value.text());
+    logNamed(LOG_INFO, "analyzeEventData", "Jump: %s", value.text());
     if (value.startsWith("oldest")) {
         record.reqJump = JUMP_OLDEST;
     } else if (value.startsWith("latest")) {
@@ -90,7 +89,7 @@ void analyzeJump(const WorkText& value, PBDATA& record) {
         record.reqJump = JUMP_PREV_ALARM;
     } else if (value.startsWith("clock")) {
         const char* const clock = value.from(kClockKey.size()); // whatever stands in place of the "="
-        logNamed(LOG_INFO, kAsAnalyzeEventData, "%s", clock);
+        logNamed(LOG_INFO, "analyzeEventData", "%s", clock);
         record.reqJump = JUMP_CLOCK;
         record.reqTime = clockTime(clock);
     }
