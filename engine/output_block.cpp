@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "engine/output_words.h"
 #include "platform/log.h"
+#include "platform/output_words.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "daemon/rtsp_request.h"
-#include "engine/output_words.h"
 #include "engine/pb_picker_thread.h"
+#include "platform/output_words.h"
 #include "tests/support/card.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/simulated_clock.h"

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "daemon/rtsp_request.h"
+
 namespace h264 {
 
 enum NalType : uint8_t {
@@ -36,7 +38,7 @@ std::string nalUnit(uint8_t header, std::string_view payload);
 std::string textSei(std::string_view text);
 
 /// Longest that SPS and PPS with their start codes may be: what an open request's answer has room for.
-inline constexpr size_t kMaxParameterSetBytes = 96;
+inline constexpr size_t kMaxParameterSetBytes = kParameterSetAnswerBytes;
 
 /// Rewrites the access units of one source, in order. Remembers the parameter sets in force, since a source
 /// may send them only once.

@@ -21,8 +21,9 @@
 #include <vector>
 
 #include "platform/output_reader.h"
+#include "platform/output_words.h"
 
-inline constexpr uint32_t kStampsPerMs = 90;
+inline constexpr uint32_t kStampsPerMs = kPtsPerMs;
 
 /// The five bytes "PAUSE" stand for no picture.
 bool isPauseBlock(const OutputBlock& block);
