@@ -13,9 +13,9 @@ struct Landing {
     PICTURE_HEADER picture;
 };
 
-/// The records that a move starts from. Taking them brings a stream under recording up to date, so that the
-/// move sees its newest pictures.
-Landing takeRecords(CPbStreamVideo& video) {
+/// Those of the picture stood on. Asking for the first two follows a stream under recording, as the move does
+/// itself; of all three only the picture's id is ever read.
+Landing recordsOf(CPbStreamVideo& video) {
     Landing records;
     video.getDb(&records.db);
     video.getStH(&records.stream);
@@ -150,7 +150,7 @@ PB_STREAM_TIME Movement::aimAt(unsigned char kind, Direction direction, PB_STREA
 int Movement::m_moveStreamNormal(CPbStreamVideo* video, unsigned long count, PBTYPE) {
     m_position.m_pauseMode = kPauseNone;
     if (count == 0) count = 1;
-    Landing landing = takeRecords(*video);
+    Landing landing = recordsOf(*video);
     for (; count > 0; --count) {
         if (video->move(PBST_FORWARD, 1, &landing.picture, kSearchNone) >= 0) continue;
         if (!crossOver(*video, Direction::forward, landing, nullptr)) {
@@ -167,7 +167,7 @@ int Movement::m_moveStreamStep(CPbStreamVideo* video, unsigned char dir, unsigne
     m_position.m_pauseMode = kPauseNone;
     const auto direction = static_cast<Direction>(dir);
     const unsigned char search = direction == Direction::forward ? kSearchNone : kSearchBackward;
-    Landing landing = takeRecords(*video);
+    Landing landing = recordsOf(*video);
     if (video->move(dir, count, &landing.picture, search) < 0) {
         if (!crossOver(*video, direction, landing, &m_position.m_pbStreamTime)) {
             m_position.m_pauseMode = endOf(direction);
@@ -193,7 +193,7 @@ int Movement::m_moveStreamTime(CPbStreamVideo* video, unsigned char dir, PB_STRE
     }
     const unsigned char onward = forward ? kSearchForward : kSearchBackward;
     const unsigned char back = forward ? kSearchBackward : kSearchForward;
-    Landing landing = takeRecords(*video);
+    Landing landing = recordsOf(*video);
     if (video->getTime(time, &landing.db, &landing.stream, &landing.picture, onward, dir, 0).isNone()) {
         pauseMode = endOf(direction);
         logAt(LOG_ERR, "retTime.sec=0");

@@ -1,6 +1,7 @@
 // When a picture's turn has come. Play follows the recording's own clock: wall clock and picture clock are
 // taken together once, and from then on the wall clock runs ahead of the picture clock by the play speed.
-// Fast and reverse play go by the skip time instead. Values only: neither waits nor looks at a clock.
+// In fast and reverse play no pause is longer than a second, and a late picture still rests for half a GOP or
+// half the skip time. Values only: neither waits nor looks at a clock.
 #pragma once
 
 #include <sys/time.h>
