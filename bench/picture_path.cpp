@@ -15,7 +15,7 @@ namespace {
 class Engine : public CpbPickerThread {
 public:
     explicit Engine(uint32_t streamId)
-        : CpbPickerThread({.searchMode = kSearchModeId, .searchValue = streamId}) {
+        : CpbPickerThread({.searchMode = kStartAtStream, .searchValue = streamId}) {
         shm_create(paths().ipcKey, 'z', &m_output, 1, kPictureBufferBytes, kPictureBufferBytes, kOutputBlocks,
                    0);
     }

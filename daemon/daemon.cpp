@@ -13,51 +13,41 @@
 
 namespace {
 
-constexpr char kMain[] = "main";
-
-/// The status segment's object. Its destructor, which removes segment and semaphore set for the recorder
-/// too, is run by an orderly end and by nothing else.
-union StatusSegment {
-    StatusSegment() : server() {}
-    ~StatusSegment() {}
-    CtavirnShmServer server;
-};
-
 /// A missing key file gives the key -1, for the recorder too; it serves like any other.
 bool createStatusSegment(CtavirnShmServer& status) {
     const key_t key = ftok(paths().ipcKey, kStatusSegmentProject);
-    logNamed(LOG_INFO, kMain, "shmkey = %u", static_cast<unsigned>(key));
+    logNamed(LOG_INFO, "main", "shmkey = %u", static_cast<unsigned>(key));
     status.m_status = static_cast<REC_STATUS*>(status.creat(key));
     if (!status.m_status) return false;
     status.lockShm();
     *status.m_status = REC_STATUS{};
     status.unlockShm();
-    logNamed(LOG_INFO, kMain, "shmserver=%p", static_cast<void*>(&status));
+    logNamed(LOG_INFO, "main", "shmserver=%p", static_cast<void*>(&status));
     return true;
 }
 
 /// 0, or the exit code of the first step that failed.
 int startUp(Detach detach, int& listeningSocket, CtavirnShmServer& status) {
     if (detach == Detach::yes && daemon(0, 0) < 0) {
-        logNamed(LOG_ERR, kMain, "daemon error");
+        logNamed(LOG_ERR, "main", "daemon error");
         return kExitDetach;
     }
     if (setSignal() < 0) {
-        logNamed(LOG_ERR, kMain, "setSignal error");
+        logNamed(LOG_ERR, "main", "setSignal error");
         return kExitSignals;
     }
     if (createPidFile() < 0) { // after detaching, which changes the pid
-        logNamed(LOG_ERR, kMain, "createPidFile error");
+        logNamed(LOG_ERR, "main", "createPidFile error");
         return kExitPidFile;
     }
     listeningSocket = s_create_serv_socket(paths().controlSocket);
     if (listeningSocket < 0) {
-        logNamed(LOG_ERR, kMain, "create server socket error");
+        logNamed(LOG_ERR, "main", "create server socket error");
         return kExitSocket;
     }
     setStopSocket(listeningSocket);
     if (!createStatusSegment(status)) {
-        logNamed(LOG_ERR, kMain, "create shared memory error");
+        logNamed(LOG_ERR, "main", "create shared memory error");
         return kExitStatusSegment;
     }
     return 0;
@@ -66,14 +56,16 @@ int startUp(Detach detach, int& listeningSocket, CtavirnShmServer& status) {
 } // namespace
 
 int runDaemon(Detach detach) {
-    StatusSegment status;
+    // Destroyed by an orderly end and by nothing else: that removes segment and semaphore set for the
+    // recorder too. Static, so that what a failed start-up leaves stays in sight.
+    static CtavirnShmServer* const status = new CtavirnShmServer;
     int listeningSocket = -1;
-    if (const int code = startUp(detach, listeningSocket, status.server); code != 0) {
+    if (const int code = startUp(detach, listeningSocket, *status); code != 0) {
         logCaughtSignals();
         return code;
     }
 
-    RequestLoop loop(listeningSocket, status.server);
+    RequestLoop loop(listeningSocket, *status);
     int expected = kLoopNotBegun; // a stop caught during start-up holds
     g_loopFlag.compare_exchange_strong(expected, kLoopRun);
     loop.run();
@@ -83,7 +75,7 @@ int runDaemon(Detach detach) {
     close(listeningSocket);
     unlink(paths().controlSocket);
     unlink(paths().pidFile);
-    status.server.~CtavirnShmServer();
+    delete status;
     logCaughtSignals(); // those caught since the loop ended
     return 0;
 }

@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr char kName[] = "createPidFile";
 constexpr size_t kMaxPidText = 16;
 
 /// The number at the start of the open file's first bytes, 0 when there is none; false when it is empty.
@@ -22,7 +21,7 @@ bool readPid(int file, pid_t& pid) {
     char text[kMaxPidText + 1]{};
     errno = 0; // reading nothing is no error of its own
     if (read(file, text, kMaxPidText) <= 0) {
-        logNamed(LOG_ERR, kName, "fread error(%m)");
+        logNamed(LOG_ERR, "createPidFile", "fread error(%m)");
         return false;
     }
     // Taken as a 32-bit long would be, whatever the machine's.
@@ -40,11 +39,11 @@ int removeStaleFile(int file) {
     if (pid == 0) return -2;
     if (kill(pid, 0) == 0) return -1;
     if (errno != ESRCH) {
-        logNamed(LOG_ERR, kName, "kill error(%m)");
+        logNamed(LOG_ERR, "createPidFile", "kill error(%m)");
         return -3;
     }
     if (unlink(paths().pidFile) < 0) {
-        logNamed(LOG_ERR, kName, "unlink error(%m)");
+        logNamed(LOG_ERR, "createPidFile", "unlink error(%m)");
         return -5;
     }
     return 0;

@@ -10,9 +10,6 @@
 
 namespace {
 
-/// All messages here are the daemon's own, not a helper function's.
-constexpr char kMain[] = "main";
-
 constexpr timeval kPauseAfterFailedAccept{1, 0};
 constexpr int kParameterSetAttempts = 10;
 constexpr time_t kHintSeconds = 300;
@@ -69,13 +66,13 @@ void RequestLoop::handle(const rtsp_request& request, int connection) {
 
 void RequestLoop::shutDown() {
     if (!m_picker) return;
-    logNamed(LOG_INFO, kMain, "loop out");
+    logNamed(LOG_INFO, "main", "loop out");
     endEngine();
 }
 
 void RequestLoop::endFormattedSession() {
     if (m_picker) {
-        logNamed(LOG_ERR, kMain, "format: destroy pickerThread");
+        logNamed(LOG_ERR, "main", "format: destroy pickerThread");
         endEngine();
     }
     sessionNo = 0;
@@ -94,12 +91,12 @@ bool RequestLoop::isOfSession(const rtsp_request& request) const {
 void RequestLoop::open(int connection) {
     const int length = setUp();
     if (send_sps_pps(connection, parameterSets.data(), length) < 0)
-        logNamed(LOG_ERR, kMain, "sps/pps send error");
+        logNamed(LOG_ERR, "main", "sps/pps send error");
 }
 
 int RequestLoop::setUp() {
     if (m_picker) {
-        logNamed(LOG_ERR, kMain, "picker already existed");
+        logNamed(LOG_ERR, "main", "picker already existed");
         return fillFailure(parameterSets, OpenFailure::alreadyOpen);
     }
     const timeval now = wallclock::now();
@@ -121,40 +118,40 @@ int RequestLoop::searchGaveNothing(unsigned long errorNo) {
     logPlain(LOG_INFO, "error No = %d", static_cast<int>(errorNo));
     lastError |= static_cast<uint32_t>(errorNo);
     streamHint = kNoStreamHint;
-    if (errorNo != kSearchNoError) return fillFailure(parameterSets, OpenFailure::searchFailed);
-    logNamed(LOG_ERR, kMain, "stream not found");
+    if (errorNo != kDefaultStreamNoError) return fillFailure(parameterSets, OpenFailure::searchFailed);
+    logNamed(LOG_ERR, "main", "stream not found");
     return fillFailure(parameterSets, OpenFailure::noStream);
 }
 
 int RequestLoop::startEngine(uint32_t id, timeval now) {
     lastError = 0;
     T_PB_INFO info;
-    info.searchMode = kSearchModeId;
+    info.searchMode = kStartAtStream;
     info.searchValue = id;
     info.shmServer = &m_status;
     m_picker = static_cast<CpbPickerThread*>(CpbPickerThread::Instance(info));
     if (!m_picker) {
-        logNamed(LOG_ERR, kMain, "picker not created");
+        logNamed(LOG_ERR, "main", "picker not created");
         lastError |= kErrorNoEngine;
         return fillFailure(parameterSets, OpenFailure::setUpFailed);
     }
     const int length =
         m_picker->preGetData() == 1 ? m_picker->get_sps_pps(parameterSets.data(), kParameterSetAttempts) : 0;
     if (length > 0) {
-        logNamed(LOG_INFO, kMain, "SPS/PPS found");
+        logNamed(LOG_INFO, "main", "SPS/PPS found");
         m_picker->startThread();
         streamHint = kNoStreamHint;
     }
-    logNamed(LOG_INFO, kMain, "DB_STREAM streamID=%lu\n", asLu(id));
+    logNamed(LOG_INFO, "main", "DB_STREAM streamID=%lu\n", asLu(id));
     if (length > 0) return length;
     giveUp(id, now);
     return fillFailure(parameterSets, OpenFailure::setUpFailed);
 }
 
 void RequestLoop::giveUp(uint32_t id, timeval now) {
-    logNamed(LOG_ERR, kMain, "m_picker->get_sps_pps() error");
+    logNamed(LOG_ERR, "main", "m_picker->get_sps_pps() error");
     lastError = static_cast<uint32_t>(m_picker->getFatalError());
-    logNamed(LOG_ERR, kMain, "fatalerror=%lu", asLu(lastError));
+    logNamed(LOG_ERR, "main", "fatalerror=%lu", asLu(lastError));
     endEngine();
     sessionNo = 0;
     streamHint = id == 1 ? kNoStreamHint : id - 1;
@@ -180,7 +177,7 @@ void RequestLoop::setSkipTime(const rtsp_request& request) {
 void RequestLoop::tearDown(const rtsp_request& request) {
     if (!m_picker) return;
     if (const unsigned long id = rtsp_session_id(&request); id != 0 && id != sessionNo) return;
-    logNamed(LOG_INFO, kMain, "TEARDOWN");
+    logNamed(LOG_INFO, "main", "TEARDOWN");
     endEngine();
     sessionNo = 0;
 }
@@ -188,7 +185,7 @@ void RequestLoop::tearDown(const rtsp_request& request) {
 void RequestLoop::answerStatus(const rtsp_request& request, int connection) {
     fillStatus(statusAnswer, statusWord(request));
     if (send_status(connection, statusAnswer.data(), kStatusAnswerBytes) < 0)
-        logNamed(LOG_ERR, kMain, "status send error");
+        logNamed(LOG_ERR, "main", "status send error");
 }
 
 const char* RequestLoop::statusWord(const rtsp_request& request) {

@@ -26,13 +26,12 @@ void note(int signal) {
 }
 
 void logCaught(int signal) {
-    constexpr char kName[] = "sigcatch";
     if (signal == SIGUSR1)
-        logNamed(LOG_INFO, kName, "catch SIGUSR1 (%d)", signal);
+        logNamed(LOG_INFO, "sigcatch", "catch SIGUSR1 (%d)", signal);
     else if (signal == SIGUSR2)
-        logNamed(LOG_INFO, kName, "catch SIGUSR2 (%d)", signal);
+        logNamed(LOG_INFO, "sigcatch", "catch SIGUSR2 (%d)", signal);
     else
-        logNamed(LOG_INFO, kName, "catch SIGINT|SIGTERM|SIGQUIT (%d)", signal);
+        logNamed(LOG_INFO, "sigcatch", "catch SIGINT|SIGTERM|SIGQUIT (%d)", signal);
 }
 
 /// Without flags: in particular, an interrupted accept is not restarted.

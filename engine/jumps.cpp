@@ -1,151 +1,124 @@
-// Jumps of a play request. Each leaves the position on a picture, m_pbStreamTime on what it aimed at, and
-// the engine paused there, except that plain play and a range inside the recording play on. Playback thread.
 #include "engine/jumps.h"
 
-#include "engine/pb_picker_thread.h"
-#include "platform/log.h"
+namespace {
 
-uint32_t secondsApart(uint32_t a, uint32_t b) {
-    const uint32_t difference = a - b;
-    return static_cast<int32_t>(difference) < 0 ? 0u - difference : difference;
-}
+/// The searches a clock jump can end with.
+enum class ClockCandidate {
+    forward,     ///< forward from the second asked for
+    halfLater,   ///< backward from half a second after it
+    secondLater, ///< backward from one second after it
+};
 
+/// Chooses by how many seconds each search landed away from the second asked for.
 ClockCandidate clockCandidate(uint32_t forward, uint32_t halfLater, uint32_t secondLater) {
     if (forward <= halfLater && halfLater <= secondLater) return ClockCandidate::forward;
     if (forward > halfLater && halfLater < secondLater) return ClockCandidate::halfLater;
     return ClockCandidate::secondLater;
 }
 
-void CpbPickerThread::playOrJump(int32_t readyBefore) {
-    switch (m_curEvent.reqJump) {
+/// In seconds; the difference is taken as signed 32-bit.
+uint32_t secondsApart(PB_STREAM_TIME time, uint32_t second) {
+    const uint32_t difference = time.seconds() - second;
+    return static_cast<int32_t>(difference) < 0 ? 0u - difference : difference;
+}
+
+} // namespace
+
+void Jumps::leaveAlarm() {
+    CPbStreamVideo& video = m_position.m_pbStream;
+    if (m_alarmTime != video.getTimePts()) video.clearEventID();
+}
+
+AfterJump Jumps::jump(const PBDATA& request) {
+    switch (request.reqJump) {
     case JUMP_CLOCK:
     case JUMP_RANGE:
-        jumpToClock();
-        break;
+        return toClock(request);
     case JUMP_OLDEST:
-        jumpToOldest();
-        break;
+        m_movement.toEnd(Direction::backward);
+        m_position.m_pbRefresh = 1;
+        return AfterJump::pause;
     case JUMP_LATEST:
-        jumpToLatest();
-        break;
+        m_movement.toEnd(Direction::forward);
+        return AfterJump::pause;
     case JUMP_PREV_ALARM:
-        jumpToAlarm(kBackward);
-        break;
+        toAlarm(Direction::backward);
+        return AfterJump::pause; // also where the alarm can't be shown
     case JUMP_NEXT_ALARM:
-        jumpToAlarm(kForward);
-        break;
+        toAlarm(Direction::forward);
+        return AfterJump::pause;
     default:
-        m_pictureReady = readyBefore;
-        m_changePlayMode(kForward, kNormalSpeed);
-        break;
+        return AfterJump::none;
     }
 }
 
-void CpbPickerThread::jumpToClock() {
-    m_pbStreamTime = {m_curEvent.reqTime, 0};
-    if (!moveToTime(m_pbStreamTime, kForward)) {
-        skipTo(kSkipLatest);
-        moveToTime(m_pbStreamTime, kForward);
-        m_pauseMode = kPauseEnd;
-    }
-    const unsigned char dir = chooseClockTarget(m_curEvent.reqTime);
-    if (moveToTime(m_pbStreamTime, dir)) {
-        m_pbRefresh = 1;
-        m_pauseMode = kPauseNone; // also after a time before every recording
-    } else if (dir == kForward) {
-        skipTo(kSkipLatest);
-        moveToTime(m_pbStreamTime, kForward);
-        m_pauseMode = kPauseEnd;
+AfterJump Jumps::toClock(const PBDATA& request) {
+    m_position.m_pbStreamTime = {request.reqTime, 0};
+    if (!toAim(Direction::forward)) m_movement.toEnd(Direction::forward);
+    const Direction direction = chooseClockTarget(request.reqTime);
+    if (!toAim(direction)) {
+        m_movement.toEnd(direction);
     } else {
-        skipTo(kSkipOldest);
-        moveToTime(m_pbStreamTime, kBackward);
-        m_pauseMode = kPauseStart;
+        m_position.m_pbRefresh = 1;
+        m_position.m_pauseMode = kPauseNone; // also after a time before every recording
     }
-
-    if (m_curEvent.reqJump == JUMP_RANGE && m_pauseMode == kPauseNone) {
-        m_pictureReady = 1;
-        m_resyncPacing = 1;
-        m_changePlayMode(kForward, kNormalSpeed);
-    } else {
-        pausePlay();
-    }
+    if (request.reqJump != JUMP_RANGE || m_position.m_pauseMode != kPauseNone) return AfterJump::pause;
+    m_position.m_pictureReady = 1;
+    return AfterJump::playAfresh;
 }
 
-/// Tries the backward searches besides the forward one just made, and takes the target whose landing lies
-/// nearest to the second asked for: the direction to search in, the time in m_pbStreamTime.
-unsigned char CpbPickerThread::chooseClockTarget(uint32_t second) {
+/// Tries the backward searches besides the forward one just made, and aims at the target whose landing lies
+/// nearest to the second asked for; the direction to search in.
+Direction Jumps::chooseClockTarget(uint32_t second) {
     const PB_STREAM_TIME half{second, 500};
     const PB_STREAM_TIME next{second + 1, 0};
-    const PB_STREAM_TIME reached = m_pbStream.getTimePts();
+    const PB_STREAM_TIME reached = m_position.m_pbStream.getTimePts();
     const PB_STREAM_TIME beforeHalf = landingBackward(half);
     const PB_STREAM_TIME beforeNext = landingBackward(next);
-    switch (clockCandidate(secondsApart(reached.seconds(), second),
-                           secondsApart(beforeHalf.seconds(), second),
-                           secondsApart(beforeNext.seconds(), second))) {
+    switch (clockCandidate(secondsApart(reached, second), secondsApart(beforeHalf, second),
+                           secondsApart(beforeNext, second))) {
     case ClockCandidate::forward:
-        return kForward;
+        return Direction::forward;
     case ClockCandidate::halfLater:
-        m_pbStreamTime = half;
-        return kBackward;
+        m_position.m_pbStreamTime = half;
+        return Direction::backward;
     case ClockCandidate::secondLater:
         break;
     }
-    m_pbStreamTime = next;
-    return kBackward;
+    m_position.m_pbStreamTime = next;
+    return Direction::backward;
 }
 
-void CpbPickerThread::jumpToOldest() {
-    skipTo(kSkipOldest);
-    moveToTime(m_pbStreamTime, kBackward);
-    m_pbRefresh = 1;
-    m_pauseMode = kPauseStart;
-    pausePlay();
-}
-
-void CpbPickerThread::jumpToLatest() {
-    skipTo(kSkipLatest);
-    moveToTime(m_pbStreamTime, kForward);
-    m_pauseMode = kPauseEnd;
-    pausePlay();
-}
-
-void CpbPickerThread::jumpToAlarm(unsigned char dir) {
-    PB_STREAM_TIME from = m_pbStream.getTimePts();
-    m_pbStreamTime = m_pbStream.getSkip(&from, &m_db, &m_stH, &m_picH, kSkipEvent, dir, 0, 0);
-    if (m_pbStreamTime.sec == 0) {
-        m_pbStreamTime = from;
-    } else if (moveToTime(m_pbStreamTime, kForward)) {
+void Jumps::toAlarm(Direction direction) {
+    PB_STREAM_TIME from = m_position.m_pbStream.getTimePts();
+    if (m_movement.aimAt(kSkipEvent, direction, &from).isNone()) {
+        m_position.m_pbStreamTime = from;
+    } else if (toAim(Direction::forward)) {
         settleOnAlarm();
     }
-    pausePlay(); // every alarm jump ends paused, also one whose alarm can't be shown
 }
 
 /// Of the I-pictures on either side of the alarm, takes the one nearer to its start.
-void CpbPickerThread::settleOnAlarm() {
-    const uint32_t alarm = m_pbStreamTime.seconds();
-    const PB_STREAM_TIME after = m_pbStream.getTimePts();
-    moveToTime(m_pbStreamTime, kBackward);
-    const PB_STREAM_TIME before = m_pbStream.getTimePts();
-    if (secondsApart(alarm, before.seconds()) <= secondsApart(alarm, after.seconds())) {
-        moveToTime(m_pbStreamTime, kBackward);
+void Jumps::settleOnAlarm() {
+    CPbStreamVideo& video = m_position.m_pbStream;
+    const uint32_t alarm = m_position.m_pbStreamTime.seconds();
+    const PB_STREAM_TIME after = video.getTimePts();
+    toAim(Direction::backward);
+    if (secondsApart(video.getTimePts(), alarm) <= secondsApart(after, alarm)) {
+        toAim(Direction::backward);
     } else {
-        m_pbStreamTime = after;
-        moveToTime(m_pbStreamTime, kForward);
+        m_position.m_pbStreamTime = after;
+        toAim(Direction::forward);
     }
-    m_alarmTime = m_pbStream.getTimePts();
+    m_alarmTime = video.getTimePts();
 }
 
-/// Where a search backward from `time` lands; {0, 0} when it fails.
-PB_STREAM_TIME CpbPickerThread::landingBackward(PB_STREAM_TIME time) {
-    return moveToTime(time, kBackward) ? m_pbStream.getTimePts() : PB_STREAM_TIME{};
+bool Jumps::toAim(Direction direction) {
+    return m_movement.toTime(m_position.m_pbStreamTime, direction);
 }
 
-bool CpbPickerThread::moveToTime(PB_STREAM_TIME time, unsigned char dir) {
-    if (m_moveStreamTime(&m_pbStream, dir, time) != 0) return true;
-    logPlain(LOG_INFO, "m_moveStreamTime error!");
-    return false;
-}
-
-void CpbPickerThread::skipTo(unsigned char kind) {
-    m_pbStreamTime = m_pbStream.getSkip(nullptr, &m_db, &m_stH, &m_picH, kind, kForward, 0, 0);
+/// Where a search backward from `time` lands; none when it fails.
+PB_STREAM_TIME Jumps::landingBackward(PB_STREAM_TIME time) {
+    return m_movement.toTime(time, Direction::backward) ? m_position.m_pbStream.getTimePts()
+                                                        : PB_STREAM_TIME{};
 }

@@ -1,17 +1,33 @@
-// How a jump to a clock time chooses among the pictures around it. Pure.
+// Jumps of a play request. Each leaves play on a picture, with the time it aimed at.
 #pragma once
 
-#include <cstdint>
+#include "engine/movement.h"
 
-/// The searches a clock jump can end with.
-enum class ClockCandidate {
-    forward,     ///< forward from the second asked for
-    halfLater,   ///< backward from half a second after it
-    secondLater, ///< backward from one second after it
+enum class AfterJump {
+    none,       ///< no jump was asked for: play goes on from where it stands
+    playAfresh, ///< play goes on from the picture found, which goes out first
+    pause,
 };
 
-/// Chooses by how many seconds each search landed away from the second asked for.
-ClockCandidate clockCandidate(uint32_t forward, uint32_t halfLater, uint32_t secondLater);
+class Jumps {
+public:
+    Jumps(Position& position, Movement& movement) : m_position(position), m_movement(movement) {}
 
-/// The distance of two times in seconds; their difference is taken as signed 32-bit.
-uint32_t secondsApart(uint32_t a, uint32_t b);
+    /// What play has to do there.
+    AfterJump jump(const PBDATA& request);
+    /// Once play has left the alarm it jumped to, the next alarm search goes by time alone.
+    void leaveAlarm();
+
+private:
+    AfterJump toClock(const PBDATA& request);
+    Direction chooseClockTarget(uint32_t second);
+    void toAlarm(Direction direction);
+    void settleOnAlarm();
+    /// To the time aimed at.
+    bool toAim(Direction direction);
+    PB_STREAM_TIME landingBackward(PB_STREAM_TIME time);
+
+    Position& m_position;
+    Movement& m_movement;
+    PB_STREAM_TIME m_alarmTime; ///< playback time the last alarm jump reached
+};

@@ -1,124 +1,160 @@
-// Moving to the picture that the play type calls for, once per pass. Playback thread.
+#include "engine/movement.h"
+
 #include <cstdio>
 
-#include "engine/pb_picker_thread.h"
 #include "platform/log.h"
 
 namespace {
 
-/// The records that a move starts from and that it hands back. Taking them brings a stream under recording up
-/// to date first, so that the move sees its newest pictures.
+/// The records that a move hands back.
 struct Landing {
     DB_STREAM db;
     STREAM_HEADER stream;
     PICTURE_HEADER picture;
-
-    explicit Landing(CPbStreamVideo* video) {
-        video->getDb(&db);
-        video->getStH(&stream);
-        video->getPicH(&picture);
-    }
 };
 
-uint8_t endCode(uint32_t dir) {
-    return dir == kForward ? kPauseEnd : kPauseStart;
+/// Those of the picture stood on. Asking for the first two follows a stream under recording, as the move does
+/// itself; of all three only the picture's id is ever read.
+Landing recordsOf(CPbStreamVideo& video) {
+    Landing records;
+    video.getDb(&records.db);
+    video.getStH(&records.stream);
+    video.getPicH(&records.picture);
+    return records;
 }
 
-/// Crosses into the neighbouring stream because play ran past the end of this one.
-int crossOver(CPbStreamVideo* video, unsigned char dir, Landing& landing, PB_STREAM_TIME* reference) {
-    video->setplaylastframemode(1);
-    const int result = video->over(dir, &landing.db, &landing.stream, &landing.picture, reference, 0);
-    video->setplaylastframemode(0);
-    return result;
+uint8_t endOf(Direction direction) {
+    return direction == Direction::forward ? kPauseEnd : kPauseStart;
+}
+
+/// Crosses into the neighbouring stream because play ran past the end of this one; false where there is none.
+bool crossOver(CPbStreamVideo& video, Direction direction, Landing& landing, PB_STREAM_TIME* reference) {
+    video.setplaylastframemode(1);
+    const int result =
+        video.over(number(direction), &landing.db, &landing.stream, &landing.picture, reference, 0);
+    video.setplaylastframemode(0);
+    return result >= 0;
 }
 
 } // namespace
 
-int CpbPickerThread::movePictureData() {
-    unsigned long stepCount = 0;
-    m_eventHandler(stepCount);
-    switch (m_pbType) {
-    case PB_NORMAL: {
-        // The picture found by positioning goes out before the first move.
-        const bool move = m_pictureReady != 1;
-        if (!move) m_pictureReady = 0;
-        playNext(move);
+bool Movement::toStart(const T_PB_INFO& info) {
+    CPbStreamVideo& video = m_position.m_pbStream;
+    logPlain(LOG_INFO, "preGetData()");
+    video.clear();
+    Landing landing;
+    PB_STREAM_TIME found;
+    switch (info.searchMode) {
+    case kStartAtStream:
+        logPlain(LOG_INFO, "searchid[%ld]", asLd(info.searchValue));
+        found = video.getId(info.searchValue, &landing.db, &landing.stream, &landing.picture, 0);
         break;
-    }
-    case PB_SLOW:
-        playNext(true);
-        break;
-    case PB_FF:
-        playFast(kForward, playSpeed);
-        break;
-    case PB_REW:
-        playFast(kBackward, playSpeed);
-        break;
-    case PB_SLOW_REW:
-        playFast(kBackward, kSlowSpeed);
-        break;
-    case PB_STEP_FWD:
-        playStep(kForward, stepCount);
-        break;
-    case PB_STEP_BACK:
-        playStep(kBackward, stepCount);
-        break;
-    case PB_PAUSE:
+    case kStartAtTime:
+        logPlain(LOG_INFO, "search startdate[%ld]", asLd(info.searchValue));
+        found = video.getTime({info.searchValue, info.searchMSec}, &landing.db, &landing.stream,
+                              &landing.picture, kSearchForward, number(Direction::forward), 2);
         break;
     default:
-        return -3;
+        logPlain(LOG_INFO, "sendThread will return.[pb mode error]");
+        return false;
     }
-    return 0;
+    if (found.isNone()) {
+        logPlain(LOG_INFO, "sendThread will return.[video stream error]");
+        return false;
+    }
+    m_position.m_pictureReady = 1;
+    return true;
 }
 
-void CpbPickerThread::playNext(bool move) {
-    if (move && m_moveStreamNormal(&m_pbStream, 0, m_prevPbType) == 0) {
-        logPlain(LOG_INFO, "m_moveStream error!");
-        pausePlay();
-        return;
+bool Movement::toNext(PBTYPE prevType, unsigned long stepCount) {
+    const PlayState play = m_playMode.state();
+    switch (play.m_pbType) {
+    case PB_NORMAL:
+        // The picture found by positioning goes out before the first move.
+        if (m_position.m_pictureReady != 1) return playNext(prevType);
+        m_position.m_pictureReady = 0;
+        m_position.m_pbStreamTime = m_position.m_pbStream.getNowPts();
+        return true;
+    case PB_SLOW:
+        return playNext(prevType);
+    case PB_FF:
+        return playFast(Direction::forward, play.playSpeed, prevType);
+    case PB_REW:
+        return playFast(Direction::backward, play.playSpeed, prevType);
+    case PB_SLOW_REW:
+        return playFast(Direction::backward, kSlowSpeed, prevType);
+    case PB_STEP_FWD:
+        return playStep(Direction::forward, stepCount);
+    case PB_STEP_BACK:
+        return playStep(Direction::backward, stepCount);
+    default:
+        return true;
     }
-    m_pbStreamTime = m_pbStream.getNowPts();
+}
+
+bool Movement::playNext(PBTYPE prevType) {
+    if (m_moveStreamNormal(&m_position.m_pbStream, 0, prevType) == 0) {
+        logPlain(LOG_INFO, "m_moveStream error!");
+        return false;
+    }
+    m_position.m_pbStreamTime = m_position.m_pbStream.getNowPts();
+    return true;
 }
 
 /// Fast play reads nothing in between: it goes on by a span of playback time, and pauses on the last picture
 /// there is when that leaves the recording.
-void CpbPickerThread::playFast(unsigned char dir, uint32_t speed) {
-    if (m_pbRealRate == 0) {
+bool Movement::playFast(Direction direction, uint32_t speed, PBTYPE prevType) {
+    CPbStreamVideo& video = m_position.m_pbStream;
+    if (m_position.m_pbRealRate == 0) {
         logNamed(LOG_INFO, "movePictureData", "m_pbRealRate is 0");
-        m_pbRealRate = static_cast<uint32_t>(m_pbStream.getFrameRate());
+        m_position.m_pbRealRate = static_cast<uint32_t>(video.getFrameRate());
     }
-    m_pbStreamTime =
-        m_calcSpeedFrameTime(&m_pbStream, m_pbType, m_prevPbType, m_pbStreamTime, m_pbRealRate, speed, dir);
-    if (m_moveStreamTime(&m_pbStream, dir, m_pbStreamTime) != 0) return;
-    if (dir == kForward) {
-        logPlain(LOG_INFO, "m_moveStreamTime rearch end");
-        skipTo(kSkipLatest);
-    } else {
-        logPlain(LOG_INFO, "m_moveStreamTime rearch start");
-        skipTo(kSkipOldest);
-    }
-    moveToTime(m_pbStreamTime, dir);
-    m_pauseMode = endCode(dir);
-    pausePlay();
+    PB_STREAM_TIME& aim = m_position.m_pbStreamTime;
+    aim = m_calcSpeedFrameTime(&video, m_playMode.state().m_pbType, prevType, aim, m_position.m_pbRealRate,
+                               speed, number(direction));
+    if (m_moveStreamTime(&video, number(direction), aim) != 0) return true;
+    logPlain(LOG_INFO, direction == Direction::forward ? "m_moveStreamTime rearch end"
+                                                       : "m_moveStreamTime rearch start");
+    toEnd(direction);
+    return false;
 }
 
-void CpbPickerThread::playStep(unsigned char dir, unsigned long count) {
-    if (m_moveStreamStep(&m_pbStream, dir, count) == 0) {
+bool Movement::playStep(Direction direction, unsigned long count) {
+    if (m_moveStreamStep(&m_position.m_pbStream, number(direction), count) == 0) {
         logPlain(LOG_INFO, "m_moveStreamStep error!");
-        pausePlay();
-        return;
+        return false;
     }
-    m_pbStreamTime = m_pbStream.getNowPts();
+    m_position.m_pbStreamTime = m_position.m_pbStream.getNowPts();
+    return true;
 }
 
-int CpbPickerThread::m_moveStreamNormal(CPbStreamVideo* video, unsigned long count, PBTYPE) {
-    m_pauseMode = kPauseNone;
+bool Movement::toTime(PB_STREAM_TIME time, Direction direction) {
+    if (m_moveStreamTime(&m_position.m_pbStream, number(direction), time) != 0) return true;
+    logPlain(LOG_INFO, "m_moveStreamTime error!");
+    return false;
+}
+
+void Movement::toEnd(Direction direction) {
+    aimAt(direction == Direction::forward ? kSkipLatest : kSkipOldest);
+    toTime(m_position.m_pbStreamTime, direction);
+    m_position.m_pauseMode = endOf(direction);
+}
+
+PB_STREAM_TIME Movement::aimAt(unsigned char kind, Direction direction, PB_STREAM_TIME* from) {
+    Landing landing;
+    m_position.m_pbStreamTime = m_position.m_pbStream.getSkip(
+        from, &landing.db, &landing.stream, &landing.picture, kind, number(direction), 0, 0);
+    return m_position.m_pbStreamTime;
+}
+
+int Movement::m_moveStreamNormal(CPbStreamVideo* video, unsigned long count, PBTYPE) {
+    m_position.m_pauseMode = kPauseNone;
     if (count == 0) count = 1;
-    Landing landing(video);
+    Landing landing = recordsOf(*video);
     for (; count > 0; --count) {
         if (video->move(PBST_FORWARD, 1, &landing.picture, kSearchNone) >= 0) continue;
-        if (crossOver(video, kForward, landing, nullptr) < 0) {
-            m_pauseMode = kPauseEnd;
+        if (!crossOver(*video, Direction::forward, landing, nullptr)) {
+            m_position.m_pauseMode = kPauseEnd;
             logAt(LOG_INFO, "over() PB_NOT_EXIST_NEXT_STREAM");
             return 0;
         }
@@ -126,17 +162,19 @@ int CpbPickerThread::m_moveStreamNormal(CPbStreamVideo* video, unsigned long cou
     return 1;
 }
 
-int CpbPickerThread::m_moveStreamStep(CPbStreamVideo* video, unsigned char dir, unsigned long count) {
+int Movement::m_moveStreamStep(CPbStreamVideo* video, unsigned char dir, unsigned long count) {
     logPlain(LOG_INFO, "step num[%lu]!", count);
-    m_pauseMode = kPauseNone;
-    const unsigned char search = dir == kForward ? kSearchNone : kSearchBackward;
-    Landing landing(video);
+    m_position.m_pauseMode = kPauseNone;
+    const auto direction = static_cast<Direction>(dir);
+    const unsigned char search = direction == Direction::forward ? kSearchNone : kSearchBackward;
+    Landing landing = recordsOf(*video);
     if (video->move(dir, count, &landing.picture, search) < 0) {
-        if (crossOver(video, dir, landing, &m_pbStreamTime) < 0) {
-            m_pauseMode = endCode(dir);
+        if (!crossOver(*video, direction, landing, &m_position.m_pbStreamTime)) {
+            m_position.m_pauseMode = endOf(direction);
             return 0;
         }
-        if (dir == kBackward && video->move(PBST_BACKWARD, 0, &landing.picture, kSearchBackward) < 0) {
+        if (direction == Direction::backward &&
+            video->move(PBST_BACKWARD, 0, &landing.picture, kSearchBackward) < 0) {
             return 0;
         }
     }
@@ -144,31 +182,47 @@ int CpbPickerThread::m_moveStreamStep(CPbStreamVideo* video, unsigned char dir, 
     return 1;
 }
 
-int CpbPickerThread::m_moveStreamTime(CPbStreamVideo* video, unsigned char dir, PB_STREAM_TIME time) {
-    m_pauseMode = kPauseNone;
-    if (dir != kForward && dir != kBackward) {
+int Movement::m_moveStreamTime(CPbStreamVideo* video, unsigned char dir, PB_STREAM_TIME time) {
+    uint8_t& pauseMode = m_position.m_pauseMode;
+    pauseMode = kPauseNone;
+    const auto direction = static_cast<Direction>(dir);
+    const bool forward = direction == Direction::forward;
+    if (!forward && direction != Direction::backward) {
         logPlain(LOG_INFO, "invalid path!");
         return 0;
     }
-    const unsigned char onward = dir == kForward ? kSearchForward : kSearchBackward;
-    const unsigned char back = dir == kForward ? kSearchBackward : kSearchForward;
-    Landing landing(video);
-    const PB_STREAM_TIME found =
-        video->getTime(time, &landing.db, &landing.stream, &landing.picture, onward, dir, 0);
-    if (found.sec == 0) {
-        m_pauseMode = endCode(dir);
+    const unsigned char onward = forward ? kSearchForward : kSearchBackward;
+    const unsigned char back = forward ? kSearchBackward : kSearchForward;
+    Landing landing = recordsOf(*video);
+    if (video->getTime(time, &landing.db, &landing.stream, &landing.picture, onward, dir, 0).isNone()) {
+        pauseMode = endOf(direction);
         logAt(LOG_ERR, "retTime.sec=0");
         return 0;
     }
     if (video->getSOFflag() != 0) {
-        m_pauseMode = kPauseStart;
+        pauseMode = kPauseStart;
         std::fputs("getSOF", stdout);
     }
     // Decoding can only begin at an I-picture; at an end of the stream there may be none further on.
     if (video->move(dir, 0, &landing.picture, onward) < 0) {
-        m_pauseMode = endCode(dir);
+        pauseMode = endOf(direction);
         if (video->move(dir, 0, &landing.picture, back) < 0) return 0;
     }
     logAt(LOG_INFO, "m_video.offset=%lu", video->getOffset());
     return 1;
+}
+
+PB_STREAM_TIME Movement::m_calcSpeedFrameTime(CPbStreamVideo* video, PBTYPE, PBTYPE, PB_STREAM_TIME time,
+                                              unsigned long, unsigned long speed, unsigned char dir) {
+    DB_STREAM db;
+    video->getDb(&db);
+    // What was aimed at counts within the stream it was found in.
+    if (m_lastStreamID != db.streamID) time = video->getTimePts();
+    m_lastStreamID = db.streamID;
+    const uint32_t stepMs = m_playMode.ffSkipTime() * static_cast<uint32_t>(speed) / 10;
+    return m_calcDiffTime(time, {stepMs / 1000, stepMs % 1000}, dir);
+}
+
+PB_STREAM_TIME Movement::m_calcDiffTime(PB_STREAM_TIME time, PB_STREAM_TIME step, unsigned char dir) {
+    return static_cast<Direction>(dir) == Direction::backward ? time - step : time + step;
 }

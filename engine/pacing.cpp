@@ -1,10 +1,6 @@
-// When a picture's turn has come. Play follows the recording's own clock: wall clock and picture clock are
-// taken together once, and from then on the wall clock runs ahead of the picture clock by the play speed.
-// Fast and reverse play go by the skip time instead. Playback thread, outside m_dataMutex.
-#include <algorithm>
+#include "engine/pacing.h"
 
-#include "engine/pb_picker_thread.h"
-#include "platform/clock.h"
+#include <algorithm>
 
 namespace {
 
@@ -35,105 +31,74 @@ bool isGap(timeval span, uint32_t gops) {
     return static_cast<uint64_t>(span.tv_sec) >= gops;
 }
 
-} // namespace
-
-timeval CpbPickerThread::m_sleepTimer(timeval, timeval) {
-    const timeval now = wallclock::now();
-    STREAM_HEADER stream; // first of all, so that pause and base speak of the picture a refresh leaves
-    m_pbStream.getStH(&stream);
-
-    timeval pause;
-    if (m_pbType == PB_PAUSE) {
-        pause = kStillPause;
-    } else if (playSpeed == m_prevPlaySpeed && direction == m_prevDirection && m_resyncPacing == 0) {
-        pause = paceAgainstBase(now, stream.gops);
-    } else {
-        pause = startAfresh(now);
-    }
-
-    m_resyncPacing = 0;
-    if (stream.id != m_prevStreamIdPacing && pause.tv_sec > 0) {
-        pause = kLongestCut;
-        rebase(now);
-    }
-    m_prevPlaySpeed = playSpeed;
-    m_prevDirection = direction;
-    m_prevStreamIdPacing = stream.id;
-    wallclock::sleepFor(pause);
-    return pause;
-}
-
-timeval CpbPickerThread::paceAgainstBase(timeval now, uint32_t gops) {
-    timeval wall;
-    timersub(&now, &m_baseWallTime, &wall);
-    const timeval shown = fromStreamTime(shownSinceBase());
-    timeval apart;
-    if (timercmp(&wall, &shown, <)) {
-        timersub(&shown, &wall, &apart);
-        return pauseWhenEarly(apart, now, gops);
-    }
-    timersub(&wall, &shown, &apart);
-    return pauseWhenLate(apart, now, gops);
-}
-
-timeval CpbPickerThread::pauseWhenEarly(timeval lead, timeval now, uint32_t gops) {
-    if (isGap(lead, gops)) {
-        rebase(now);
-        return kShortestPause;
-    }
-    return isFast(m_pbType) && lead.tv_sec > 0 ? kLongestCut : lead;
-}
-
-timeval CpbPickerThread::pauseWhenLate(timeval lag, timeval now, uint32_t gops) {
-    if (isGap(lag, gops)) rebase(now);
-    if (!isFast(m_pbType)) return kShortestPause;
-    return fromMs(std::min(halfGopMs(gops), ffSkipTime() / 2));
-}
-
-/// The first pause after a change of speed or direction, and after a jump that plays on.
-timeval CpbPickerThread::startAfresh(timeval now) {
-    const timeval pause = isFast(m_pbType) ? fromMs(ffSkipTime()) : kShortestPause;
-    timeval turn;
-    timeradd(&now, &pause, &turn);
-    rebase(turn);
-    return pause;
-}
-
-void CpbPickerThread::rebase(timeval wallTime) {
-    m_baseWallTime = wallTime;
-    m_basePts = m_pbStream.getNowPts();
-    m_prevPts = m_basePts;
-}
-
 /// Recording time shown since the base, as wall time at the play speed.
-PB_STREAM_TIME CpbPickerThread::shownSinceBase() const {
-    const PB_STREAM_TIME pts = m_pbStream.getNowPts();
-    const PB_STREAM_TIME span = direction == kForward ? pts - m_basePts : m_basePts - pts;
-    return span / playSpeed * 10;
+timeval shownSince(PB_STREAM_TIME base, const Moment& moment) {
+    const bool forward = moment.play.direction == Direction::forward;
+    const PB_STREAM_TIME span = forward ? moment.pts - base : base - moment.pts;
+    return fromStreamTime(span / moment.play.playSpeed * 10);
 }
 
 /// Half the time that a GOP takes at the play speed, in milliseconds.
-uint32_t CpbPickerThread::halfGopMs(uint32_t gops) const {
-    const uint64_t rate = m_pbStream.getFrameRate();
-    const uint64_t speed = playSpeed != 0 ? playSpeed : kNormalSpeed;
+uint32_t halfGopMs(const Moment& moment) {
+    const uint64_t rate = moment.frameRate != 0 ? moment.frameRate : kAssumedFrameRate;
+    const uint64_t speed = moment.play.playSpeed != 0 ? moment.play.playSpeed : kNormalSpeed;
     // In 64 bits, since a product that wraps could be 0.
-    const uint64_t ms = uint64_t{gops} * 10000 / (speed * (rate != 0 ? rate : kAssumedFrameRate)) / 2;
+    const uint64_t ms = uint64_t{moment.gops} * 10000 / (speed * rate) / 2;
     return static_cast<uint32_t>(std::min<uint64_t>(ms, UINT32_MAX));
 }
 
-PB_STREAM_TIME CpbPickerThread::m_calcSpeedFrameTime(CPbStreamVideo* video, PBTYPE type, PBTYPE prevType,
-                                                     PB_STREAM_TIME time, unsigned long, unsigned long speed,
-                                                     unsigned char dir) {
-    DB_STREAM db;
-    video->getDb(&db);
-    if (type != prevType || m_lastStreamID != db.streamID) {
-        if (m_lastStreamID != db.streamID) time = video->getTimePts();
-        m_lastStreamID = db.streamID;
-    }
-    const uint32_t stepMs = ffSkipTime() * static_cast<uint32_t>(speed) / 10;
-    return m_calcDiffTime(time, {stepMs / 1000, stepMs % 1000}, dir);
+timeval pauseWhenEarly(timeval lead, PBTYPE type) {
+    return isFast(type) && lead.tv_sec > 0 ? kLongestCut : lead;
 }
 
-PB_STREAM_TIME CpbPickerThread::m_calcDiffTime(PB_STREAM_TIME time, PB_STREAM_TIME step, unsigned char dir) {
-    return dir == kBackward ? time - step : time + step;
+timeval pauseWhenLate(const Moment& moment) {
+    if (!isFast(moment.play.m_pbType)) return kShortestPause;
+    return fromMs(std::min(halfGopMs(moment), moment.skipMs / 2));
+}
+
+} // namespace
+
+Pacing::Pause Pacing::pauseAt(const Moment& moment) {
+    const PlayState& play = moment.play;
+    Pause pause{kStillPause, false};
+    if (play.m_pbType != PB_PAUSE) {
+        const bool asBefore = play.playSpeed == m_prevPlaySpeed && play.direction == m_prevDirection;
+        pause = asBefore && !m_resyncPacing ? paceAgainstBase(moment) : startAfresh(moment);
+    }
+    m_resyncPacing = false;
+    if (moment.streamId != m_prevStreamIdPacing && pause.span.tv_sec > 0)
+        pause = rebase(kLongestCut, moment.now, moment.pts);
+    m_prevPlaySpeed = play.playSpeed;
+    m_prevDirection = play.direction;
+    m_prevStreamIdPacing = moment.streamId;
+    return pause;
+}
+
+Pacing::Pause Pacing::paceAgainstBase(const Moment& moment) {
+    timeval wall;
+    timersub(&moment.now, &m_baseWallTime, &wall);
+    const timeval shown = shownSince(m_basePts, moment);
+    timeval apart;
+    if (timercmp(&wall, &shown, <)) {
+        timersub(&shown, &wall, &apart);
+        if (isGap(apart, moment.gops)) return rebase(kShortestPause, moment.now, moment.pts);
+        return {pauseWhenEarly(apart, moment.play.m_pbType), false};
+    }
+    timersub(&wall, &shown, &apart);
+    const timeval span = pauseWhenLate(moment);
+    return isGap(apart, moment.gops) ? rebase(span, moment.now, moment.pts) : Pause{span, false};
+}
+
+/// The first pause after a change of speed or direction, and after a jump that plays on.
+Pacing::Pause Pacing::startAfresh(const Moment& moment) {
+    const timeval span = isFast(moment.play.m_pbType) ? fromMs(moment.skipMs) : kShortestPause;
+    timeval turn;
+    timeradd(&moment.now, &span, &turn);
+    return rebase(span, turn, moment.pts);
+}
+
+Pacing::Pause Pacing::rebase(timeval span, timeval wallTime, PB_STREAM_TIME pts) {
+    m_baseWallTime = wallTime;
+    m_basePts = pts;
+    return {span, true};
 }

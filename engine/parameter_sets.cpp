@@ -1,13 +1,13 @@
-// Cutting SPS and PPS out of a recorded picture, for the answer to an open request. Main thread, before the
-// playback thread exists. The moves made here do not decide where playback starts.
+#include "engine/parameter_sets.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "daemon/rtsp_request.h"
-#include "engine/parameter_set_scan.h"
-#include "engine/pb_picker_thread.h"
+#include "engine/picker_thread.h"
 #include "platform/log.h"
+#include "stream/pb_stream_video.h"
 
 namespace {
 
@@ -17,8 +17,6 @@ constexpr uint8_t kNalPps = 8;
 
 /// The scan never looks at a start code whose position lies in the last so many bytes.
 constexpr size_t kScanMargin = 5;
-
-constexpr char kAttemptName[] = "m_get_sps_pps";
 
 bool startsNal(const uint8_t* bytes, uint8_t type) {
     static constexpr uint8_t kStartCode[] = {0, 0, 0, 1};
@@ -35,6 +33,24 @@ struct FreeBuffer {
     void operator()(unsigned char* buffer) const { std::free(buffer); }
 };
 
+/// Moves to the next I-picture, into the next stream where this one ends; its header. False, with a message,
+/// when there is none.
+bool nextIPicture(CPbStreamVideo& video, PICTURE_HEADER& picture) {
+    video.getPicH(&picture);
+    if (video.move(PBST_FORWARD, 1, &picture, kSearchForward) >= 0) return true;
+    DB_STREAM db;
+    STREAM_HEADER stream;
+    if (video.over(number(Direction::forward), &db, &stream, &picture, nullptr, 0) < 0) {
+        logNamed(LOG_ERR, "m_get_sps_pps", "Not exist next stream");
+        return false;
+    }
+    if (video.move(PBST_FORWARD, 1, &picture, kSearchForward) < 0) {
+        logNamed(LOG_ERR, "m_get_sps_pps", "Not exist I-frame in the next stream");
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 ParameterSets scanParameterSets(const uint8_t* picture, size_t size) {
@@ -48,40 +64,11 @@ ParameterSets scanParameterSets(const uint8_t* picture, size_t size) {
     return {.found = true, .position = sps, .length = sei == end ? 0 : sei - sps};
 }
 
-int CpbPickerThread::get_sps_pps(char* buffer, int attempts) {
-    for (; attempts > 0; --attempts) {
-        const int length = m_get_sps_pps(buffer);
-        if (length > 0) {
-            logAt(LOG_INFO, "SPS/PPS found");
-            return length;
-        }
-    }
-    return -1;
-}
-
-/// Moves to the next I-picture, into the next stream where this one ends; its header. False, with a message,
-/// when there is none.
-bool CpbPickerThread::nextIPicture(PICTURE_HEADER& picture) {
-    m_pbStream.getPicH(&picture);
-    if (m_pbStream.move(PBST_FORWARD, 1, &picture, kSearchForward) >= 0) return true;
-    DB_STREAM db;
-    STREAM_HEADER stream;
-    if (m_pbStream.over(kForward, &db, &stream, &picture, nullptr, 0) < 0) {
-        logNamed(LOG_ERR, kAttemptName, "Not exist next stream");
-        return false;
-    }
-    if (m_pbStream.move(PBST_FORWARD, 1, &picture, kSearchForward) < 0) {
-        logNamed(LOG_ERR, kAttemptName, "Not exist I-frame in the next stream");
-        return false;
-    }
-    return true;
-}
-
-int CpbPickerThread::m_get_sps_pps(char* buffer) {
+int m_get_sps_pps(CPbStreamVideo& video, char* buffer) {
     PICTURE_HEADER picture;
-    if (!nextIPicture(picture)) return -1;
+    if (!nextIPicture(video, picture)) return -1;
     // The header comes from the card, so its size is checked before anything is allocated for it.
-    if (picture.size < kMinPictureBytes || picture.size > kPictureBufferBytes) {
+    if (picture.size < kMinPictureBytes || picture.size > CpickerThread::kPictureBufferBytes) {
         logAt(LOG_ERR, "invalid picH.size=%ld", asLd(picture.size));
         return -1;
     }
@@ -91,7 +78,7 @@ int CpbPickerThread::m_get_sps_pps(char* buffer) {
         logAt(LOG_ERR, "malloc error");
         return -1;
     }
-    if (m_pbStream.get(data.get()) < 0) {
+    if (video.get(data.get()) < 0) {
         logAt(LOG_ERR, "data get() error");
         return -1;
     }

@@ -1,33 +1,17 @@
 #include "engine/pb_picker_thread.h"
 
-#include <cstring>
 #include <new>
+#include <utility>
 
+#include "engine/parameter_sets.h"
+#include "engine/request_analysis.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 
 namespace {
 
-/// Time stamp units times 10 in a second: divided by a frame rate in tenths, the step of one frame.
-constexpr uint32_t kPtsTenths = kPtsPerMs * 1000 * 10;
 /// Rest while nothing new is shown, on top of the pacing pause.
 constexpr timeval kStillRest{.tv_sec = 0, .tv_usec = 20000};
-
-/// a - b in milliseconds, for a after b; wraps at 32 bits on purpose.
-uint32_t spanMs(PB_STREAM_TIME a, PB_STREAM_TIME b) {
-    const PB_STREAM_TIME span = a - b;
-    return span.seconds() * 1000u + span.mSec;
-}
-
-/// Time stamp step of a span shown at `speed` tenths; the order of the divisions decides the rounding.
-uint32_t playedStep(uint32_t units, uint32_t speed) {
-    return speed == 0 ? units : units / speed * 10;
-}
-
-int pauseBlock(char* buffer) {
-    std::memcpy(buffer, kPauseBlock, kPauseBlockBytes);
-    return kPauseBlockBytes;
-}
 
 } // namespace
 
@@ -41,129 +25,167 @@ CpickerThread* CpbPickerThread::Instance(T_PB_INFO info) {
 }
 
 CpbPickerThread::CpbPickerThread(T_PB_INFO info)
-    : CpickerThread(info), m_pbStream(info.shmServer), m_pbInfo(info) {}
+    : CpickerThread(info), m_position(info.shmServer), m_pbInfo(info) {}
 
 CpbPickerThread::~CpbPickerThread() {
     m_dataMutex.drain();
-    m_modeMutex.drain();
-    m_keepAliveMutex.drain();
+    m_playMode.drain();
+    m_keepAlive.drain();
+}
+
+// ---- main thread ----
+
+int CpbPickerThread::preGetData() {
+    return m_movement.toStart(m_pbInfo) ? 1 : 0;
+}
+
+int CpbPickerThread::get_sps_pps(char* buffer, int attempts) {
+    for (; attempts > 0; --attempts) {
+        const int length = m_get_sps_pps(m_position.m_pbStream, buffer);
+        if (length > 0) {
+            logAt(LOG_INFO, "SPS/PPS found");
+            return length;
+        }
+    }
+    return -1;
 }
 
 void CpbPickerThread::startThread() {
     launch();
 }
 
-unsigned long CpbPickerThread::getFatalError() {
-    return m_pbStream.getErrorflag();
+int CpbPickerThread::analyzeEventData(const rtsp_request* request) {
+    const std::optional<PBDATA> wanted = analyzeRequest(*request);
+    if (!wanted) return -1;
+    m_requests.push(*wanted);
+    return 0;
 }
 
-int CpbPickerThread::preGetData() {
-    logPlain(LOG_INFO, "preGetData()");
-    m_pbStream.clear();
-    PB_STREAM_TIME found;
-    switch (m_pbInfo.searchMode) {
-    case kSearchModeId:
-        logPlain(LOG_INFO, "searchid[%ld]", asLd(m_pbInfo.searchValue));
-        found = m_pbStream.getId(m_pbInfo.searchValue, &m_db, &m_stH, &m_picH, 0);
-        break;
-    case kSearchModeTime:
-        logPlain(LOG_INFO, "search startdate[%ld]", asLd(m_pbInfo.searchValue));
-        found = m_pbStream.getTime({m_pbInfo.searchValue, m_pbInfo.searchMSec}, &m_db, &m_stH, &m_picH, 1,
-                                   kForward, 2);
-        break;
-    default:
-        logPlain(LOG_INFO, "sendThread will return.[pb mode error]");
-        return 0;
-    }
-    if (found.sec == 0) {
-        logPlain(LOG_INFO, "sendThread will return.[video stream error]");
-        return 0;
-    }
-    m_pictureReady = 1;
-    return 1;
+PBTYPE CpbPickerThread::getCurrentPlayMode() {
+    return m_playMode.getCurrentPlayMode();
 }
+
+unsigned char CpbPickerThread::getCurrentPauseMode() {
+    return m_playMode.getCurrentPauseMode();
+}
+
+void CpbPickerThread::setFFSkipTime(unsigned long ms) {
+    m_playMode.setFFSkipTime(ms);
+}
+
+unsigned long CpbPickerThread::getFatalError() {
+    return m_position.m_pbStream.getErrorflag();
+}
+
+// ---- playback thread: the steps of a pass ----
+
+timeval CpbPickerThread::m_sleepTimer(timeval, timeval) {
+    const timeval now = wallclock::now();
+    CPbStreamVideo& video = m_position.m_pbStream;
+    STREAM_HEADER stream; // first of all, so that pause and base speak of the picture a refresh leaves
+    video.getStH(&stream);
+    const PB_STREAM_TIME pts = video.getNowPts();
+    const Pacing::Pause pause = m_pacing.pauseAt({.now = now,
+                                                  .play = m_playMode.state(),
+                                                  .pts = pts,
+                                                  .streamId = stream.id,
+                                                  .gops = stream.gops,
+                                                  .frameRate = static_cast<uint32_t>(video.getFrameRate()),
+                                                  .skipMs = m_playMode.ffSkipTime()});
+    if (pause.rebased) m_output.countFrom(pts);
+    wallclock::sleepFor(pause.span);
+    return pause.span;
+}
+
+int CpbPickerThread::movePictureData() {
+    unsigned long stepCount = 0;
+    m_eventHandler(stepCount);
+    if (!isPlayed(m_playMode.state().m_pbType)) return -3;
+    if (!m_movement.toNext(m_output.prevType(), stepCount)) pausePlay();
+    return 0;
+}
+
+int CpbPickerThread::getPictureData(char* buffer) {
+    const PlayState state = m_playMode.state();
+    const BlockKind kind =
+        m_output.kindAt(state.m_pbType, m_position.m_pbStream.getNowPts(), m_position.m_pbRefresh != 0);
+    if (kind == BlockKind::none) return -3;
+    if (kind == BlockKind::rest) {
+        wallclock::sleepFor(kStillRest);
+        return fillPauseBlock(buffer);
+    }
+    const BlockMaker::Block block = m_output.fill(buffer, kind, state, m_position);
+    m_timestamp += block.stampStep;
+    if (isStep(state.m_pbType)) pausePlay();
+    return block.length;
+}
+
+void CpbPickerThread::freeSrcData() {}
 
 int CpbPickerThread::endGetData() {
     return 1;
 }
 
-void CpbPickerThread::freeSrcData() {}
+// ---- requests ----
 
-int CpbPickerThread::getPictureData(char* buffer) {
-    const PB_STREAM_TIME pts = m_pbStream.getNowPts();
-    int length = 0;
-    switch (m_pbType) {
-    case PB_NORMAL:
-    case PB_SLOW:
-        length = playedBlock(buffer, pts);
+int CpbPickerThread::m_eventHandler(unsigned long& stepCount) {
+    if (!m_requests.takeNewest(m_curEvent)) {
+        stepCount = m_curEvent.reqSpeed;
+        return 1;
+    }
+    const int32_t readyBefore = std::exchange(m_position.m_pictureReady, 0);
+    m_jumps.leaveAlarm();
+    switch (m_curEvent.reqType) {
+    case kReqPlay:
+        playOrJump(readyBefore);
+        logAt(LOG_INFO, "m_pbStreamTime = %lu", asLu(m_position.m_pbStreamTime.seconds()));
         break;
-    case PB_FF:
-        length = fastBlock(buffer, pts > m_prevPts, pts, m_prevPts);
+    case kReqScaleForward:
+        play(Direction::forward, m_curEvent.reqSpeed);
         break;
-    case PB_REW:
-    case PB_SLOW_REW:
-        length = fastBlock(buffer, pts < m_prevPts, m_prevPts, pts);
+    case kReqScaleReverse:
+        play(Direction::backward, m_curEvent.reqSpeed);
         break;
-    case PB_STEP_FWD:
-    case PB_STEP_BACK:
-        length = readPicture(buffer);
-        m_timestamp += frameStep();
+    case kReqStepForward:
+        stepCount = m_curEvent.reqSpeed;
+        play(Direction::forward, kStepSpeed);
         break;
-    case PB_PAUSE:
-        if (m_pbRefresh == 0 && (pts == m_prevPts || pts.sec == 0)) {
-            wallclock::sleepFor(kStillRest);
-            return pauseBlock(buffer);
-        }
-        length = readPicture(buffer);
-        if (length > 0) m_pbRefresh = 0;
-        m_timestamp += frameStep();
+    case kReqStepBackward:
+        stepCount = m_curEvent.reqSpeed;
+        play(Direction::backward, kStepSpeed);
+        break;
+    case kReqPause:
+        m_position.m_pictureReady = readyBefore;
+        pausePlay();
         break;
     default:
-        return -3;
+        break;
     }
-    m_prevPts = pts;
+    return 1;
+}
 
-    if (m_pbType != m_prevPbType) {
-        DB_STREAM db;
-        m_pbStream.getDb(&db);
-        logAt(LOG_INFO, "m_pbType changed. streamID=%ld pbTime=%ld", asLd(db.streamID),
-              asLd(m_pbStream.getTimePts().sec));
+void CpbPickerThread::playOrJump(int32_t readyBefore) {
+    switch (m_jumps.jump(m_curEvent)) {
+    case AfterJump::none:
+        m_position.m_pictureReady = readyBefore;
+        break;
+    case AfterJump::playAfresh:
+        m_pacing.resync();
+        break;
+    case AfterJump::pause:
+        return pausePlay();
     }
-    m_prevPbType = m_pbType;
-    if (m_pbType == PB_STEP_FWD || m_pbType == PB_STEP_BACK) pausePlay();
-    return length;
+    play(Direction::forward, kNormalSpeed);
 }
 
-/// The current picture; 0 when it can't be read.
-int CpbPickerThread::readPicture(char* buffer) {
-    STREAM_HEADER stream; // asking for it follows a stream under recording
-    m_pbStream.getStH(&stream);
-    PICTURE_HEADER picture;
-    m_pbStream.getPicH(&picture);
-    const bool read = m_pbStream.get(reinterpret_cast<unsigned char*>(buffer)) >= 0;
-    m_pbRealRate = static_cast<uint32_t>(m_pbStream.getFrameRate());
-    return read ? static_cast<int>(picture.size) : 0;
+void CpbPickerThread::play(Direction direction, uint32_t speed) {
+    m_changePlayMode(number(direction), speed);
 }
 
-/// Normal and slow play: every picture, stamped by its own time.
-int CpbPickerThread::playedBlock(char* buffer, PB_STREAM_TIME pts) {
-    const int length = readPicture(buffer);
-    m_timestamp += pts > m_prevPts ? playedStep(spanMs(pts, m_prevPts) * kPtsPerMs, playSpeed)
-                                   : playedStep(frameStep(), playSpeed);
-    return length;
+void CpbPickerThread::pausePlay() {
+    play(Direction::forward, 0);
 }
 
-/// Fast and reverse play: a picture only when it lies `further` on in the direction of play. The pictures
-/// are far apart, so a step of two frames or more is cut to one.
-int CpbPickerThread::fastBlock(char* buffer, bool further, PB_STREAM_TIME later, PB_STREAM_TIME earlier) {
-    if (!further) return pauseBlock(buffer);
-    const int length = readPicture(buffer);
-    const uint32_t step = playedStep(spanMs(later, earlier) * kPtsPerMs, playSpeed);
-    m_timestamp += step < 2 * frameStep() ? step : frameStep();
-    return length;
-}
-
-/// Time stamp step of one frame of the current stream.
-uint32_t CpbPickerThread::frameStep() const {
-    return kPtsTenths / (m_pbRealRate != 0 ? m_pbRealRate : kAssumedFrameRate);
+unsigned long CpbPickerThread::m_changePlayMode(unsigned long direction, unsigned long speed) {
+    return m_playMode.m_changePlayMode(direction, speed, m_position.m_pauseMode);
 }

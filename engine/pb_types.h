@@ -3,19 +3,21 @@
 
 #include <cstdint>
 
+#include "stream/direction.h"
+
 class CtavirnShmServer;
 
 /// What an engine is created with.
 struct T_PB_INFO {
-    uint32_t searchMode = 0;               ///< kSearchModeId or kSearchModeTime
+    uint32_t searchMode = 0;               ///< kStartAtStream or kStartAtTime
     uint32_t searchValue = 0;              ///< stream ID, or start time in seconds since the epoch
     uint32_t searchMSec = 0;               ///< milliseconds of the start time
     CtavirnShmServer* shmServer = nullptr; ///< status segment, not owned
     uint32_t spare = 0;
 };
 
-inline constexpr uint32_t kSearchModeId = 2;
-inline constexpr uint32_t kSearchModeTime = 3;
+inline constexpr uint32_t kStartAtStream = 2;
+inline constexpr uint32_t kStartAtTime = 3;
 
 /// The play type; 7 and 8 do not exist.
 enum PBTYPE : int32_t {
@@ -29,6 +31,15 @@ enum PBTYPE : int32_t {
     PB_PAUSE = 9,
     PB_INIT = 10, ///< nothing was output yet
 };
+
+/// Play types in which a pass gives a block.
+constexpr bool isPlayed(PBTYPE type) {
+    return (PB_NORMAL <= type && type <= PB_SLOW_REW) || type == PB_PAUSE;
+}
+
+constexpr bool isStep(PBTYPE type) {
+    return type == PB_STEP_FWD || type == PB_STEP_BACK;
+}
 
 /// One queued play or pause request.
 struct PBDATA {
@@ -63,9 +74,10 @@ inline constexpr uint8_t kPauseNone = 0;
 inline constexpr uint8_t kPauseEnd = 1;   ///< end of the recording reached
 inline constexpr uint8_t kPauseStart = 2; ///< start of the recording reached
 
-/// Directions, wherever one is passed.
-inline constexpr uint32_t kForward = 0;
-inline constexpr uint32_t kBackward = 1;
+/// As the published operations take it.
+constexpr unsigned char number(Direction direction) {
+    return static_cast<unsigned char>(direction);
+}
 
 inline constexpr uint32_t kNormalSpeed = 10;  ///< tenths: 1.0x
 inline constexpr uint32_t kSlowSpeed = 5;     ///< tenths: every slow play
@@ -74,9 +86,6 @@ inline constexpr uint32_t kStepSpeed = 65535; ///< stands for a step
 /// Frames per second times 10, in place of a frame rate that the recording does not tell.
 inline constexpr uint32_t kAssumedFrameRate = 300;
 
+/// Bounds of the skip time.
 inline constexpr uint32_t kMinSkipMs = 333;
 inline constexpr uint32_t kMaxSkipMs = 1000;
-
-inline constexpr uint32_t kPtsPerMs = 90;
-inline constexpr char kPauseBlock[] = "PAUSE"; ///< output without its terminating zero
-inline constexpr int kPauseBlockBytes = sizeof kPauseBlock - 1;

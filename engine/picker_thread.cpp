@@ -13,12 +13,6 @@
 
 namespace {
 
-/// A session without a request for longer than this is torn down.
-constexpr time_t kKeepAliveSeconds = 60;
-
-/// Messages of the thread's run go by this name, whichever step of it reports.
-constexpr char kThreadName[] = "pickerThread";
-
 rtsp_request teardownRequest(uint32_t sessionId) {
     rtsp_request request{};
     request.type = RTSP_REQ_TEARDOWN;
@@ -85,9 +79,7 @@ void CpickerThread::end() {
 }
 
 void CpickerThread::setKeepAlive(unsigned long sessionId) {
-    MutexLock lock(m_keepAliveMutex);
-    m_keepAliveFlag = 1;
-    m_sessionId = static_cast<uint32_t>(sessionId);
+    m_keepAlive.renew(sessionId);
 }
 
 void CpickerThread::pickerThread() {
@@ -95,11 +87,8 @@ void CpickerThread::pickerThread() {
     MutexLock alive(m_threadMutex); // the engine may be gone as soon as this is released
     m_running.release();
 
-    m_wakeTime = m_writeTime = m_keepAliveReference = wallclock::now();
-    {
-        MutexLock lock(m_keepAliveMutex);
-        m_keepAliveFlag = 0;
-    }
+    m_wakeTime = m_writeTime = wallclock::now();
+    m_keepAlive.begin(m_wakeTime);
     m_shm = {};
     if (shm_create(paths().ipcKey, static_cast<char>(kOutputMemoryProject), &m_shm, 1, kPictureBufferBytes,
                    kPictureBufferBytes, kOutputBlocks, 0) < 0) {
@@ -132,14 +121,15 @@ void CpickerThread::pass(char* buffer) {
     pthread_testcancel();
     m_sleepTimer(m_wakeTime, m_writeTime);
     m_wakeTime = wallclock::now();
-    watchKeepAlive();
+    // A notice that failed is sent again by the next pass.
+    if (m_keepAlive.lapses(m_wakeTime) && m_sendTeardown() == 0) m_keepAlive.told();
 
     m_dataMutex.lock();
     if (movePictureData() == 0) {
         const int length = getPictureData(buffer);
         if (length != 0 &&
             shm_write_data(&m_shm, buffer, static_cast<unsigned long>(length), 0, 0, 0, m_timestamp, 0) < 0) {
-            logNamed(LOG_ERR, kThreadName, "shm_write_data error");
+            logNamed(LOG_ERR, "pickerThread", "shm_write_data error");
         }
         freeSrcData();
         m_dataMutex.unlock();
@@ -151,30 +141,8 @@ void CpickerThread::pass(char* buffer) {
     }
 }
 
-void CpickerThread::watchKeepAlive() {
-    {
-        MutexLock lock(m_keepAliveMutex);
-        if (m_keepAliveFlag == 1) {
-            m_keepAliveReference = m_wakeTime;
-            m_keepAliveFlag = 0;
-        }
-    }
-    timeval idle;
-    timersub(&m_wakeTime, &m_keepAliveReference, &idle);
-    if (idle.tv_sec <= kKeepAliveSeconds || m_sendTeardown() != 0) return;
-    // A delivered notice counts as a keep-alive, so that the next one follows a whole period later. One
-    // that failed is sent again by the next pass.
-    MutexLock lock(m_keepAliveMutex);
-    m_keepAliveFlag = 1;
-}
-
 int CpickerThread::m_sendTeardown() {
-    uint32_t sessionId;
-    {
-        MutexLock lock(m_keepAliveMutex);
-        sessionId = m_sessionId;
-    }
-    const rtsp_request request = teardownRequest(sessionId);
+    const rtsp_request request = teardownRequest(m_keepAlive.sessionId());
     const int socket = s_create_client_socket();
     if (socket < 0) {
         logAt(LOG_ERR, "s_create_client_socket error");

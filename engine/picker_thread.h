@@ -3,9 +3,10 @@
 //
 // CpickerThread is the frame of the one playback thread. The main thread commands it (startThread,
 // setKeepAlive, end); it owns the output memory and the picture buffer for as long as its loop runs, and
-// produces one block per pass. Locks, in order: m_threadMutex for the whole run; inside it m_keepAliveMutex
-// and m_dataMutex one after the other, never both; the derived class's mutexes inside m_dataMutex, one at a
-// time. The pause between pictures is made outside m_dataMutex. The thread never destroys itself.
+// produces one block per pass. Locks, in order: m_threadMutex for the whole run; inside it the keep-alive's
+// and m_dataMutex one after the other, never both; inside m_dataMutex the queue's and the play mode's, one at
+// a time; the play mode's also for the pause between pictures, which is made outside m_dataMutex. The thread
+// never destroys itself.
 #pragma once
 
 #include <atomic>
@@ -14,6 +15,7 @@
 #include <semaphore>
 #include <sys/time.h>
 
+#include "engine/keep_alive.h"
 #include "engine/pb_types.h"
 #include "platform/kw_com.h"
 #include "platform/mutex.h"
@@ -45,7 +47,7 @@ public:
     /// only.
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
-    void setKeepAlive(unsigned long sessionId) EXCLUDES(m_keepAliveMutex);
+    void setKeepAlive(unsigned long sessionId);
 
     /// Room for one picture; also the output memory's block and data size.
     static constexpr unsigned long kPictureBufferBytes = 1536000;
@@ -59,26 +61,20 @@ protected:
     /// The thread's whole run.
     void pickerThread() EXCLUDES(m_threadMutex);
     /// One turn of the loop: pause, keep-alive watch, move, fetch, write.
-    void pass(char* buffer) EXCLUDES(m_dataMutex, m_keepAliveMutex);
+    void pass(char* buffer) EXCLUDES(m_dataMutex);
     /// Sends a teardown request to the daemon's own control socket; 0, or -1.
-    int m_sendTeardown() EXCLUDES(m_keepAliveMutex);
+    int m_sendTeardown();
 
     Mutex m_dataMutex;
     Mutex m_threadMutex;
-    Mutex m_keepAliveMutex;
+    KeepAlive m_keepAlive;
 
-    // Playback thread only, once it runs.
-    int32_t m_pictureReady = 0; ///< 1 = a picture is positioned and goes out before the next move
-    int32_t m_resyncPacing = 0; ///< 1 = the next pause takes a fresh pacing base
-    uint32_t m_timestamp = 0;   ///< of the picture being written; 90 units per millisecond, wraps
+    /// Of the block being written, in kPtsPerMs; wraps. Playback thread only, once it runs.
+    uint32_t m_timestamp = 0;
 
 private:
     static void* runPickerThread(void* self);
     void setActive(uint32_t active);
-    void watchKeepAlive() EXCLUDES(m_keepAliveMutex);
-
-    int32_t m_keepAliveFlag GUARDED_BY(m_keepAliveMutex) = 0; ///< 1 = arrived since the last pass
-    uint32_t m_sessionId GUARDED_BY(m_keepAliveMutex) = 0;
 
     std::binary_semaphore m_running{0}; ///< released once the thread holds m_threadMutex
     std::atomic<bool> m_loopFlag{true}; ///< cleared by end
@@ -88,7 +84,6 @@ private:
     KW_SHM m_shm{};
     timeval m_wakeTime{};  ///< after the last pause
     timeval m_writeTime{}; ///< after the last write
-    timeval m_keepAliveReference{};
 
     CtavirnShmServer* const m_shmserver; ///< may be null
 };

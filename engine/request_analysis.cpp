@@ -1,21 +1,18 @@
-// From the header lines of a play or pause request to the one record the playback thread takes. Main thread;
-// parsing is done before the queue is locked.
+#include "engine/request_analysis.h"
+
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
-#include <new>
 #include <string_view>
 
 #include "daemon/rtsp_request.h"
-#include "engine/pb_picker_thread.h"
 #include "platform/log.h"
 
 namespace {
 
-constexpr char kAnalysis[] = "analyzeEventData";
 constexpr char kClockFormat[] = "%Y%m%dT%H%M%SZ";
 constexpr std::string_view kClockKey = "clock=";
 
@@ -50,12 +47,12 @@ uint32_t wholePart(double magnitude) {
 uint32_t clockTime(const char* text) {
     tm fields{};
     strptime(text, kClockFormat, &fields);
-    logNamed(LOG_INFO, kAnalysis, "%d/%d/%d %d:%d:%d", fields.tm_year, fields.tm_mon, fields.tm_mday,
+    logNamed(LOG_INFO, "analyzeEventData", "%d/%d/%d %d:%d:%d", fields.tm_year, fields.tm_mon, fields.tm_mday,
              fields.tm_hour, fields.tm_min, fields.tm_sec);
     const time_t seconds = std::mktime(&fields);
     const auto narrow = static_cast<int32_t>(seconds);
     const int32_t time = narrow == seconds ? narrow : -1;
-    logNamed(LOG_INFO, kAnalysis, "mktime() = %ld", asLd(time));
+    logNamed(LOG_INFO, "analyzeEventData", "mktime() = %ld", asLd(time));
     return static_cast<uint32_t>(time);
 }
 
@@ -73,7 +70,7 @@ void analyzeStep(const WorkText& value, PBDATA& record) {
 }
 
 void analyzeRange(const WorkText& value, PBDATA& record) {
-    logNamed(LOG_INFO, kAnalysis, "%s", value.text());
+    logNamed(LOG_INFO, "analyzeEventData", "%s", value.text());
     const size_t clock = std::string_view(value.text()).find(kClockKey);
     if (clock == std::string_view::npos) return;
     record.reqJump = JUMP_RANGE;
@@ -81,7 +78,7 @@ void analyzeRange(const WorkText& value, PBDATA& record) {
 }
 
 void analyzeJump(const WorkText& value, PBDATA& record) {
-    logNamed(LOG_INFO, kAnalysis, "Jump: %s", value.text());
+    logNamed(LOG_INFO, "analyzeEventData", "Jump: %s", value.text());
     if (value.startsWith("oldest")) {
         record.reqJump = JUMP_OLDEST;
     } else if (value.startsWith("latest")) {
@@ -92,7 +89,7 @@ void analyzeJump(const WorkText& value, PBDATA& record) {
         record.reqJump = JUMP_PREV_ALARM;
     } else if (value.startsWith("clock")) {
         const char* const clock = value.from(kClockKey.size()); // whatever stands in place of the "="
-        logNamed(LOG_INFO, kAnalysis, "%s", clock);
+        logNamed(LOG_INFO, "analyzeEventData", "%s", clock);
         record.reqJump = JUMP_CLOCK;
         record.reqTime = clockTime(clock);
     }
@@ -116,24 +113,13 @@ bool analyzeHeader(const RTSP_HEADER& header, PBDATA& record) {
 
 } // namespace
 
-int CpbPickerThread::analyzeEventData(const rtsp_request* request) {
-    if (request->type == RTSP_REQ_PAUSE) return queueRequest({.reqType = kReqPause});
-    if (request->type != RTSP_REQ_PLAY) return -1;
+std::optional<PBDATA> analyzeRequest(const rtsp_request& request) {
+    if (request.type == RTSP_REQ_PAUSE) return PBDATA{.reqType = kReqPause};
+    if (request.type != RTSP_REQ_PLAY) return std::nullopt;
     PBDATA record{.reqType = kReqPlay, .reqSpeed = kNormalSpeed};
     // The first entry with a keyword decides; those behind it are not looked at.
-    for (int i = 0; i < headerCount(*request); ++i) {
-        if (analyzeHeader(request->header[i], record)) break;
+    for (int i = 0; i < headerCount(request); ++i) {
+        if (analyzeHeader(request.header[i], record)) break;
     }
-    return queueRequest(record);
-}
-
-int CpbPickerThread::queueRequest(const PBDATA& request) {
-    try {
-        MutexLock lock(m_eventMutex);
-        m_eventQueue.push(request);
-        return 0;
-    } catch (const std::bad_alloc&) { // this request is lost, the session is not
-        logAt(LOG_ERR, "malloc error");
-        return -1;
-    }
+    return record;
 }

@@ -1,5 +1,5 @@
 // The scan for parameter sets, on any picture.
-#include "engine/parameter_set_scan.h"
+#include "engine/parameter_sets.h"
 #include "fuzz/input.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

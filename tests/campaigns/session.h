@@ -45,9 +45,9 @@ protected:
         }
     }
     void look(const std::string& block) {
-        if (block.empty() || block == "PAUSE") return;
+        if (block.empty() || block == kPauseBlock) return;
         PICTURE_HEADER picture;
-        engine.m_pbStream.getPicH(&picture);
+        engine.video().getPicH(&picture);
         EXPECT_EQ(block.size(), picture.size);
         if (!fileExists(chunk)) return; // shown from the file that was open
         std::string ring = readFile(chunk);

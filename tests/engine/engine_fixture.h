@@ -9,6 +9,7 @@
 
 #include "daemon/rtsp_request.h"
 #include "engine/pb_picker_thread.h"
+#include "platform/output_words.h"
 #include "tests/support/card.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/simulated_clock.h"
@@ -32,13 +33,11 @@ inline rtsp_request makeRequest(int32_t type, const Headers& headers = {}) {
 class Engine : public CpbPickerThread {
 public:
     explicit Engine(uint32_t streamId, CtavirnShmServer* shm = nullptr)
-        : CpbPickerThread({.searchMode = kSearchModeId, .searchValue = streamId, .shmServer = shm}) {}
+        : CpbPickerThread({.searchMode = kStartAtStream, .searchValue = streamId, .shmServer = shm}) {}
 
-    using Base = CpbPickerThread;
-    using Base::direction, Base::m_basePts, Base::m_baseWallTime, Base::m_curEvent, Base::m_pbRefresh,
-        Base::m_pbStream, Base::m_pbType, Base::m_prevDirection, Base::m_prevPlaySpeed, Base::m_prevPts,
-        Base::m_prevStreamIdPacing, Base::m_resyncPacing, Base::m_timestamp, Base::pass, Base::playSpeed,
-        Base::takeRequest;
+    using CpbPickerThread::m_timestamp, CpbPickerThread::pass;
+    /// Where it stands; tests only look.
+    CPbStreamVideo& video() { return m_position.m_pbStream; }
 
     int play(const Headers& headers = {}) {
         const rtsp_request request = makeRequest(RTSP_REQ_PLAY, headers);
@@ -55,7 +54,7 @@ public:
         m_sleepTimer({}, {});
         return movePictureData() == 0 ? block() : "";
     }
-    uint32_t offset() const { return static_cast<uint32_t>(m_pbStream.getOffset()); }
+    uint32_t offset() const { return static_cast<uint32_t>(m_position.m_pbStream.getOffset()); }
 
     std::vector<char> m_buffer = std::vector<char>(kPictureBufferBytes);
 };

@@ -1,7 +1,6 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "engine/jumps.h"
 #include "tests/engine/engine_fixture.h"
 
 static std::atomic<long> allocations{0};
@@ -33,13 +32,6 @@ TEST_F(EngineTest, PlayingWithinAStreamNeitherAllocatesNorLogs) {
     EXPECT_LE(allocations - before, 10);
     EXPECT_EQ(shown, 250);
     EXPECT_EQ(log.lines().size(), lines) << log.dump();
-}
-
-TEST(ClockCandidateTest, NearestLandingIsTaken) {
-    EXPECT_EQ(clockCandidate(1, 1, 2), ClockCandidate::forward);
-    EXPECT_EQ(clockCandidate(2, 1, 3), ClockCandidate::halfLater);
-    EXPECT_EQ(clockCandidate(2, 1, 1), ClockCandidate::secondLater);
-    EXPECT_EQ(clockCandidate(0, 2, 1), ClockCandidate::secondLater); // nearer than the half
 }
 
 } // namespace test

@@ -1,4 +1,4 @@
-#include "engine/parameter_set_scan.h"
+#include "engine/parameter_sets.h"
 #include "tests/engine/engine_fixture.h"
 
 namespace test {

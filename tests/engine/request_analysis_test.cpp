@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "engine/request_analysis.h"
 #include "tests/engine/engine_fixture.h"
 
 namespace test {
@@ -8,16 +9,13 @@ namespace test {
 constexpr uint32_t kMax = 0xFFFFFFFF;
 constexpr uint32_t kClock = 1704164645 - 9 * 3600; // 2024-01-02 03:04:05 nine hours east
 
-class RequestTest : public EngineTest {
-protected:
-    static void setZone(const char* zone) {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    Engine engine{1};
-};
+static void setZone(const char* zone) {
+    setenv("TZ", zone, 1);
+    tzset();
+}
 
-TEST_F(RequestTest, FirstKeywordDecides) {
+TEST(RequestTest, FirstKeywordDecides) {
+    const LogRecorder log;
     setZone("JST-9"); // the Z of a clock text does not make it UTC
     const struct {
         Headers headers;
@@ -48,31 +46,27 @@ TEST_F(RequestTest, FirstKeywordDecides) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.headers));
-        EXPECT_EQ(engine.play(c.headers), 0);
-        ASSERT_TRUE(engine.takeRequest());
-        EXPECT_EQ(engine.m_curEvent.reqType, c.expected.reqType);
-        EXPECT_EQ(engine.m_curEvent.reqSpeed, c.expected.reqSpeed);
-        EXPECT_EQ(engine.m_curEvent.reqJump, c.expected.reqJump);
-        EXPECT_EQ(engine.m_curEvent.reqTime, c.expected.reqTime);
+        const std::optional<PBDATA> asked = analyzeRequest(makeRequest(RTSP_REQ_PLAY, c.headers));
+        ASSERT_TRUE(asked);
+        EXPECT_EQ(asked->reqType, c.expected.reqType);
+        EXPECT_EQ(asked->reqSpeed, c.expected.reqSpeed);
+        EXPECT_EQ(asked->reqJump, c.expected.reqJump);
+        EXPECT_EQ(asked->reqTime, c.expected.reqTime);
     }
     setZone("UTC");
     for (const char* text : {"124/0/2 3:4:5", "Jump: oldestofall", "npt=0.000-"})
         EXPECT_TRUE(log.has(6, text, "analyzeEventData")) << text << log.dump();
 
-    rtsp_request request = makeRequest(RTSP_REQ_TEARDOWN, {{"Scale", "2"}});
-    EXPECT_EQ(engine.analyzeEventData(&request), -1);
-    EXPECT_FALSE(engine.takeRequest());
-    request.type = RTSP_REQ_PAUSE;
-    EXPECT_EQ(engine.analyzeEventData(&request), 0);
-    ASSERT_TRUE(engine.takeRequest());
-    EXPECT_EQ(engine.m_curEvent.reqType, kReqPause);
-    request = makeRequest(RTSP_REQ_PLAY);
+    EXPECT_FALSE(analyzeRequest(makeRequest(RTSP_REQ_TEARDOWN, {{"Scale", "2"}})));
+    EXPECT_EQ(analyzeRequest(makeRequest(RTSP_REQ_PAUSE, {{"Scale", "2"}}))->reqType, kReqPause);
+    rtsp_request request = makeRequest(RTSP_REQ_PLAY);
     request.headerNum = 0x7FFFFFFF; // no entry beyond the record is read
-    EXPECT_EQ(engine.analyzeEventData(&request), 0);
+    EXPECT_TRUE(analyzeRequest(request));
 }
 
-TEST_F(RequestTest, NewestIsTakenOnceAndTheOthersNever) {
+TEST_F(EngineTest, NewestIsTakenOnceAndTheOthersNever) {
     card.stream(1).from("12:00:00").pictures(300).closed();
+    Engine engine(1);
     ASSERT_EQ(engine.preGetData(), 1);
     engine.play({{"Scale", "4"}});
     engine.play({{"Jump", "latest"}});

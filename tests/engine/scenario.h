@@ -179,7 +179,7 @@ public:
     }
     Place place() {
         DB_STREAM db;
-        engine.m_pbStream.getDb(&db);
+        engine.video().getDb(&db);
         return {db.streamID, engine.offset()};
     }
     /// The pictures shown since the start, in order: "1:0-99 2:0-3 ".

@@ -179,6 +179,9 @@ TEST(Scenario, JumpsToAlarms) {
         {"back past those that do not count", on(3, 49), previous, {3, 20}, kPaused, shown(9000)},
         {"none behind", on(12, 7), next, {12, 7}, kPaused, still},
         {"latest", then, {"Jump", "latest"}, {12, 90}, kAtEnd, shown(3000)},
+        {"fast", on(12), {"Scale", "1.1"}, {12, 60}, kFast, shown(3000)},
+        {"none behind", then, next, {12, 60}, kPaused, still},
+        {"fast from there", then, {"Scale", "1.1"}, {12, 90}, kFast, shown(3000)},
     };
     expectMoves(recording, rows);
 }
@@ -242,6 +245,7 @@ TEST(Scenario, PausesBetweenPictures) {
          {100000, 10, 40000, 10, 40000}},
         // Of 1.333 and 3.733 s shown at twice the speed, in steps of 10 ms; never more than a second.
         {"fast", on(1), {{"Scale", "2", 4}}, {100000, 1000000, 660000, 1000000}},
+        {"reverse", on(4, 90), {{"Scale", "-4", 3}}, {100000, 1000000, 1000000}},
         {"skip time", on(4, 0, 500), {{"Scale", "4", 3}}, {100000, 500000, 500000}},
     };
     for (const auto& row : rows) {

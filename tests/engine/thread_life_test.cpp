@@ -17,7 +17,7 @@ protected:
 
     static CpbPickerThread* openEngine() {
         return static_cast<CpbPickerThread*>(
-            CpbPickerThread::Instance({.searchMode = kSearchModeId, .searchValue = 1}));
+            CpbPickerThread::Instance({.searchMode = kStartAtStream, .searchValue = 1}));
     }
 };
 

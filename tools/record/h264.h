@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "daemon/rtsp_request.h"
+
 namespace h264 {
 
 enum NalType : uint8_t {
@@ -38,7 +40,7 @@ std::string nalUnit(uint8_t header, std::string_view payload);
 std::string textSei(std::string_view text);
 
 /// Longest that SPS and PPS with their start codes may be: what an open request's answer has room for.
-inline constexpr size_t kMaxParameterSetBytes = 96;
+inline constexpr size_t kMaxParameterSetBytes = kParameterSetAnswerBytes;
 
 /// The access unit with 4-byte start codes and without delimiter. An I-picture, which has to hold the
 /// parameter sets in force, begins with them and an SEI: its own where it has one, else a new one that

@@ -21,8 +21,9 @@
 #include <vector>
 
 #include "platform/output_reader.h"
+#include "platform/output_words.h"
 
-inline constexpr uint32_t kStampsPerMs = 90;
+inline constexpr uint32_t kStampsPerMs = kPtsPerMs;
 
 struct ViewReport {
     struct Increments { ///< of the stamp from picture to picture within a run, 90 units per millisecond

@@ -1,8 +1,10 @@
-// Finding the parameter sets in a coded picture. Pure: bytes in, positions out.
+// Cutting SPS and PPS out of a recorded picture, for the answer to an open request.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+
+class CPbStreamVideo;
 
 /// Where SPS and PPS lie.
 struct ParameterSets {
@@ -14,3 +16,8 @@ struct ParameterSets {
 /// Scans an H.264 picture in Annex B form. Only four-byte start codes count, and none within the picture's
 /// last five bytes.
 ParameterSets scanParameterSets(const uint8_t* picture, size_t size);
+
+/// One attempt: moves on to the next I-picture and cuts its parameter sets out. Their length, at most
+/// kParameterSetAnswerBytes, or -1 with a message. Main thread, before the playback thread exists; it does
+/// not decide where playback starts.
+int m_get_sps_pps(CPbStreamVideo& video, char* buffer);
