@@ -75,10 +75,10 @@ TEST_F(ChunkReading, CutChunksAndFailingReadsLeaveNothingStale) {
     for (const long limit : {0L, 8L, 31L}) { // 8: marker and id, but no flags
         headers.readLimit = limit;
         EXPECT_TRUE(isIPicture(picH));
-        EXPECT_EQ(video.m_iPicSearch(kSearchForward, &picH) == 0, limit == 31);
-        EXPECT_EQ(video.m_readPic(), -1) << limit;
+        EXPECT_EQ(video.m_stream.m_iPicSearch(Direction::forward, &picH) == 0, limit == 31);
+        EXPECT_EQ(video.m_stream.m_readPic(), -1) << limit;
         headers.readLimit = kHeaderBytes;
-        EXPECT_EQ(video.m_readPic(), 0);
+        EXPECT_EQ(video.m_stream.m_readPic(), 0);
         video.getPicH(&picH);
     }
     watch(video.m_video.readSt).readLimit = 10;
@@ -144,7 +144,7 @@ TEST_F(ChunkReading, TimeSearchIsNearAndReadsAtMostSixHeaders) {
         open(id);
         const WatchedReader& headers = watch(video.m_video.readPic);
         const PB_STREAM_TIME target = at(row.target);
-        EXPECT_EQ(video.m_setOffset(target.seconds(), target.mSec), 0);
+        EXPECT_EQ(video.m_stream.m_setOffset(target.seconds(), target.mSec), 0);
         EXPECT_TRUE(headers.reads >= 1 && headers.reads <= row.maxReads);
         const PB_STREAM_TIME here = video.getTimePts();
         const PB_STREAM_TIME apart = (here - target) + (target - here); // one of the two is 0
@@ -160,7 +160,7 @@ TEST_F(ChunkReading, TimeSearchIsNearAndReadsAtMostSixHeaders) {
     card.sql("UPDATE STREAM SET endDate = startDate + 62 WHERE streamID = 1");
     open(1);
     const WatchedReader& headers = watch(video.m_video.readPic);
-    EXPECT_EQ(video.m_setOffset(at("12:00:30").seconds(), 0), 0);
+    EXPECT_EQ(video.m_stream.m_setOffset(at("12:00:30").seconds(), 0), 0);
     EXPECT_EQ(headers.reads, 6);
     EXPECT_TRUE(log.has(LOG_ERR, "offset position is not fixed in 500mS accuracy.", "m_setOffset"));
 }
