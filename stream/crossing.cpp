@@ -56,8 +56,8 @@ PB_STREAM_TIME CPbStreamVideo::referenceTime(const PB_STREAM_TIME* pbTime) const
 QueryResult CPbStreamVideo::lookForNeighbour(Direction direction, PB_STREAM_TIME time,
                                              statements::Left left) {
     const bool backward = direction == Direction::backward;
-    const QueryResult holding = lookFor(backward ? statements::backwardHolding(time, left)
-                                                 : statements::forwardHolding(time, left));
+    const QueryResult holding =
+        lookFor(backward ? statements::backwardHolding(time, left) : statements::forwardHolding(time, left));
     if (holding != QueryResult::noRow) return holding;
     return lookFor(backward ? statements::backwardBefore(time, left) : statements::forwardAfter(time, left));
 }

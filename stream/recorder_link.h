@@ -22,8 +22,8 @@ public:
     /// `segment` is shared with the recorder; may be null, not owned.
     explicit RecorderLink(CtavirnShmServer* segment) : m_shmserver(segment) {}
 
-    /// Brings a stream under recording up to date: grown, or finished when the recorder has gone on to another
-    /// one. Closed streams stay as they are. 0, or -1 when it can't be followed.
+    /// Brings a stream under recording up to date: grown, or finished when the recorder has gone on to
+    /// another one. Closed streams stay as they are. 0, or -1 when it can't be followed.
     int m_updateRecStream(OpenStream& stream, RecordingIndex& index);
 
 private:

@@ -50,10 +50,10 @@ PB_STREAM_TIME CPbStreamVideo::m_skipRecType(PB_STREAM_TIME pbTime, const PlaceR
                                              Direction direction) {
     const DB_STREAM stoodOn = m_stream.row();
     DB_EVENT event{};
-    const QueryResult found = m_index.m_setSqlEvent(direction == Direction::backward
-                                                        ? statements::previousAlarm(pbTime, m_eventID)
-                                                        : statements::nextAlarm(pbTime, m_eventID),
-                                                    &event);
+    const QueryResult found =
+        m_index.m_setSqlEvent(direction == Direction::backward ? statements::previousAlarm(pbTime, m_eventID)
+                                                               : statements::nextAlarm(pbTime, m_eventID),
+                              &event);
     // Without an index there is no recording to stand on; a refused text alone says nothing about it.
     if (found == QueryResult::noIndex) clear();
     if (found != QueryResult::found) return {};
