@@ -27,12 +27,12 @@ bool readCardState(const char* path, char& state) {
 /// changed between two sessions.
 unsigned long checkCard() {
     struct stat index;
-    if (stat(paths().index, &index) < 0) return kSearchNoIndex;
+    if (stat(paths().index, &index) < 0) return kDefaultStreamNoIndex;
     char detect = 0;
     char readOnly = 0;
-    if (!readCardState(paths().cardDetect, detect)) return kSearchUnreadable;
-    if (!readCardState(paths().cardReadOnly, readOnly)) return kSearchUnreadable;
-    return detect == '1' && readOnly == '1' ? kSearchNoCard : kSearchNoError;
+    if (!readCardState(paths().cardDetect, detect)) return kDefaultStreamUnreadable;
+    if (!readCardState(paths().cardReadOnly, readOnly)) return kDefaultStreamUnreadable;
+    return detect == '1' && readOnly == '1' ? kDefaultStreamNoCard : kDefaultStreamNoError;
 }
 
 /// Neither the texts nor an empty result are worth a line here.
@@ -58,11 +58,11 @@ QueryResult queryRecording(RecordingIndex& index, CtavirnShmServer& status, uint
 
 unsigned long searchDefaultStream(unsigned long hint, unsigned long* errorNo, CtavirnShmServer* status) {
     *errorNo = checkCard();
-    if (*errorNo != kSearchNoError) return 0;
+    if (*errorNo != kDefaultStreamNoError) return 0;
     ErrorFlags errorFlags; // there is no stream yet that they would tell of
     const std::unique_ptr<RecordingIndex> index(new (std::nothrow) RecordingIndex(errorFlags));
     if (!index) {
-        *errorNo = kSearchUnreadable;
+        *errorNo = kDefaultStreamUnreadable;
         return 0;
     }
     uint32_t id = 0;
@@ -72,6 +72,6 @@ unsigned long searchDefaultStream(unsigned long hint, unsigned long* errorNo, Ct
         result = queryRecording(*index, *status, id);
         if (result == QueryResult::noRow) logAt(LOG_ERR, "apiDB setSql not found record");
     }
-    if (result == QueryResult::refused) *errorNo = kSearchRefused;
+    if (result == QueryResult::refused) *errorNo = kDefaultStreamRefused;
     return id;
 }

@@ -13,15 +13,8 @@ inline constexpr unsigned long kChunkErrorBit = 2;
 class ErrorFlags {
 public:
     /// Any other kind changes nothing.
-    void setErrorflag(unsigned long kind, unsigned long value) EXCLUDES(m_mutex) {
-        const MutexLock lock(m_mutex);
-        if (kind == kErrorKindIndex) m_dbErrorflag = value;
-        if (kind == kErrorKindChunk) m_chunkErrorflag = value;
-    }
-    unsigned long getErrorflag() EXCLUDES(m_mutex) {
-        const MutexLock lock(m_mutex);
-        return (m_dbErrorflag != 0 ? kIndexErrorBit : 0) | (m_chunkErrorflag != 0 ? kChunkErrorBit : 0);
-    }
+    void setErrorflag(unsigned long kind, unsigned long value) EXCLUDES(m_mutex);
+    unsigned long getErrorflag() EXCLUDES(m_mutex);
     /// Waits for a question under way on another thread.
     void drain() EXCLUDES(m_mutex) { m_mutex.drain(); }
 

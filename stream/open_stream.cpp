@@ -74,6 +74,7 @@ void OpenStream::takeEndFromPicture() {
 }
 
 void OpenStream::copyTo(const PlaceRecords& out) const {
+    if (out.db == nullptr) return;
     *out.db = m_video.db;
     *out.stH = m_video.stH;
     *out.picH = m_video.picH;

@@ -7,11 +7,11 @@
 #include "stream/pb_video.h"
 #include "stream/stream_time.h"
 
-/// Where a caller wants the records of the place reached.
+/// Where a caller wants the records of the place reached: all three, or none.
 struct PlaceRecords {
-    DB_STREAM* db;
-    STREAM_HEADER* stH;
-    PICTURE_HEADER* picH;
+    DB_STREAM* db = nullptr;
+    STREAM_HEADER* stH = nullptr;
+    PICTURE_HEADER* picH = nullptr;
 };
 
 /// Looked at, a stream is a row with nothing open (lookAt); opened (m_openChunk), it is stood on. A search

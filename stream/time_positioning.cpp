@@ -36,17 +36,12 @@ CPbStreamVideo::TimeSearch CPbStreamVideo::findTime(PB_STREAM_TIME pbTime, Direc
     }
     if (m_updateRecStream() != 0) return TimeSearch::failed;
 
-    // What the search comes to is copied out by the caller, once it is known.
-    DB_STREAM db{};
-    STREAM_HEADER stH{};
-    PICTURE_HEADER picH{};
-    const PlaceRecords unused{&db, &stH, &picH};
-    if (cross(direction, unused, &pbTime, true) >= 0) {
+    const PlaceRecords none; // getTime copies, once it is known what the search came to
+    if (cross(direction, none, &pbTime, true) >= 0) {
         logPlain(LOG_WARNING, "pbTime.sec = %ld, pbTime.mSec = %d", asLd(pbTime.sec), int{pbTime.mSec});
         return pbTime.sec != 0 ? TimeSearch::found : TimeSearch::failed;
     }
-    const PB_STREAM_TIME taken =
-        direction == Direction::forward ? m_skipLatest(unused, 0) : m_skipOldest(unused);
+    const PB_STREAM_TIME taken = direction == Direction::forward ? m_skipLatest(none, 0) : m_skipOldest(none);
     return taken.sec != 0 ? TimeSearch::tookFallback : TimeSearch::failed;
 }
 
