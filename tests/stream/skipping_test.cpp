@@ -43,6 +43,8 @@ TEST_F(StreamTest, AlarmsInTurn) {
         if (!expected.isNone()) here = expected;
         EXPECT_EQ(video.getTimePts(), here);
     }
+    EXPECT_EQ(skip(2), kNowhere) << "no such target";
+    EXPECT_TRUE(isEmpty());
 }
 
 TEST_F(StreamTest, UnreadableIndexIsRemembered) {
