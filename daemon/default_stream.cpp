@@ -1,17 +1,17 @@
 #include "daemon/default_stream.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <fcntl.h>
 #include <memory>
 #include <new>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/api_db.h"
 #include "platform/log.h"
 #include "platform/paths.h"
-#include "shm/shm_server.h"
+#include "stream/recorder_link.h"
+#include "stream/recording_index.h"
 
 namespace {
 
@@ -35,49 +35,23 @@ unsigned long checkCard() {
     return detect == '1' && readOnly == '1' ? kDefaultStreamNoCard : kDefaultStreamNoError;
 }
 
-/// Stream IDs are 32-bit words, whatever a damaged index holds.
-unsigned long firstStreamId(CApiDb& index) {
-    return asLu(static_cast<uint32_t>(index.getValue(0, 0)));
+/// Neither the texts nor an empty result are worth a line here.
+QueryResult query(RecordingIndex& index, const SqlText& sql, uint32_t& id) {
+    const QueryResult result = index.firstNumber(sql, &id);
+    if (result == QueryResult::refused) logNamed(LOG_ERR, "searchDefaultStream", "apiDB setSql error");
+    return result;
 }
 
-/// 0 found, 1 the query failed (reported), 2 no row.
-int query(CApiDb& index, const char* sql, unsigned long& id) {
-    if (index.setSql(sql) != 0) {
-        logNamed(LOG_ERR, "searchDefaultStream", "apiDB setSql error");
-        return 1;
-    }
-    if (index.getNTuple() == 0) return 2;
-    id = firstStreamId(index);
-    return 0;
+QueryResult queryNewest(RecordingIndex& index, unsigned long hint, uint32_t& id) {
+    return query(index,
+                 statements::newestCompleted(hint == kNoStreamHint ? std::nullopt : std::optional(hint)), id);
 }
 
-int queryNewest(CApiDb& index, unsigned long hint, unsigned long& id) {
-    constexpr char kUnbounded[] = "SELECT * FROM STREAM "
-                                  " WHERE "
-                                  "recSize <> 0 ORDER BY streamID DESC LIMIT 1";
-    if (hint == kNoStreamHint) return query(index, kUnbounded, id);
-    char sql[128];
-    snprintf(sql, sizeof sql,
-             "SELECT * FROM STREAM "
-             " WHERE streamID <= %lu"
-             " AND recSize <> 0 ORDER BY streamID DESC LIMIT 1",
-             hint);
-    return query(index, sql, id);
-}
-
-/// The stream under recording, as the recorder publishes it; same results as `query`.
-int queryRecording(CApiDb& index, CtavirnShmServer& status, unsigned long& id) {
-    status.lockShm();
-    const uint32_t recStreamID = status.m_status->recStreamID;
-    const uint32_t recPictures = status.m_status->recPictures;
-    status.unlockShm();
-    if (recStreamID == 0 || recPictures == 0) return 2;
-    char sql[128];
-    snprintf(sql, sizeof sql,
-             "SELECT * FROM STREAM "
-             " WHERE streamID = %lu",
-             asLu(recStreamID));
-    return query(index, sql, id);
+/// The stream under recording, as the recorder publishes it.
+QueryResult queryRecording(RecordingIndex& index, CtavirnShmServer& status, uint32_t& id) {
+    const RecorderState recorder = askRecorder(status);
+    if (recorder.streamId == 0 || recorder.pictures == 0) return QueryResult::noRow;
+    return query(index, statements::streamOfId(recorder.streamId), id);
 }
 
 } // namespace
@@ -85,18 +59,19 @@ int queryRecording(CApiDb& index, CtavirnShmServer& status, unsigned long& id) {
 unsigned long searchDefaultStream(unsigned long hint, unsigned long* errorNo, CtavirnShmServer* status) {
     *errorNo = checkCard();
     if (*errorNo != kDefaultStreamNoError) return 0;
-    const std::unique_ptr<CApiDb> index(new (std::nothrow) CApiDb);
+    ErrorFlags errorFlags; // there is no stream yet that they would tell of
+    const std::unique_ptr<RecordingIndex> index(new (std::nothrow) RecordingIndex(errorFlags));
     if (!index) {
         *errorNo = kDefaultStreamUnreadable;
         return 0;
     }
-    unsigned long id = 0;
-    int result = queryNewest(*index, hint, id);
-    if (result == 0) logAt(LOG_INFO, "apiDB setSql found stream ID = %lu", id);
-    if (result == 2) {
+    uint32_t id = 0;
+    QueryResult result = queryNewest(*index, hint, id);
+    if (result == QueryResult::found) logAt(LOG_INFO, "apiDB setSql found stream ID = %lu", asLu(id));
+    if (result == QueryResult::noRow) {
         result = queryRecording(*index, *status, id);
-        if (result == 2) logAt(LOG_ERR, "apiDB setSql not found record");
+        if (result == QueryResult::noRow) logAt(LOG_ERR, "apiDB setSql not found record");
     }
-    if (result == 1) *errorNo = kDefaultStreamRefused;
+    if (result == QueryResult::refused) *errorNo = kDefaultStreamRefused;
     return id;
 }

@@ -3,7 +3,6 @@
 
 #include "platform/log.h"
 #include "stream/pb_stream_video.h"
-#include "stream/sql_text.h"
 
 namespace {
 
@@ -11,154 +10,104 @@ namespace {
 constexpr int kTookNewest = -2;
 constexpr int kTookOldest = -3;
 
-// The statements spell "earlier" out as a < b OR a = b AND ..., relying on AND binding tighter than OR. They
-// are sent to the letter, blanks included; the brackets missing in one of them are meant.
-
-/// One question to the index: the time streams are compared with, and the stream that is no answer.
-struct Crossing {
-    char sec[12];
-    unsigned mSec;
-    bool locate; ///< a time is looked for: the stream stood on may be the answer
-    char exclusion[40];
-
-    Crossing(PB_STREAM_TIME time, bool locating, uint32_t leftStreamId)
-        : sec{}, mSec(time.mSec), locate(locating), exclusion{} {
-        std::snprintf(sec, sizeof sec, "%lu", asLu(time.seconds()));
-        if (!locate) std::snprintf(exclusion, sizeof exclusion, "AND streamID<>%lu", asLu(leftStreamId));
-    }
-
-    /// The stream whose span holds the time, start included and end excluded.
-    SqlText forwardHolding() const {
-        return sqlText("SELECT * FROM STREAM WHERE (startDate < %s OR startDate = %s AND startMSec <= %u) "
-                       "AND  (%s < endDate OR %s = endDate AND %u < endMSec) %s "
-                       "ORDER BY streamID ASC LIMIT 1",
-                       sec, sec, mSec, sec, sec, mSec, exclusion);
-    }
-
-    /// The first stream that starts at the time or after it. The exclusion binds to the equal second only.
-    SqlText forwardAfter() const {
-        return sqlText("SELECT * FROM STREAM WHERE %s < startDate OR %s = startDate AND %u <= startMSec "
-                       "%s%sORDER BY streamID ASC LIMIT 1",
-                       sec, sec, mSec, exclusion, locate ? "" : " ");
-    }
-
-    /// The stream whose span holds the time, start excluded and end included.
-    SqlText backwardHolding() const {
-        return sqlText("SELECT * FROM STREAM WHERE (startDate < %s OR startDate = %s AND startMSec < %u) "
-                       "AND  (%s < endDate OR %s = endDate AND %u <= endMSec) %s "
-                       "ORDER BY streamID DESC LIMIT 1",
-                       sec, sec, mSec, sec, sec, mSec, exclusion);
-    }
-
-    /// The last stream with data that ended at the time or before it.
-    SqlText backwardBefore() const {
-        return sqlText("SELECT * FROM STREAM WHERE (endDate < %s OR endDate = %s AND endMSec <= %u) "
-                       "AND recSize<>0 %s%sORDER BY streamID DESC LIMIT 1",
-                       sec, sec, mSec, exclusion, locate ? "" : " ");
-    }
-};
-
-/// The stream under recording, when it started at the time or before it.
-SqlText recordingStream(PB_STREAM_TIME time) {
-    const unsigned long sec = asLu(time.seconds());
-    return sqlText("SELECT * FROM STREAM WHERE (%lu > startDate OR (%lu = startDate AND %u >= startMSec)) "
-                   "AND status=1 ORDER BY streamID ASC LIMIT 1",
-                   sec, sec, unsigned{time.mSec});
-}
-
-/// Any stream that started at the time or before it: none means that the time lies before every recording.
-SqlText startedBefore(PB_STREAM_TIME time) {
-    const unsigned long sec = asLu(time.seconds());
-    return sqlText("SELECT * FROM STREAM WHERE %lu > startDate OR %lu = startDate AND %u >= startMSec "
-                   "ORDER BY streamID ASC LIMIT 1",
-                   sec, sec, unsigned{time.mSec});
-}
-
 } // namespace
 
 int CPbStreamVideo::over(unsigned char dir, DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH,
                          PB_STREAM_TIME* pbTime, unsigned long timeSearch) {
-    logPlain(LOG_INFO, "CPbStreamVideo::over");
-    const bool backward = dir == 1;
-    const bool locate = timeSearch == 1;
-    const DB_STREAM left = m_video.db;
-    const Crossing crossing(m_referenceTime(pbTime), locate, left.streamID);
+    return cross(dir == 1 ? Direction::backward : Direction::forward, {db, stH, picH}, pbTime,
+                 timeSearch == 1);
+}
 
-    int found = m_setSql((backward ? crossing.backwardHolding() : crossing.forwardHolding()).text);
-    if (found == kQueryNoRow)
-        found = m_setSql((backward ? crossing.backwardBefore() : crossing.forwardAfter()).text);
-    if (found == kQueryNoRow) {
-        logAt(LOG_ERR, "CPbStreamVideo::over() not found stream. timeStr=%s", crossing.sec);
+int CPbStreamVideo::cross(Direction direction, const PlaceRecords& out, const PB_STREAM_TIME* pbTime,
+                          bool locate) {
+    logPlain(LOG_INFO, "CPbStreamVideo::over");
+    const DB_STREAM stoodOn = m_stream.row();
+    const PB_STREAM_TIME time = referenceTime(pbTime);
+    // A time may lie in the stream stood on; crossing means leaving it.
+    const auto left = locate ? statements::Left() : statements::Left(stoodOn.streamID);
+
+    QueryResult found = lookForNeighbour(direction, time, left);
+    if (found == QueryResult::noRow) {
+        logNamed(LOG_ERR, "over", "CPbStreamVideo::over() not found stream. timeStr=%lu",
+                 asLu(time.seconds()));
         bool beyondRecording = false;
-        if (locate) found = m_findRecordingStream(*pbTime, &beyondRecording);
-        if (found == kQueryNoRow) {
-            if (left.status == DB_STATUS_RECORDING || beyondRecording) return m_stayOn(left);
-            const int taken = m_fallBack(backward, db, stH, picH);
-            if (!backward && m_playlastframemode != 0) m_showLastFrame(stH, picH);
+        if (locate) found = lookForRecording(*pbTime, &beyondRecording);
+        if (found == QueryResult::noRow) {
+            if (stoodOn.status == DB_STATUS_RECORDING || beyondRecording) return stayOn(stoodOn);
+            const int taken = fallBack(direction, out);
+            if (direction == Direction::forward && m_playlastframemode != 0) showLastFrame(out);
             return taken;
         }
     }
-    if (found == kQueryError) return -1;
+    if (found != QueryResult::found) return -1;
 
     if (m_updateRecStream() == -1) {
-        logAt(LOG_ERR, "m_checkRecDB() return REC");
-        return m_fallBack(backward, db, stH, picH);
+        logNamed(LOG_ERR, "over", "m_checkRecDB() return REC");
+        return fallBack(direction, out);
     }
-    if (locate) m_checkStartOfFile(m_referenceTime(pbTime));
-    return m_landOn(backward, db, stH, picH);
+    if (locate) checkStartOfFile(referenceTime(pbTime));
+    return landOn(direction, out);
 }
 
-PB_STREAM_TIME CPbStreamVideo::m_referenceTime(const PB_STREAM_TIME* pbTime) const {
+PB_STREAM_TIME CPbStreamVideo::referenceTime(const PB_STREAM_TIME* pbTime) const {
     return pbTime != nullptr && pbTime->sec != 0 ? *pbTime : getTimePts();
 }
 
-int CPbStreamVideo::m_findRecordingStream(PB_STREAM_TIME time, bool* beyondRecording) {
-    const int found = m_setSql(recordingStream(time).text);
-    if (found != kQueryFound) return found;
-    if (m_updateRecStream() == 0 && !(time > m_endTime())) return kQueryFound;
+QueryResult CPbStreamVideo::lookForNeighbour(Direction direction, PB_STREAM_TIME time,
+                                             statements::Left left) {
+    const bool backward = direction == Direction::backward;
+    const QueryResult holding =
+        lookFor(backward ? statements::backwardHolding(time, left) : statements::forwardHolding(time, left));
+    if (holding != QueryResult::noRow) return holding;
+    return lookFor(backward ? statements::backwardBefore(time, left) : statements::forwardAfter(time, left));
+}
+
+QueryResult CPbStreamVideo::lookForRecording(PB_STREAM_TIME time, bool* beyondRecording) {
+    const QueryResult found = lookFor(statements::recordingSince(time));
+    if (found != QueryResult::found) return found;
+    if (m_updateRecStream() == 0 && !(time > m_stream.endTime())) return found;
 
     clear();
     *beyondRecording = true;
-    return kQueryNoRow;
+    return QueryResult::noRow;
 }
 
-int CPbStreamVideo::m_stayOn(const DB_STREAM& row) {
-    // The row alone: the queries have closed the readers, and the next refresh, finding picture counts that
+int CPbStreamVideo::stayOn(const DB_STREAM& stoodOn) {
+    // The row alone: the search has closed the readers, and the next refresh, finding picture counts that
     // differ, opens them again where the position was.
     logNamed(LOG_ERR, "over", "status : DB_STATUS_RECORDING");
-    m_video.db = row;
+    m_stream.replaceRow(stoodOn);
     return -1;
 }
 
-int CPbStreamVideo::m_fallBack(bool backward, DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH) {
-    if (backward) {
-        m_skipOldest(db, stH, picH);
+int CPbStreamVideo::fallBack(Direction direction, const PlaceRecords& out) {
+    if (direction == Direction::backward) {
+        m_skipOldest(out);
         return kTookOldest;
     }
-    m_skipLatest(db, stH, picH, 0);
+    m_skipLatest(out, 0);
     return kTookNewest;
 }
 
-void CPbStreamVideo::m_showLastFrame(STREAM_HEADER* stH, PICTURE_HEADER* picH) {
-    if (m_goTo(m_lastPicture()) == -1) return;
-    *picH = m_video.picH;
-    *stH = m_video.stH;
+void CPbStreamVideo::showLastFrame(const PlaceRecords& out) {
+    if (m_stream.goTo(m_stream.lastPicture()) == 0) m_stream.copyTo(out);
 }
 
-void CPbStreamVideo::m_checkStartOfFile(PB_STREAM_TIME time) {
-    const DB_STREAM found = m_video.db;
-    if (m_setSql(startedBefore(time).text) == kQueryNoRow) {
+void CPbStreamVideo::checkStartOfFile(PB_STREAM_TIME time) {
+    const DB_STREAM lookedAt = m_stream.row();
+    if (lookFor(statements::startedBefore(time)) == QueryResult::noRow) {
         std::puts("#1542 found");
         m_SOFflag = 1;
     }
-    m_video.db = found;
+    m_stream.replaceRow(lookedAt);
 }
 
-int CPbStreamVideo::m_landOn(bool backward, DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH) {
-    if (m_openChunk() == -1 || m_goTo(backward ? m_lastPicture() : 0) == -1) {
+int CPbStreamVideo::landOn(Direction direction, const PlaceRecords& out) {
+    if (m_stream.m_openChunk() == -1 ||
+        m_stream.goTo(direction == Direction::backward ? m_stream.lastPicture() : 0) == -1) {
         clear();
         return -1;
     }
-    m_copyOut(db, stH, picH);
-    return static_cast<int>(m_video.offset);
+    m_stream.copyTo(out);
+    return static_cast<int>(m_stream.getOffset());
 }

@@ -2,7 +2,7 @@
 #include <ctime>
 
 #include "platform/log.h"
-#include "stream/pb_stream_video.h"
+#include "stream/open_stream.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ DateText localDate(uint32_t secondsSinceEpoch) {
 
 } // namespace
 
-void CPbStreamVideo::m_showDb() const {
+void OpenStream::m_showDb() const {
     const DB_STREAM& db = m_video.db;
     logPlain(LOG_INFO, "database info ----------------------");
     logPlain(LOG_INFO, "m_video.db.streamID    = %lu", asLu(db.streamID));
@@ -40,7 +40,7 @@ void CPbStreamVideo::m_showDb() const {
     logPlain(LOG_INFO, "m_video.db.backOffset  = %lu", asLu(db.backOffset));
 }
 
-void CPbStreamVideo::m_showStH() const {
+void OpenStream::m_showStH() const {
     const STREAM_HEADER& stH = m_video.stH;
     logPlain(LOG_INFO, "stream header info ----------------------");
     logPlain(LOG_INFO, "m_video.stH.marker   = 0x%X", stH.marker);
@@ -53,7 +53,7 @@ void CPbStreamVideo::m_showStH() const {
     logPlain(LOG_INFO, "m_video.stH.cs       = %u", unsigned{stH.cs});
 }
 
-void CPbStreamVideo::m_showPicH() const {
+void OpenStream::m_showPicH() const {
     const PICTURE_HEADER& picH = m_video.picH;
     logPlain(LOG_INFO, "picture header info ----------------------");
     logPlain(LOG_INFO, "m_video.picH.marker   = 0x%X", picH.marker);
@@ -67,7 +67,7 @@ void CPbStreamVideo::m_showPicH() const {
     logPlain(LOG_INFO, "m_video.picH.cs       = %u", unsigned{picH.cs});
 }
 
-void CPbStreamVideo::m_showAll() const {
+void OpenStream::showAll() const {
     m_showDb();
     m_showStH();
     m_showPicH();

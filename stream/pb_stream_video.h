@@ -2,19 +2,15 @@
 // access object that finds streams, moves inside one, crosses between them and positions by time. It never
 // sleeps and knows neither play modes nor requests.
 //
-// The object's operations are divided over files by subject: index_queries.cpp (life, queries, following a
-// stream under recording), chunk_reading.cpp, picture_movement.cpp, crossing.cpp, time_positioning.cpp,
-// skipping.cpp, debug_dump.cpp.
+// Below the object: recording_index (every query; its texts in statements), recorder_link (what the recorder
+// says about the stream it writes), open_stream (readers, headers, pictures). Above them, by file:
+// pb_stream_video.cpp (life, opening by id, moving picture by picture), crossing.cpp, time_positioning.cpp,
+// skipping.cpp.
 #pragma once
 
-#include <memory>
-
-#include "platform/api_db.h"
-#include "platform/mutex.h"
-#include "stream/pb_video.h"
-#include "stream/stream_time.h"
-
-class CtavirnShmServer;
+#include "stream/open_stream.h"
+#include "stream/recorder_link.h"
+#include "stream/recording_index.h"
 
 /// The stream access object. One thread drives it at a time (the main thread during set-up, then the
 /// playback thread); only getErrorflag may be called from another thread meanwhile.
@@ -27,7 +23,7 @@ public:
     CPbStreamVideo& operator=(const CPbStreamVideo&) = delete;
 
     /// Closes both readers and forgets the stream; the position and the flags stay.
-    void clear();
+    void clear() { m_stream.clear(); }
 
     // ---- positioning: each copies the records of the position reached into the caller's ----
 
@@ -60,132 +56,71 @@ public:
     // ---- the current picture ----
 
     /// Reads the picture's data into `buffer` (at least picH.size bytes). The offset, or -1.
-    long get(unsigned char* buffer);
+    long get(unsigned char* buffer) { return m_stream.get(buffer); }
 
     /// Time stamp of the current picture, on the recorder's scale.
-    PB_STREAM_TIME getNowPts() const { return {m_video.picH.pts, m_video.picH.msec}; }
+    PB_STREAM_TIME getNowPts() const { return m_stream.getNowPts(); }
     /// Time stamp of the stream's picture 0.
-    PB_STREAM_TIME getTopPts() const { return m_topPts; }
+    PB_STREAM_TIME getTopPts() const { return m_stream.getTopPts(); }
     /// Wall-clock time of the current picture.
-    PB_STREAM_TIME getTimePts() const;
+    PB_STREAM_TIME getTimePts() const { return m_stream.getTimePts(); }
     /// Frames per second times 10; 0 when neither setting nor duration tells.
-    unsigned long getFrameRate() const;
-    unsigned long getOffset() const { return m_video.offset; }
+    unsigned long getFrameRate() const { return m_stream.getFrameRate(); }
+    unsigned long getOffset() const { return m_stream.getOffset(); }
     /// 1 after a time search that fell before every recording.
     unsigned long getSOFflag() const { return m_SOFflag; }
 
     /// Copies of the current records; the first two follow a stream under recording before they copy.
     void getDb(DB_STREAM* db);
     void getStH(STREAM_HEADER* stH);
-    void getPicH(PICTURE_HEADER* picH) const;
+    void getPicH(PICTURE_HEADER* picH) const { m_stream.getPicH(picH); }
 
     /// 1 around a crossing made because playing ran past a stream's end: a fallback then shows the newest
     /// recording's last picture.
-    void setplaylastframemode(unsigned long mode);
+    void setplaylastframemode(unsigned long mode) { m_playlastframemode = static_cast<uint32_t>(mode); }
     /// Lets the next alarm search go by time alone.
-    void clearEventID();
+    void clearEventID() { m_eventID = 0; }
 
     // ---- error flags, any thread ----
 
-    void setErrorflag(unsigned long kind, unsigned long value) EXCLUDES(m_mutex);
-    unsigned long getErrorflag() EXCLUDES(m_mutex);
+    void setErrorflag(unsigned long kind, unsigned long value) { m_errorFlags.setErrorflag(kind, value); }
+    unsigned long getErrorflag() { return m_errorFlags.getErrorflag(); }
 
 protected:
-    // Index (index_queries.cpp)
-    int m_setSql(const char* sql);
-    int m_setSqlEvent(const char* sql, DB_EVENT* event);
-    int m_updateRecStream();
+    int m_updateRecStream() { return m_recorder.m_updateRecStream(m_stream, m_index); }
 
-    // Chunk (chunk_reading.cpp)
-    int m_openChunk();
-    int m_readPic();
-    int m_setOffset(unsigned long sec, unsigned long mSec);
-
-    // Pictures (picture_movement.cpp)
-    long m_iPicSearch(unsigned long direction, PICTURE_HEADER* picH);
-
-    // Targets without a time (skipping.cpp)
-    PB_STREAM_TIME m_skipLatest(DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH,
-                                unsigned long backSec);
-    PB_STREAM_TIME m_skipOldest(DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH);
-    PB_STREAM_TIME m_skipRecType(PB_STREAM_TIME* pbTime, DB_STREAM* db, STREAM_HEADER* stH,
-                                 PICTURE_HEADER* picH, unsigned char dir, unsigned long count,
-                                 unsigned long backSec);
-
-    // Dumps (debug_dump.cpp)
-    void m_showDb() const;
-    void m_showStH() const;
-    void m_showPicH() const;
-    void m_showAll() const;
-
-    PB_VIDEO m_video;
+    ErrorFlags m_errorFlags;
+    OpenStream m_stream{m_errorFlags};
 
 private:
-    // Results of m_setSql and m_setSqlEvent.
-    static constexpr int kQueryFound = 0;
-    static constexpr int kQueryError = 1;
-    static constexpr int kQueryNoRow = 2;
-
-    // index_queries.cpp
-    void m_closeReaders();
-    void m_copyOut(DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH) const;
-    int m_query(const char* operation, const char* sql);
-    int m_followGrowth(uint32_t pictures);
-    int m_reloadFinished(uint32_t recorderStreamId);
-    void m_takeEndFromPicture();
-    PB_STREAM_TIME m_startTime() const;
-    PB_STREAM_TIME m_endTime() const;
-
-    // chunk_reading.cpp
-    int m_openHeaderArea(CHUNK_EVENT area);
-    int m_openPictureArea(CHUNK_EVENT area);
-    int m_checkStreamHeader() const;
-    int m_seekHeader(uint32_t picture);
-    long m_readHeader(void* header);
-    long m_readData(unsigned char* buffer, uint32_t size);
-    int m_goTo(uint32_t offset);
-    /// For a stream without pictures it wraps to the highest offset: no header read accepts that one, and as
-    /// a result it is -1.
-    uint32_t m_lastPicture() const { return m_video.stH.pictures - 1; }
-    PB_STREAM_TIME m_pictureTime() const;
-    uint32_t m_estimateOffset(PB_STREAM_TIME target) const;
-    uint32_t m_pictureIntervalMs() const;
-    uint32_t m_offsetAhead(uint32_t step) const;
-    uint32_t m_offsetBack(uint32_t step) const;
-
-    // picture_movement.cpp
-    void m_park(uint32_t offset, PICTURE_HEADER* picH);
-    long m_arrive(PICTURE_HEADER* picH);
-    long m_arriveOnIPicture(unsigned char searchMode, PICTURE_HEADER* picH);
+    /// Leaves the stream stood on, whatever the index says, and looks at the first one that fits.
+    QueryResult lookFor(const SqlText& sql);
 
     // crossing.cpp
-    PB_STREAM_TIME m_referenceTime(const PB_STREAM_TIME* pbTime) const;
-    int m_findRecordingStream(PB_STREAM_TIME time, bool* beyondRecording);
-    int m_stayOn(const DB_STREAM& row);
-    int m_fallBack(bool backward, DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH);
-    void m_showLastFrame(STREAM_HEADER* stH, PICTURE_HEADER* picH);
-    void m_checkStartOfFile(PB_STREAM_TIME time);
-    int m_landOn(bool backward, DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH);
+    int cross(Direction direction, const PlaceRecords& out, const PB_STREAM_TIME* pbTime, bool locate);
+    PB_STREAM_TIME referenceTime(const PB_STREAM_TIME* pbTime) const;
+    QueryResult lookForNeighbour(Direction direction, PB_STREAM_TIME time, statements::Left left);
+    QueryResult lookForRecording(PB_STREAM_TIME time, bool* beyondRecording);
+    int stayOn(const DB_STREAM& stoodOn);
+    int fallBack(Direction direction, const PlaceRecords& out);
+    void showLastFrame(const PlaceRecords& out);
+    void checkStartOfFile(PB_STREAM_TIME time);
+    int landOn(Direction direction, const PlaceRecords& out);
 
     // time_positioning.cpp
     enum class TimeSearch { found, tookFallback, failed };
-    TimeSearch m_findTime(PB_STREAM_TIME pbTime, unsigned char dir);
+    TimeSearch findTime(PB_STREAM_TIME pbTime, Direction direction);
 
     // skipping.cpp
-    int m_findEventStream(PB_STREAM_TIME start, const DB_STREAM& left);
-    void m_standAgainOn(const DB_STREAM& row, uint32_t offset);
-    int m_openAt(PB_STREAM_TIME time);
+    PB_STREAM_TIME m_skipLatest(const PlaceRecords& out, unsigned long backSec);
+    PB_STREAM_TIME m_skipOldest(const PlaceRecords& out);
+    PB_STREAM_TIME m_skipRecType(PB_STREAM_TIME pbTime, const PlaceRecords& out, Direction direction);
+    QueryResult lookForAlarmStream(PB_STREAM_TIME start, const DB_STREAM& stoodOn);
+    int openAt(PB_STREAM_TIME time);
 
-    std::unique_ptr<CApiDb> m_apiDb;
-    PB_STREAM_TIME m_topPts;
-    uint32_t m_recPictures = 0; ///< pictures of the stream under recording, as last taken from the segment
-    CtavirnShmServer* m_shmserver;
-    uint32_t m_recFirstFlag = 1; ///< 1 = the next refresh of a stream under recording goes to picture 0
+    RecorderLink m_recorder;
+    RecordingIndex m_index{m_errorFlags};
     uint32_t m_SOFflag = 0;
     uint32_t m_eventID = 0; ///< event the last alarm jump landed on; 0 = none
     uint32_t m_playlastframemode = 0;
-
-    Mutex m_mutex;
-    unsigned long m_dbErrorflag GUARDED_BY(m_mutex) = 0;
-    unsigned long m_chunkErrorflag GUARDED_BY(m_mutex) = 0;
 };

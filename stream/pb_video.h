@@ -11,7 +11,7 @@
 inline constexpr unsigned char PBST_FORWARD = 0;
 inline constexpr unsigned char PBST_BACKWARD = 1;
 
-/// Search modes of `move` and `m_iPicSearch`.
+/// Search modes of `move`.
 inline constexpr unsigned char kSearchNone = 0;
 inline constexpr unsigned char kSearchForward = 1;
 inline constexpr unsigned char kSearchBackward = 2;
@@ -20,12 +20,6 @@ inline constexpr unsigned char kSearchBackward = 2;
 inline constexpr unsigned char kSkipLatest = 0;
 inline constexpr unsigned char kSkipOldest = 1;
 inline constexpr unsigned char kSkipEvent = 3;
-
-/// Kinds of `setErrorflag`, and the bits of `getErrorflag`.
-inline constexpr unsigned long kErrorKindIndex = 1;
-inline constexpr unsigned long kErrorKindChunk = 2;
-inline constexpr unsigned long kIndexErrorBit = 1;
-inline constexpr unsigned long kChunkErrorBit = 2;
 
 /// The one stream being played. After a successful open both readers are open on the stream of `db`, `stH`
 /// is record 0 of its header area and `picH` record `offset` + 1.

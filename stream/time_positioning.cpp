@@ -8,17 +8,17 @@ PB_STREAM_TIME CPbStreamVideo::getTime(PB_STREAM_TIME pbTime, DB_STREAM* db, STR
     m_SOFflag = 0;
     // Up to date before the first look at its end, and again before each use: the recorder goes on meanwhile.
     m_updateRecStream();
-    switch (m_findTime(pbTime, dir)) {
+    switch (findTime(pbTime, dir == 0 ? Direction::forward : Direction::backward)) {
     case TimeSearch::found:
         m_updateRecStream();
-        if (m_setOffset(pbTime.seconds(), pbTime.mSec) == 0) {
-            m_copyOut(db, stH, picH);
+        if (m_stream.m_setOffset(pbTime.seconds(), pbTime.mSec) == 0) {
+            m_stream.copyTo({db, stH, picH});
             return pbTime;
         }
         logAt(LOG_ERR, "m_setOffset error");
         break;
     case TimeSearch::tookFallback:
-        m_copyOut(db, stH, picH);
+        m_stream.copyTo({db, stH, picH});
         return {};
     case TimeSearch::failed:
         logAt(LOG_INFO, "Not found stream");
@@ -29,33 +29,33 @@ PB_STREAM_TIME CPbStreamVideo::getTime(PB_STREAM_TIME pbTime, DB_STREAM* db, STR
     return {};
 }
 
-CPbStreamVideo::TimeSearch CPbStreamVideo::m_findTime(PB_STREAM_TIME pbTime, unsigned char dir) {
-    if (!(pbTime < m_startTime()) && !(pbTime > m_endTime())) {
+CPbStreamVideo::TimeSearch CPbStreamVideo::findTime(PB_STREAM_TIME pbTime, Direction direction) {
+    if (!(pbTime < m_stream.startTime()) && !(pbTime > m_stream.endTime())) {
         m_updateRecStream();
         return pbTime.sec != 0 ? TimeSearch::found : TimeSearch::failed;
     }
     if (m_updateRecStream() != 0) return TimeSearch::failed;
 
-    const bool forward = dir == 0;
-    if (over(forward ? 0 : 1, &m_video.db, &m_video.stH, &m_video.picH, &pbTime, 1) >= 0) {
+    const PlaceRecords none; // getTime copies, once it is known what the search came to
+    if (cross(direction, none, &pbTime, true) >= 0) {
         logPlain(LOG_WARNING, "pbTime.sec = %ld, pbTime.mSec = %d", asLd(pbTime.sec), int{pbTime.mSec});
         return pbTime.sec != 0 ? TimeSearch::found : TimeSearch::failed;
     }
-    const PB_STREAM_TIME taken = forward ? m_skipLatest(&m_video.db, &m_video.stH, &m_video.picH, 0)
-                                         : m_skipOldest(&m_video.db, &m_video.stH, &m_video.picH);
+    const PB_STREAM_TIME taken = direction == Direction::forward ? m_skipLatest(none, 0) : m_skipOldest(none);
     return taken.sec != 0 ? TimeSearch::tookFallback : TimeSearch::failed;
 }
 
 PB_STREAM_TIME CPbStreamVideo::getSkip(PB_STREAM_TIME* pbTime, DB_STREAM* db, STREAM_HEADER* stH,
                                        PICTURE_HEADER* picH, unsigned char skipType, unsigned char dir,
-                                       unsigned long count, unsigned long backSec) {
+                                       unsigned long, unsigned long backSec) {
+    const PlaceRecords out{db, stH, picH};
     switch (skipType) {
     case kSkipLatest:
-        return m_skipLatest(db, stH, picH, backSec);
+        return m_skipLatest(out, backSec);
     case kSkipOldest:
-        return m_skipOldest(db, stH, picH);
+        return m_skipOldest(out);
     case kSkipEvent:
-        return m_skipRecType(pbTime, db, stH, picH, dir, count, backSec);
+        return m_skipRecType(*pbTime, out, dir == 1 ? Direction::backward : Direction::forward);
     default:
         logAt(LOG_ERR, "skip type not defined");
         clear();

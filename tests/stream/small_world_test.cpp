@@ -199,7 +199,7 @@ private:
         end(msOf(m_video.getId(s.row.streamID, &m_db, &m_stH, &m_picH, 0)), Model::open(s));
         if (const uint32_t n = m_chance.below(s.header.pictures); m_at.stream && !s.damaged[n]) {
             m_video.m_video.offset = m_at.picture = n;
-            m_video.m_readPic();
+            m_video.m_stream.m_readPic();
         }
     }
     void getTime() {

@@ -17,8 +17,8 @@ inline bool operator==(const PICTURE_HEADER& a, const PICTURE_HEADER& b) {
 class Stream : public CPbStreamVideo {
 public:
     using Base = CPbStreamVideo;
-    using Base::Base, Base::m_iPicSearch, Base::m_readPic, Base::m_setOffset, Base::m_setSqlEvent,
-        Base::m_updateRecStream, Base::m_video;
+    using Base::Base, Base::m_stream, Base::m_updateRecStream;
+    PB_VIDEO& m_video = m_stream.m_video;
 };
 
 /// Passes everything on to the reader it stands in for; counts, and breaks down when told to.

@@ -1,46 +1,9 @@
+// The stream that the recorder is still writing.
 #include "tests/stream/stream_fixture.h"
 
 namespace {
 
 using test::at;
-
-TEST_F(StreamTest, MovesAndSearches) {
-    // I-pictures at 7, 37 and 67 of 90.
-    card.stream(1).from("12:00:00").pictures(90).firstI(7).gop(30).closed();
-    open(1);
-    const struct {
-        const char* what;
-        unsigned char kind, search;
-        uint32_t from, count;
-        long result, offset, headers;
-        const char* message = "";
-    } rows[] = {
-        {"one ahead", PBST_FORWARD, 0, 10, 1, 11, 11, 1},
-        {"past the end", PBST_FORWARD, 0, 89, 1, -1, 89, 1, "offset >= pictures"},
-        {"far past the end", PBST_FORWARD, 1, 3, 0x7FFFFFFF, -1, 89, 1, "offset >= pictures"},
-        {"back to the first", PBST_BACKWARD, 0, 5, 5, 0, 0, 1},
-        {"past the start", PBST_BACKWARD, 0, 5, 10, -1, 0, 1, "(offset - move) < 0"},
-        {"next I-picture", PBST_FORWARD, kSearchForward, 38, 0, 67, 67, 30},
-        {"I-picture before", PBST_FORWARD, kSearchBackward, 66, 0, 37, 37, 30},
-        {"back, then ahead", PBST_BACKWARD, kSearchForward, 30, 10, 37, 37, 18},
-        {"none before", PBST_BACKWARD, kSearchBackward, 4, 1, -1, 3, 5, "m_iPicSearch() error"},
-        {"none ahead", PBST_FORWARD, kSearchForward, 70, 10, -1, 80, 11, "m_iPicSearch() error"},
-    };
-    WatchedReader& headers = watch(video.m_video.readPic);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        video.m_video.offset = row.from;
-        log.clear();
-        headers.reads = 0;
-        EXPECT_EQ(move(row.kind, row.count, row.search), row.result);
-        EXPECT_EQ(asLd(video.m_video.offset), row.offset);
-        EXPECT_EQ(headers.reads, row.headers);
-        EXPECT_EQ(picH, card.pictureHeader(1, video.m_video.offset));
-        EXPECT_TRUE(row.result >= 0 || log.has(LOG_INFO, row.message, "move")) << log.dump();
-    }
-    for (unsigned char kind = 2; kind <= 4; ++kind) EXPECT_EQ(move(kind, 1), -1);
-    EXPECT_EQ(log.count(LOG_ERR, "PBST_OFFSET/TOP/END not supported.", "move"), 3);
-}
 
 class UnderRecording : public StreamTest {
 protected:
@@ -99,6 +62,30 @@ TEST_F(UnderRecording, CannotBeFollowedWithoutTheRecorder) {
     Stream alone(nullptr);
     EXPECT_EQ(alone.getId(1, &db, &stH, &picH, 0), kNowhere);
     EXPECT_TRUE(log.has(LOG_ERR, "shared memory error", "m_updateRecStream"));
+}
+
+TEST_F(StreamTest, SearchesAmongRecordedStreamsAndTheOneUnderRecording) {
+    // Streams of 10 s at 10 fps: 3 follows a gap, 4 overlaps it.
+    uint32_t id = 0;
+    for (const char* from : {"12:00:00", "12:00:10", "12:00:30", "12:00:35"})
+        card.stream(++id).from(from).fps(10).pictures(101).closed();
+    card.stream(5).from("12:01:00").fps(10).pictures(55).recording();
+    open(4);
+    recorderSays(0, 0);
+    EXPECT_EQ(over(0, at("12:00:50")), -2) << "nobody records it, so it can't be followed";
+    EXPECT_TRUE(log.has(LOG_ERR, "m_checkRecDB() return REC", "over")) << log.dump();
+    EXPECT_EQ(skip(kSkipLatest), at("12:00:45")) << "the newest with data";
+    EXPECT_EQ(skip(kSkipLatest, 4), at("12:00:41"));
+    EXPECT_EQ(skip(kSkipLatest, 11), at("12:00:35")) << "never before the stream's start";
+
+    recorderSays(5, 55);
+    EXPECT_EQ(over(0, at("12:01:05.400"), true), 0) << "recorded just now";
+    EXPECT_EQ(picH, card.pictureHeader(5, 0));
+    EXPECT_EQ(over(0), -1) << "nothing behind it";
+    EXPECT_TRUE(log.has(LOG_ERR, "status : DB_STATUS_RECORDING", "over"));
+    open(1);
+    EXPECT_EQ(over(0, at("12:01:05.500"), true), -1) << "not recorded yet";
+    EXPECT_EQ(video.m_video.db.streamID, 1u);
 }
 
 } // namespace
