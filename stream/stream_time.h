@@ -19,9 +19,6 @@ struct PB_STREAM_TIME {
     /// The seconds as they are compared and printed.
     uint32_t seconds() const { return static_cast<uint32_t>(sec); }
 
-    /// {0, 0} stands for "no time".
-    bool isNone() const { return sec == 0 && mSec == 0; }
-
     PB_STREAM_TIME operator+(PB_STREAM_TIME b) const;
     /// Saturates at {0, 0}.
     PB_STREAM_TIME operator-(PB_STREAM_TIME b) const;
