@@ -1,8 +1,12 @@
 #include "tests/support/card.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sqlite3.h>
 #include <stdexcept>
@@ -24,10 +28,16 @@ constexpr uint32_t kGrowth = 1000; // pictures that a recording stream can grow 
 
 /// Record `n` of a stream's header area; one that reaches the chunk's end goes on at its start.
 template <class Header> Header readRecord(Card& card, uint32_t streamId, uint64_t n) {
-    const std::string chunk = readFile(card.chunkPath(streamId)), ring = chunk + chunk;
+    const std::string path = card.chunkPath(streamId); // too long to be read whole for each header
+    const uint64_t ring = std::filesystem::file_size(path);
+    const uint64_t begin = (card.row(streamId).chunkOffset + n * sizeof(Header)) % ring;
+    const auto head = static_cast<std::streamsize>(std::min<uint64_t>(sizeof(Header), ring - begin));
+    std::array<char, sizeof(Header)> bytes;
+    std::ifstream chunk(path, std::ios::binary);
+    chunk.seekg(static_cast<std::streamoff>(begin)).read(bytes.data(), head);
+    chunk.seekg(0).read(bytes.data() + head, static_cast<std::streamsize>(bytes.size()) - head);
     Header header;
-    const uint64_t begin = (card.row(streamId).chunkOffset + n * sizeof header) % chunk.size();
-    std::memcpy(&header, ring.data() + begin, sizeof header);
+    std::memcpy(&header, bytes.data(), sizeof header);
     return header;
 }
 
@@ -36,7 +46,8 @@ void writeRecord(Card& card, uint32_t streamId, uint64_t n, const Header& header
     const Header whole = seal ? sealed(header) : header;
     const std::string bytes(reinterpret_cast<const char*>(&whole), sizeof whole),
         path = card.chunkPath(streamId);
-    const uint64_t ring = readFile(path).size(), begin = card.row(streamId).chunkOffset + n * bytes.size();
+    const uint64_t ring = std::filesystem::file_size(path),
+                   begin = card.row(streamId).chunkOffset + n * bytes.size();
     for (size_t i = 0; i < bytes.size(); ++i) patchFile(path, (begin + i) % ring, bytes.substr(i, 1));
 }
 
