@@ -15,7 +15,7 @@ enum ExitCode { kDone = 0, kFailed = 1, kUsage = 2 };
 
 /// Ends a tool. The sentence names the thing and what to do; no program name, no full stop.
 struct Failure : std::runtime_error {
-    Failure(int code, const std::string& sentence) : std::runtime_error(sentence), code(code) {}
+    Failure(int exitCode, const std::string& sentence) : std::runtime_error(sentence), code(exitCode) {}
     int code;
 };
 
