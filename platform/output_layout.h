@@ -32,22 +32,7 @@
 //          refused, and the kernel lets a killed one's claim go. A reader that has waited in vain looks: 0,
 //          or a segment marked for removal (SHM_DEST), means that nothing more will come.
 //
-// Worked example: shm_create(..., 16, 16, 3, 0), then "PAUSE" at 90, then "0123456789ab" at 3090. The ring
-// can't hold both, so block 2 has pushed block 1 out:
-//
-//   offset  header                            offset  slots and bytes
-//   0       "tvo1"    magic                   64      0 0 0 0          slot 0, not used yet
-//   4       1         version                 80      1 5 90 0         slot 1: block 1, passed by `oldest`
-//   8       144       totalBytes              96      2 12 3090 5      slot 2: block 2, 12 bytes from byte 5
-//   12      128       dataStart               112     0 0 0 0          slot 3, not used yet
-//   16      16        dataBytes               128     "bAUSE0123456789a"
-//   20      16        blockBytes
-//   24      3         blocks
-//   28      4         slots
-//   32      1         state (open)
-//   36      2         oldest
-//   40      2         newest
-//   44      2         bell
+// docs/output-memory.md has this for readers in other languages, with a worked example.
 #pragma once
 
 #include <atomic>

@@ -16,6 +16,7 @@
 #include "platform/output_layout.h"
 #include "platform/output_reader.h"
 #include "platform/paths.h"
+#include "tests/support/worked_example.h"
 #include "tests/support/world.h"
 
 namespace {
@@ -49,11 +50,8 @@ TEST_F(OutputMemory, LiesInTheSegmentAsTheLayoutSays) {
     ASSERT_EQ(create(shm, 16, 3), 0);
     ASSERT_EQ(write("PAUSE", 90), 0);
     ASSERT_EQ(write("0123456789ab", 3090), 0);
-    const uint32_t words[32] = {0x316F7674, 1, 144, 128, 16, 16, 3,  4, 1, 2,  2,    2, 0, 0, 0, 0,
-                                0,          0, 0,   0,   1,  5,  90, 0, 2, 12, 3090, 5, 0, 0, 0, 0};
-    const std::string expected = std::string(reinterpret_cast<const char*>(words), 128) + "bAUSE0123456789a";
     const auto* const base = bytes();
-    EXPECT_EQ(std::string(base, 144), expected);
+    EXPECT_EQ(std::string(base, 144), test::exampleBytes("output-memory.md", "output-memory", 144));
 
     shmid_ds segment{};
     ASSERT_EQ(shmctl(static_cast<int>(shm.shmId), IPC_STAT, &segment), 0);
