@@ -1,8 +1,8 @@
 // What README.md and docs/*.md tell a reader to type, typed word for word. A block fenced as ```sh is run
 // with `bash -euo pipefail`, each in a shell of its own, from a directory that looks like the tree's top,
 // with this build as build/plain, an empty TMPDIR and no TAVIRN_ROOT. It has to end by itself and to leave
-// nothing running. A block that installs, builds or needs a device is fenced as ```sh not-here: shown with its
-// colours, listed by this test and not run. No other block may hold commands.
+// nothing running. A block that installs, builds, needs a device or shows what comes out is fenced as
+// ```console; this test lists it and does not run it. No other block may hold commands.
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -95,8 +95,8 @@ TEST(Docs, CommandBlocksRunWordForWord) {
     for (const Block& block : allBlocks()) {
         SCOPED_TRACE(block.where);
         if (block.kind != "sh") {
-            if (block.kind == "sh not-here") std::printf("%s is not run here\n", block.where.c_str());
-            EXPECT_TRUE(block.kind == "sh not-here" || !holdsCommands(block.text)) << block.text;
+            if (block.kind == "console") std::printf("%s is not run here\n", block.where.c_str());
+            EXPECT_TRUE(block.kind == "console" || !holdsCommands(block.text)) << block.text;
             continue;
         }
         const std::string temporary =
