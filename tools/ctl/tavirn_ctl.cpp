@@ -18,12 +18,10 @@
 namespace {
 
 constexpr char kNotes[] =
-    "A command returns when its effect has been seen, so that the next one builds on it: open with the "
-    "first\n"
-    "picture; play, pause and jumps when the playback thread has taken the request and shown what it leads "
-    "to.\n"
-    "Exit codes: 0 done, 1 no such session, or the daemon refused, 2 wrong usage, 3 the daemon or the index\n"
-    "cannot be reached, 4 sent, but no effect was seen in time.";
+    "A command returns when its effect has been seen, so that the next one builds on it: open with the\n"
+    "first picture; play and pause when the playback thread has taken the request.\n"
+    "Exit codes: 0 done, 1 no such session, or the daemon refused, 2 wrong usage, 3 the daemon or the\n"
+    "index cannot be reached, 4 sent, but no effect was seen in time.";
 
 constexpr char kNoSession[] = "no session is open; open one with: tavirn-ctl open";
 constexpr char kEndAny[] = "end whichever is open with: tavirn-ctl teardown --session 0";
@@ -98,41 +96,40 @@ std::string hexText(const std::string& bytes) {
     return text;
 }
 
-void open(const Options& options) {
-    struct Meaning {
-        const char* word;
-        const char* sentence;
-    };
-    const auto meaning = [](OpenAnswer answer) -> Meaning {
-        switch (answer) {
-        case OpenAnswer::opened:
-            return {"opened", ""};
-        case OpenAnswer::noStream:
-            return {"noStream", "nothing has been recorded yet"};
-        case OpenAnswer::alreadyOpen:
-            return {"alreadyOpen", "a session is already open; end it with: tavirn-ctl teardown --session 0"};
-        case OpenAnswer::searchFailed:
-            return {"searchFailed",
-                    "the daemon cannot search the recordings: look at the card and the index"};
-        case OpenAnswer::setUpFailed:
-            return {"setUpFailed", "the start of the newest stream or its parameter sets cannot be read; "
-                                   "the next open tries the stream before it"};
-        case OpenAnswer::malformed:
-            break;
-        }
-        return {"malformed", "the answer is none that the daemon gives"};
-    };
+struct Meaning {
+    const char* word;
+    const char* sentence;
+};
+Meaning meaningOf(OpenAnswer answer) {
+    switch (answer) {
+    case OpenAnswer::opened:
+        return {"opened", ""};
+    case OpenAnswer::noStream:
+        return {"noStream", "nothing has been recorded yet"};
+    case OpenAnswer::alreadyOpen:
+        return {"alreadyOpen", "a session is already open; end it with: tavirn-ctl teardown --session 0"};
+    case OpenAnswer::searchFailed:
+        return {"searchFailed", "the daemon cannot search the recordings: look at the card and the index"};
+    case OpenAnswer::setUpFailed:
+        return {"setUpFailed", "the start of the newest stream or its parameter sets cannot be read; "
+                               "the next open tries the stream before it"};
+    case OpenAnswer::malformed:
+        break;
+    }
+    return {"malformed", "the answer is none that the daemon gives"};
+}
 
+void open(const Options& options) {
     const Daemon daemon = daemonOf(options);
     const std::string answer = daemon.ask(ControlRequest(RTSP_REQ_OPEN));
     const OpenAnswer result = readOpenAnswer(answer);
     const bool opened = result == OpenAnswer::opened;
     const std::string sets = opened ? hexText(answer) : "";
     if (options.json)
-        print(jsonLine({{"result", meaning(result).word}, {"parameterSets", sets}}));
+        print(jsonLine({{"result", meaningOf(result).word}, {"parameterSets", sets}}));
     else if (opened)
         print(sets + '\n');
-    if (!opened) throw Failure(kFailed, meaning(result).sentence);
+    if (!opened) throw Failure(kFailed, meaningOf(result).sentence);
     std::fflush(stdout);
     if (!options.noWait)
         tellEffect(daemon.firstPictureShown(), options, "the session is open, but no picture has come");
@@ -243,7 +240,7 @@ void addPlay(CLI::App& app, Options& options) {
 
 void addCommands(CLI::App& app, Options& options) {
     const auto json = [&](CLI::App* command) { command->add_flag("--json", options.json, "Print JSON"); };
-    const auto add = [&](const char* name, const char* what, auto&& action) {
+    const auto add = [&](const char* name, const char* what, void (*action)(const Options&)) {
         auto* command = app.add_subcommand(name, what);
         command->callback([&options, action] { options.command = [&options, action] { action(options); }; });
         return command;
