@@ -70,7 +70,7 @@ TEST_P(PlaybackAt, WritesExactlyWhatWasRecordedAcrossStreamBorders) {
     const std::string recorded = joined(recordedPictures({1, 2, 3}));
     const std::string played = readFile(file);
     EXPECT_EQ(played.size(), recorded.size());
-    EXPECT_TRUE(played == recorded) << view.errors();
+    EXPECT_TRUE(played == recorded) << view.output() << view.errors();
     EXPECT_EQ(decodedPictures(file, world), 6 * GetParam());
     EXPECT_EQ(viewer.status(), "pause(eof)");
     viewer.teardown();
