@@ -23,7 +23,7 @@ Played playNewest() {
     EXPECT_EQ(index.setSql("SELECT * FROM STREAM ORDER BY streamID DESC LIMIT 1"), 0);
     if (index.getNTuple() == 0) return {};
     const auto id = static_cast<uint32_t>(index.getValue(0, 0));
-    CpbPickerThread session({.searchMode = kSearchModeId, .searchValue = id});
+    CpbPickerThread session({.searchMode = kStartAtStream, .searchValue = id});
     char sets[96];
     EXPECT_EQ(session.preGetData(), 1);
     EXPECT_GT(session.get_sps_pps(sets, 10), 0);
@@ -209,7 +209,7 @@ const Medium kMedia[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Media, testing::ValuesIn(kMedia),
-                         [](const auto& info) { return std::string(info.param.what); });
+                         [](const auto& row) { return std::string(row.param.what); });
 
 std::string recordPattern(const World& world, const std::vector<std::string>& options, int expected = 0) {
     std::vector<std::string> command{TAVIRN_RECORD,    "--root", world.root(),

@@ -1,6 +1,5 @@
 // The main road: a recording made by the recorder's stand-in is played through the daemon's own socket, and
 // what the viewer writes is what was recorded.
-#include <regex>
 #include <sys/shm.h>
 
 #include "tests/e2e/session.h"
@@ -38,12 +37,13 @@ TEST(Client, BuiltFromWhatIsInstalledPlaysTheRecording) {
     EXPECT_EQ(Viewer().status(), "error") << "its session has ended";
 }
 
-// The ring of each chunk is so small that the streams wrap round its end.
+// The ring of each chunk is so small that the streams wrap round its end. At 10 pictures a second the output
+// memory holds three: a busy machine may keep the viewer waiting, also when play catches up behind a gap.
 TEST(Playback, WritesExactlyWhatWasRecordedAcrossStreamBorders) {
     World world;
     const auto record = [&](const std::string& start, const std::string& seconds) {
         runTool({TAVIRN_RECORD, "--root",  world.root(),   "--test-pattern",
-                 "--size",      "320x240", "--fps",        "30",
+                 "--size",      "320x240", "--fps",        "10",
                  "--gop",       "10",      "--chunk-size", "1M",
                  "--start",     start,     "--duration",   seconds,
                  "--split",     "2",       "--gap",        "3"},
@@ -69,16 +69,12 @@ TEST(Playback, WritesExactlyWhatWasRecordedAcrossStreamBorders) {
     })) << view.errors();
     viewer.play();
     ASSERT_EQ(view.wait(), 0) << view.errors();
-    // The memory holds a second of 30 fps: whoever gets no processor for longer misses blocks, and counts
-    // them.
-    if (std::regex_search(view.output(), std::regex(R"("missedBlocks": ?[1-9])")))
-        GTEST_SKIP() << "skipped: this machine is too busy to read in real time: " << view.output();
 
     const std::string recorded = joined(recordedPictures({1, 2, 3}));
     const std::string played = readFile(file);
     EXPECT_EQ(played.size(), recorded.size());
-    EXPECT_TRUE(played == recorded) << view.errors();
-    EXPECT_EQ(decodedPictures(file, world), 6 * 30);
+    EXPECT_TRUE(played == recorded) << view.output() << view.errors();
+    EXPECT_EQ(decodedPictures(file, world), 6 * 10);
     EXPECT_EQ(viewer.status(), "pause(eof)");
     viewer.teardown();
     EXPECT_EQ(viewer.status(), "error"); // no session 1 any more
