@@ -15,10 +15,12 @@
 
 namespace {
 
+constexpr char kName[] = "searchDefaultStream";
+
 bool readCardState(const char* path, char& state) {
     const int file = open(path, O_RDONLY | O_CLOEXEC);
     const bool isRead = file >= 0 && read(file, &state, 1) == 1;
-    if (!isRead) logNamed(LOG_ERR, "searchDefaultStream", "file-open err");
+    if (!isRead) logNamed(LOG_ERR, kName, "file-open err");
     if (file >= 0) close(file);
     return isRead;
 }
@@ -27,12 +29,12 @@ bool readCardState(const char* path, char& state) {
 /// changed between two sessions.
 unsigned long checkCard() {
     struct stat index;
-    if (stat(paths().index, &index) < 0) return kDefaultStreamNoIndex;
+    if (stat(paths().index, &index) < 0) return kSearchNoIndex;
     char detect = 0;
     char readOnly = 0;
-    if (!readCardState(paths().cardDetect, detect)) return kDefaultStreamUnreadable;
-    if (!readCardState(paths().cardReadOnly, readOnly)) return kDefaultStreamUnreadable;
-    return detect == '1' && readOnly == '1' ? kDefaultStreamNoCard : kDefaultStreamNoError;
+    if (!readCardState(paths().cardDetect, detect)) return kSearchUnreadable;
+    if (!readCardState(paths().cardReadOnly, readOnly)) return kSearchUnreadable;
+    return detect == '1' && readOnly == '1' ? kSearchNoCard : kSearchNoError;
 }
 
 /// Stream IDs are 32-bit words, whatever a damaged index holds.
@@ -43,7 +45,7 @@ unsigned long firstStreamId(CApiDb& index) {
 /// 0 found, 1 the query failed (reported), 2 no row.
 int query(CApiDb& index, const char* sql, unsigned long& id) {
     if (index.setSql(sql) != 0) {
-        logNamed(LOG_ERR, "searchDefaultStream", "apiDB setSql error");
+        logNamed(LOG_ERR, kName, "apiDB setSql error");
         return 1;
     }
     if (index.getNTuple() == 0) return 2;
@@ -84,10 +86,10 @@ int queryRecording(CApiDb& index, CtavirnShmServer& status, unsigned long& id) {
 
 unsigned long searchDefaultStream(unsigned long hint, unsigned long* errorNo, CtavirnShmServer* status) {
     *errorNo = checkCard();
-    if (*errorNo != kDefaultStreamNoError) return 0;
+    if (*errorNo != kSearchNoError) return 0;
     const std::unique_ptr<CApiDb> index(new (std::nothrow) CApiDb);
     if (!index) {
-        *errorNo = kDefaultStreamUnreadable;
+        *errorNo = kSearchUnreadable;
         return 0;
     }
     unsigned long id = 0;
@@ -97,6 +99,6 @@ unsigned long searchDefaultStream(unsigned long hint, unsigned long* errorNo, Ct
         result = queryRecording(*index, *status, id);
         if (result == 2) logAt(LOG_ERR, "apiDB setSql not found record");
     }
-    if (result == 1) *errorNo = kDefaultStreamRefused;
+    if (result == 1) *errorNo = kSearchRefused;
     return id;
 }

@@ -118,7 +118,7 @@ int RequestLoop::searchGaveNothing(unsigned long errorNo) {
     logPlain(LOG_INFO, "error No = %d", static_cast<int>(errorNo));
     lastError |= static_cast<uint32_t>(errorNo);
     streamHint = kNoStreamHint;
-    if (errorNo != kDefaultStreamNoError) return fillFailure(parameterSets, OpenFailure::searchFailed);
+    if (errorNo != kSearchNoError) return fillFailure(parameterSets, OpenFailure::searchFailed);
     logNamed(LOG_ERR, "main", "stream not found");
     return fillFailure(parameterSets, OpenFailure::noStream);
 }
