@@ -57,7 +57,7 @@ protected:
     /// Changes the play type and publishes it with the pause reason of the last move. The new playSpeed.
     unsigned long m_changePlayMode(unsigned long direction, unsigned long speed);
 
-    Position m_position;
+    Position m_position; ///< playback thread only, once it runs
 
 private:
     void play(Direction direction, uint32_t speed);
@@ -65,8 +65,12 @@ private:
     void playOrJump(int32_t readyBefore);
 
     const T_PB_INFO m_pbInfo;
+
+    // With locks of their own.
     PlayMode m_playMode;
     RequestQueue m_requests;
+
+    // Playback thread only, once it runs.
     PBDATA m_curEvent; ///< the request taken last
     Movement m_movement{m_position, m_playMode};
     Jumps m_jumps{m_position, m_movement};

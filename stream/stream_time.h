@@ -13,11 +13,11 @@ struct PB_STREAM_TIME {
     PB_STREAM_TIME(uint32_t seconds, uint32_t milliseconds)
         : sec(static_cast<int32_t>(seconds)), mSec(static_cast<uint16_t>(milliseconds)) {}
 
-    /// No time was found: operations say so by seconds of 0, whatever the milliseconds.
-    bool isNone() const { return sec == 0; }
-
     /// The seconds as they are compared and printed.
     uint32_t seconds() const { return static_cast<uint32_t>(sec); }
+
+    /// No time was found: operations say so by seconds of 0, whatever the milliseconds.
+    bool isNone() const { return sec == 0; }
 
     PB_STREAM_TIME operator+(PB_STREAM_TIME b) const;
     /// Saturates at {0, 0}.
