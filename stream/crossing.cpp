@@ -50,7 +50,7 @@ int CPbStreamVideo::cross(Direction direction, const PlaceRecords& out, const PB
 }
 
 PB_STREAM_TIME CPbStreamVideo::referenceTime(const PB_STREAM_TIME* pbTime) const {
-    return pbTime != nullptr && pbTime->sec != 0 ? *pbTime : getTimePts();
+    return pbTime != nullptr && !pbTime->isNone() ? *pbTime : getTimePts();
 }
 
 QueryResult CPbStreamVideo::lookForNeighbour(Direction direction, PB_STREAM_TIME time,

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-/// Whole seconds plus milliseconds. Seconds are compared as
+/// Whole seconds plus milliseconds. {0, 0} also says that no time was found. Seconds are compared as
 /// unsigned 32-bit numbers and wrap at 32 bits on purpose; milliseconds are 0..999 in normalised values.
 struct PB_STREAM_TIME {
     int32_t sec = 0;
@@ -16,8 +16,8 @@ struct PB_STREAM_TIME {
     /// The seconds as they are compared and printed.
     uint32_t seconds() const { return static_cast<uint32_t>(sec); }
 
-    /// {0, 0} stands for "no time".
-    bool isNone() const { return sec == 0 && mSec == 0; }
+    /// No time was found: operations say so by seconds of 0, whatever the milliseconds.
+    bool isNone() const { return sec == 0; }
 
     PB_STREAM_TIME operator+(PB_STREAM_TIME b) const;
     /// Saturates at {0, 0}.

@@ -32,17 +32,17 @@ PB_STREAM_TIME CPbStreamVideo::getTime(PB_STREAM_TIME pbTime, DB_STREAM* db, STR
 CPbStreamVideo::TimeSearch CPbStreamVideo::findTime(PB_STREAM_TIME pbTime, Direction direction) {
     if (!(pbTime < m_stream.startTime()) && !(pbTime > m_stream.endTime())) {
         m_updateRecStream();
-        return pbTime.sec != 0 ? TimeSearch::found : TimeSearch::failed;
+        return pbTime.isNone() ? TimeSearch::failed : TimeSearch::found;
     }
     if (m_updateRecStream() != 0) return TimeSearch::failed;
 
     const PlaceRecords none; // getTime copies, once it is known what the search came to
     if (cross(direction, none, &pbTime, true) >= 0) {
         logPlain(LOG_WARNING, "pbTime.sec = %ld, pbTime.mSec = %d", asLd(pbTime.sec), int{pbTime.mSec});
-        return pbTime.sec != 0 ? TimeSearch::found : TimeSearch::failed;
+        return pbTime.isNone() ? TimeSearch::failed : TimeSearch::found;
     }
     const PB_STREAM_TIME taken = direction == Direction::forward ? m_skipLatest(none, 0) : m_skipOldest(none);
-    return taken.sec != 0 ? TimeSearch::tookFallback : TimeSearch::failed;
+    return taken.isNone() ? TimeSearch::failed : TimeSearch::tookFallback;
 }
 
 PB_STREAM_TIME CPbStreamVideo::getSkip(PB_STREAM_TIME* pbTime, DB_STREAM* db, STREAM_HEADER* stH,
