@@ -20,16 +20,16 @@ public:
     using CPbStreamVideo::CPbStreamVideo;
     PB_VIDEO& m_video = m_stream.m_video;
 
-    bool open(uint32_t id) { return getId(id, &db, &stH, &picH, 0).sec != 0; }
+    bool open(uint32_t id) { return !getId(id, &db, &stH, &picH, 0).isNone(); }
     bool toTime(PB_STREAM_TIME time, unsigned char dir) {
-        return getTime(time, &db, &stH, &picH, 1, dir, 0).sec != 0;
+        return !getTime(time, &db, &stH, &picH, 1, dir, 0).isNone();
     }
     bool cross(unsigned char dir) {
         PB_STREAM_TIME here;
         return over(dir, &db, &stH, &picH, &here, 0) >= 0;
     }
     bool skip(unsigned char kind, unsigned char dir = 0, PB_STREAM_TIME from = {}) {
-        return getSkip(&from, &db, &stH, &picH, kind, dir, 0, 0).sec != 0;
+        return !getSkip(&from, &db, &stH, &picH, kind, dir, 0, 0).isNone();
     }
 
     DB_STREAM db{};

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-/// Whole seconds plus milliseconds. Seconds are compared as
+/// Whole seconds plus milliseconds. {0, 0} also says that no time was found. Seconds are compared as
 /// unsigned 32-bit numbers and wrap at 32 bits on purpose; milliseconds are 0..999 in normalised values.
 struct PB_STREAM_TIME {
     int32_t sec = 0;
