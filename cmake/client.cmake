@@ -18,5 +18,6 @@ install(DIRECTORY ${PROJECT_BINARY_DIR}/client/tavirn TYPE INCLUDE COMPONENT tav
 install(TARGETS tavirn_client ARCHIVE COMPONENT tavirn-dev)
 install(FILES ${PROJECT_BINARY_DIR}/client/tavirn-client.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT tavirn-dev)
-install(FILES docs/control-channel.md docs/output-memory.md docs/examples/count_pictures.cpp
+file(GLOB pages CONFIGURE_DEPENDS docs/*.md)
+install(FILES ${pages} docs/examples/count_pictures.cpp
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tavirn-dev COMPONENT tavirn-dev)

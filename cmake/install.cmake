@@ -97,5 +97,5 @@ recorder of a camera would, for tavirn to play.")
 set(CPACK_COMPONENT_TAVIRN-DEV_DESCRIPTION "client library of the playback daemon tavirn
 For whoever writes an RTSP server or a viewer of their own: requests to
 the daemon, and the pictures from its output memory. Headers, a static
-library, the documents of both interfaces and an example.")
+library, the documents and an example.")
 include(CPack)

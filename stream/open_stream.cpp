@@ -13,7 +13,6 @@ namespace {
 constexpr unsigned char kHeaderAreaMode = 0;
 constexpr unsigned char kPictureAreaMode = 1;
 
-constexpr uint32_t kMaxGops = 120;
 constexpr uint32_t kDefaultGops = 5;
 
 CHUNK_EVENT areaOf(const DB_STREAM& row, uint32_t offset, uint32_t size) {

@@ -58,6 +58,8 @@ inline constexpr uint32_t kStreamMarker = 0xFFFFFFFF;
 inline constexpr uint32_t kPictureMarker = 0xFFFFFFFE;
 inline constexpr uint32_t kMinPictureBytes = 5;
 inline constexpr uint32_t kMaxPictureBytes = 819200;
+/// Longest GOP that a stream header can name; a larger figure is replaced.
+inline constexpr uint32_t kMaxGops = 120;
 
 /// Record 0 of a header area.
 struct STREAM_HEADER {

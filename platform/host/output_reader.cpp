@@ -15,6 +15,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/output_words.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -42,7 +44,7 @@ void waitForBell(const SharedWord& bell, uint32_t seen, nanoseconds time) {
 } // namespace
 
 bool isPauseBlock(const OutputBlock& block) {
-    return std::string_view(block.data.data(), block.data.size()) == "PAUSE";
+    return std::string_view(block.data.data(), block.data.size()) == kPauseBlock;
 }
 
 bool isIPicture(const OutputBlock& block) {

@@ -35,8 +35,8 @@ std::string CopyCheck::fault(const MediaPicture& picture) {
     m_any = true;
     m_lastMs = picture.sourceMs;
     if (m_iPictures == 0) return "it does not begin with an IDR picture";
-    if (m_gop > kMaxGop)
-        return "more than " + std::to_string(kMaxGop) + " pictures pass from one IDR picture to the next";
+    if (m_gop > kMaxGops)
+        return "more than " + std::to_string(kMaxGops) + " pictures pass from one IDR picture to the next";
     if (picture.accessUnit.size() > kMaxPictureBytes - h264::kMaxParameterSetBytes - kClockTextBytes)
         return "it has a picture of " + std::to_string(picture.accessUnit.size()) +
                " bytes, and playback takes " + std::to_string(kMaxPictureBytes);

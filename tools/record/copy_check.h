@@ -6,9 +6,6 @@
 
 #include "tools/record/media_source.h"
 
-/// Longest GOP that a stream header can name, and that a search for an I-picture finds its way through.
-inline constexpr uint32_t kMaxGop = 120;
-
 /// Looks at a file's pictures in order. What is copied opens a session and plays in any mode: it begins with
 /// an IDR picture, has another before long, and its pictures come in the order they are shown.
 class CopyCheck {

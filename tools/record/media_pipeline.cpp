@@ -7,7 +7,6 @@
 
 #include "stream/records.h"
 #include "tools/common/clock_text.h"
-#include "tools/record/copy_check.h"
 #include "tools/recording/recording_error.h"
 
 namespace {
@@ -160,7 +159,7 @@ void MediaSource::Pipeline::onCaps(const GstStructure* caps) {
     gst_structure_get_int(caps, "width", &width);
     gst_structure_get_int(caps, "height", &height);
     const double rate = rateOf(caps) > 0 ? rateOf(caps) : kUnknownRate;
-    const auto second = static_cast<uint32_t>(std::clamp(std::lround(rate), 1L, long{kMaxGop}));
+    const auto second = static_cast<uint32_t>(std::clamp(std::lround(rate), 1L, long{kMaxGops}));
     const uint32_t gop = settings.gop != 0 ? settings.gop : second;
     const auto usual = static_cast<uint32_t>(width * height * rate * kBitsPerPixel / 1000);
     const uint32_t bitrate = settings.bitrateKbit != 0 ? settings.bitrateKbit : std::max(64u, usual);

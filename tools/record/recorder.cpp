@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "platform/clock.h"
+#include "stream/records.h"
 #include "tools/common/clock_text.h"
-#include "tools/record/copy_check.h"
 #include "tools/record/h264.h"
 #include "tools/record/status_publisher.h"
 
@@ -36,7 +36,7 @@ uint16_t frameSetOf(double framesPerSecond) {
 uint32_t gopFigure(const MediaInfo& info) {
     const double rate = info.framesPerSecond;
     const uint32_t seconds = rate > 0 && rate <= 1 ? static_cast<uint32_t>(1 / rate) + 1 : 1;
-    return std::clamp(info.gop, seconds, kMaxGop);
+    return std::clamp(info.gop, seconds, kMaxGops);
 }
 
 } // namespace
