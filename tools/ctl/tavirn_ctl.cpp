@@ -44,7 +44,7 @@ Daemon daemonOf(const Options& options) {
 }
 
 ControlRequest ofSession(const Options& options, int32_t type) {
-    return std::move(ControlRequest(type).with("Session", std::to_string(options.session)));
+    return ControlRequest(type).with("Session", std::to_string(options.session));
 }
 
 std::string named(uint32_t session) {

@@ -129,7 +129,8 @@ struct Outputs {
 
 /// The line of --list.
 std::string lineOf(const OutputBlock& block) {
-    const std::string bytes = isPauseBlock(block) ? std::string(kPauseBlock) : std::to_string(block.data.size());
+    const std::string bytes =
+        isPauseBlock(block) ? std::string(kPauseBlock) : std::to_string(block.data.size());
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const auto ms = static_cast<unsigned long long>(std::chrono::floor<milliseconds>(now).count());
     return formatted("%u %u %llu.%03llu %s\n", block.sequence, block.timestamp, ms / 1000, ms % 1000,
