@@ -1,5 +1,6 @@
 #include "daemon/daemon.h"
 
+#include <new>
 #include <sys/ipc.h>
 #include <unistd.h>
 
@@ -58,18 +59,25 @@ int startUp(Detach detach, int& listeningSocket, CtavirnShmServer& status) {
 int runDaemon(Detach detach) {
     // Destroyed by an orderly end and by nothing else: that removes segment and semaphore set for the
     // recorder too. Static, so that what a failed start-up leaves stays in sight.
-    static CtavirnShmServer* const status = new CtavirnShmServer;
+    static CtavirnShmServer* status;
+    status = new (std::nothrow) CtavirnShmServer;
+    if (status == nullptr) {
+        logNamed(LOG_ERR, "main", "create shared memory error");
+        return kExitStatusSegment;
+    }
     int listeningSocket = -1;
     if (const int code = startUp(detach, listeningSocket, *status); code != 0) {
         logCaughtSignals();
         return code;
     }
 
-    RequestLoop loop(listeningSocket, *status);
     int expected = kLoopNotBegun; // a stop caught during start-up holds
     g_loopFlag.compare_exchange_strong(expected, kLoopRun);
-    loop.run();
-    loop.shutDown();
+    {
+        RequestLoop loop(listeningSocket, *status);
+        loop.run();
+        loop.shutDown();
+    }
 
     setStopSocket(-1); // the number may be another file's from here on
     close(listeningSocket);

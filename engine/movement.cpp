@@ -42,7 +42,7 @@ bool Movement::toStart(const T_PB_INFO& info) {
     CPbStreamVideo& video = m_position.m_pbStream;
     logPlain(LOG_INFO, "preGetData()");
     video.clear();
-    Landing landing;
+    Landing landing{};
     PB_STREAM_TIME found;
     switch (info.searchMode) {
     case kStartAtStream:
@@ -101,8 +101,8 @@ bool Movement::playNext(PBTYPE prevType) {
     return true;
 }
 
-/// Fast play reads nothing in between: it goes on by a span of playback time, and pauses on the last picture
-/// there is when that leaves the recording.
+/// Fast play reads nothing in between: it goes on by a span of playback time, and ends on the last picture,
+/// or backward the first, when that leaves the recording.
 bool Movement::playFast(Direction direction, uint32_t speed, PBTYPE prevType) {
     CPbStreamVideo& video = m_position.m_pbStream;
     if (m_position.m_pbRealRate == 0) {
@@ -141,7 +141,7 @@ void Movement::toEnd(Direction direction) {
 }
 
 PB_STREAM_TIME Movement::aimAt(unsigned char kind, Direction direction, PB_STREAM_TIME* from) {
-    Landing landing;
+    Landing landing{};
     m_position.m_pbStreamTime = m_position.m_pbStream.getSkip(
         from, &landing.db, &landing.stream, &landing.picture, kind, number(direction), 0, 0);
     return m_position.m_pbStreamTime;

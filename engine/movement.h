@@ -22,7 +22,8 @@ public:
     PB_STREAM_TIME aimAt(unsigned char kind, Direction direction = Direction::forward,
                          PB_STREAM_TIME* from = nullptr);
 
-    // 1 = moved, 0 = the recording ends there; m_pauseMode then says which end, if one was met.
+    // 1 = moved, 0 = the recording ends there; m_pauseMode then says which end, if one was met. The play
+    // types and the rate that some take are not looked at.
 
     int m_moveStreamNormal(CPbStreamVideo* video, unsigned long count, PBTYPE prevType);
     int m_moveStreamStep(CPbStreamVideo* video, unsigned char dir, unsigned long count);

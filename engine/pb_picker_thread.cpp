@@ -168,14 +168,16 @@ void CpbPickerThread::playOrJump(int32_t readyBefore) {
     switch (m_jumps.jump(m_curEvent)) {
     case AfterJump::none:
         m_position.m_pictureReady = readyBefore;
+        play(Direction::forward, kNormalSpeed);
         break;
     case AfterJump::playAfresh:
         m_pacing.resync();
+        play(Direction::forward, kNormalSpeed);
         break;
     case AfterJump::pause:
-        return pausePlay();
+        pausePlay();
+        break;
     }
-    play(Direction::forward, kNormalSpeed);
 }
 
 void CpbPickerThread::play(Direction direction, uint32_t speed) {

@@ -37,7 +37,7 @@ public:
     int analyzeEventData(const rtsp_request* request);
     PBTYPE getCurrentPlayMode();
     unsigned char getCurrentPauseMode();
-    /// Milliseconds, taken as the nearest of 333..1000.
+    /// Milliseconds, taken as the nearest of kMinSkipMs..kMaxSkipMs.
     void setFFSkipTime(unsigned long ms);
     /// The stream object's error flags: bit 0 index, bit 1 chunk.
     unsigned long getFatalError();

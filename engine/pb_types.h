@@ -1,4 +1,4 @@
-// The plain values of the playback engine. A leaf.
+// The plain values of the playback engine.
 #pragma once
 
 #include <cstdint>

@@ -15,9 +15,10 @@ std::optional<PlayState> playStateFor(Direction direction, uint32_t speed) {
 }
 
 unsigned long PlayMode::m_changePlayMode(unsigned long direction, unsigned long speed, uint8_t pauseMode) {
-    const auto way = static_cast<Direction>(std::min(direction, 0xFFUL)); // what is none stays none
+    const auto dir = static_cast<uint32_t>(direction);
+    const auto way = static_cast<Direction>(std::min(dir, 0xFFu)); // what is none stays none
     const auto requested = static_cast<uint32_t>(speed);
-    logPlain(LOG_INFO, " dir=%lu speed=%lu", direction, asLu(requested));
+    logPlain(LOG_INFO, " dir=%lu speed=%lu", asLu(dir), asLu(requested));
     const std::optional<PlayState> state = playStateFor(way, requested);
     if (!state) logAt(LOG_INFO, "invalid path!");
     {

@@ -1,4 +1,6 @@
-// Where play stands in the recording. Movement and Jumps alone move it; playback thread only, once it runs.
+// Where play stands in the recording. Movement and Jumps move it for play, the search for parameter sets
+// before the thread runs; playback thread only, once it does. Asking the stream access object for its records
+// follows a stream that is being recorded.
 #pragma once
 
 #include "engine/pb_types.h"

@@ -43,11 +43,6 @@ void OpenStream::closeReaders() {
     }
 }
 
-void OpenStream::lookAt(const DB_STREAM& row) {
-    clear();
-    m_video.db = row;
-}
-
 void OpenStream::standAgainOn(const DB_STREAM& row, uint32_t offset) {
     m_video.db = row;
     m_openChunk();

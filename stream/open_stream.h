@@ -14,9 +14,10 @@ struct PlaceRecords {
     PICTURE_HEADER* picH = nullptr;
 };
 
-/// Looked at, a stream is a row with nothing open (lookAt); opened (m_openChunk), it is stood on. A search
-/// that looks at other streams leaves the one stood on first: whoever wants to come back keeps its row and
-/// offset, and returns (standAgainOn). Results are 0 or more, or -1 for failure, which is logged here.
+/// Looked at, a stream is a row with nothing open (clear, replaceRow); opened (m_openChunk), it is stood on.
+/// A search that looks at other streams leaves the one stood on first: whoever wants to come back keeps its
+/// row and offset, and returns (standAgainOn). Results are 0 or more, or -1 for failure, which is logged here
+/// but for a search in a stream that is not open.
 class OpenStream {
 public:
     /// `errorFlags` outlives it; only the chunk's own kind is set there.
@@ -33,8 +34,6 @@ public:
 
     /// Closes both readers and forgets the stream; the offset and the first time stamp stay.
     void clear();
-    /// Leaves the stream for a row alone, the offset as it was.
-    void lookAt(const DB_STREAM& row);
     /// Puts another row in place and nothing else; readers, headers and offset stay for what comes next.
     void replaceRow(const DB_STREAM& row) { m_video.db = row; }
     /// Back on a stream left for a search, at the picture it was left at, if both are still there.
@@ -43,7 +42,7 @@ public:
     /// Opens the row's areas, verifies its headers and stands on picture 0.
     int m_openChunk();
     /// The row of a stream under recording has `pictures` pictures now: opens it anew. The offset stays, also
-    /// when it fails; then `picH` is no longer its picture's.
+    /// when it fails; `picH` may be any picture's, so it is to be read again.
     int openGrown(uint32_t pictures);
     /// The row ends at the current picture.
     void takeEndFromPicture();

@@ -13,9 +13,9 @@ CPbStreamVideo::~CPbStreamVideo() {
 }
 
 QueryResult CPbStreamVideo::lookFor(const SqlText& sql) {
-    DB_STREAM row{};
-    const QueryResult result = m_index.m_setSql(sql, &row);
-    m_stream.lookAt(row);
+    const QueryResult result = m_index.m_setSql(sql);
+    m_stream.clear();
+    if (result == QueryResult::found) m_stream.replaceRow(m_index.foundStream());
     return result;
 }
 

@@ -14,13 +14,15 @@ bool indexFileExists() {
 
 } // namespace
 
-QueryResult RecordingIndex::m_setSql(const SqlText& sql, DB_STREAM* row) {
-    const QueryResult result = runLogged(__func__, sql);
-    if (result != QueryResult::found) return result;
+QueryResult RecordingIndex::m_setSql(const SqlText& sql) {
+    return runLogged(__func__, sql);
+}
 
-    m_apiDb.getStreamValue(0, row);
-    logAt(LOG_INFO, "apiDB setSql found stream ID = %lu", asLu(row->streamID));
-    return result;
+DB_STREAM RecordingIndex::foundStream() {
+    DB_STREAM row{};
+    m_apiDb.getStreamValue(0, &row);
+    logNamed(LOG_INFO, "m_setSql", "apiDB setSql found stream ID = %lu", asLu(row.streamID));
+    return row;
 }
 
 QueryResult RecordingIndex::m_setSqlEvent(const SqlText& sql, DB_EVENT* event) {

@@ -19,9 +19,13 @@ public:
     /// `errorFlags` outlives it; only the index's own kind is set there.
     explicit RecordingIndex(ErrorFlags& errorFlags) : m_errorFlags(errorFlags) {}
 
-    /// The first row of a text over STREAM or EVENT; the record is filled only when one was found. Query and
-    /// outcome are logged, and the error flag tells whether the index could answer.
-    QueryResult m_setSql(const SqlText& sql, DB_STREAM* row);
+    // A text over STREAM or EVENT. Query and outcome are logged, and the error flag tells whether the index
+    // could answer.
+
+    QueryResult m_setSql(const SqlText& sql);
+    /// The first row of the text found last; once the stream stood on is left.
+    DB_STREAM foundStream();
+    /// The first row; `event` is filled only when one was found.
     QueryResult m_setSqlEvent(const SqlText& sql, DB_EVENT* event);
 
     /// The first cell of the first row, without a word in the log: found, noRow or refused.

@@ -69,7 +69,7 @@ struct STREAM_HEADER {
     uint32_t size;     ///< bytes of the picture-data area
     uint32_t pts;      ///< not used on playback
     uint32_t pictures; ///< number of pictures
-    uint32_t gops;     ///< GOP figure; outside 1..120 it is taken as 5
+    uint32_t gops;     ///< GOP figure; outside 1..kMaxGops it is taken as 5
     uint16_t reserved;
     uint16_t cs; ///< headerChecksum of bytes 0..29
 };
