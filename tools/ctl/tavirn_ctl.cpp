@@ -184,6 +184,7 @@ void status(const Options& options) {
     // While no number is registered, a request that names none is the one to be answered.
     if (word == "error" && options.session != 0) word = daemon.status(0);
     print(options.json ? jsonLine({{"status", word}}) : word + '\n');
+    if (word == "init") std::fputs("no session is open\n", stderr);
     if (word != "error") return;
     throw Failure(kFailed, daemon.reach(options.session) == Reach::none
                                ? "no session is open, and the last open failed, or a number is registered"
