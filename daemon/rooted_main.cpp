@@ -30,6 +30,7 @@ constexpr int kExitUsage = 2;
 
 /// How long a daemon that has been told to end may still be there: it rests for a second before it looks.
 constexpr std::chrono::seconds kLeave{2};
+constexpr useconds_t kLookUs = 20'000;
 /// How long the signal that tells it may be on its way.
 constexpr useconds_t kArrivalUs = 100'000;
 
@@ -84,18 +85,21 @@ bool isServed(pid_t& pid) {
     return served;
 }
 
-/// Whether the process has gone, after a while for one that is leaving.
-bool hasGone(pid_t pid) {
+/// Whether the pid file's daemon has left, after a while for one that is leaving. Its pid file goes with it,
+/// while the process may stay, as a zombie, where nobody reaps it.
+bool hasLeft(pid_t pid, const std::string& pidFile) {
     const auto deadline = std::chrono::steady_clock::now() + kLeave;
     while (kill(pid, 0) == 0 || errno != ESRCH) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        usleep(20'000);
+        const bool left = access(pidFile.c_str(), F_OK) != 0;
+        if (!left && std::chrono::steady_clock::now() >= deadline) return false;
+        usleep(kLookUs); // and once more behind the pid file, after which the shared memory goes
+        if (left) return true;
     }
     return true;
 }
 
 /// The daemon itself removes a pid file whose process has gone. One that has been told to end takes no
-/// connections from that moment on, but has its pid file until it has gone.
+/// connections from that moment on, but keeps its pid file for up to a second.
 int lookForAnotherDaemon(const std::string& pidFile) {
     pid_t pid = 0;
     if (isServed(pid)) {
@@ -113,7 +117,7 @@ int lookForAnotherDaemon(const std::string& pidFile) {
     if (pid == 0)
         return refuse(kExitPidFile,
                       pidFile + " holds no process id: remove it if no daemon serves this world");
-    if (hasGone(pid) || access(pidFile.c_str(), F_OK) != 0) return 0;
+    if (hasLeft(pid, pidFile)) return 0;
     return refuseAsServed(pid, "; if that is no daemon, remove " + pidFile);
 }
 
