@@ -2,6 +2,7 @@
 // out.
 //
 //   g++ -std=c++20 count_pictures.cpp $(pkg-config --cflags --libs tavirn-client) -o count-pictures
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <tavirn/control_client.h>
@@ -11,8 +12,13 @@
 
 namespace {
 
+/// Asks again for a few seconds while nobody listens: a daemon that has just been started soon will.
 std::string ask(const ControlRequest& request) {
-    const auto answer = exchange(paths().controlSocket, request.record);
+    auto answer = exchange(paths().controlSocket, request.record);
+    for (int tries = 50; !answer && (errno == ENOENT || errno == ECONNREFUSED) && tries > 0; --tries) {
+        usleep(100'000);
+        answer = exchange(paths().controlSocket, request.record);
+    }
     if (!answer) {
         std::perror(paths().controlSocket);
         std::exit(1);

@@ -61,12 +61,28 @@ TEST(Life, SecondInstanceIsRefusedAndAKilledOnesLeftoversAreTakenOver) {
         EXPECT_FALSE(second.serving());
         EXPECT_EQ(second.exitCode(), 5);
     }
+    // One whose pid file is gone is found by its socket, and its successor writes no number that misleads.
+    std::filesystem::remove(world.root() + "/var/run/tavirn.pid");
+    {
+        Process second({TAVIRN_ROOTED}, world.root());
+        EXPECT_EQ(second.wait(), 5);
+        const std::string number = std::to_string(first.pid());
+        EXPECT_NE(second.errors().find("process " + number), std::string::npos) << second.errors();
+        EXPECT_FALSE(fileExists(world.root() + "/var/run/tavirn.pid"));
+    }
     EXPECT_EQ(first.stop(SIGKILL), 128 + SIGKILL);
     EXPECT_TRUE(fileExists(world.root() + "/tmp/tavirn"));
     DaemonProcess third(world.root());
     ASSERT_TRUE(third.serving());
     EXPECT_EQ(Viewer().status(), "error");
+    kill(third.pid(), SIGTERM);
+    Process fourth({TAVIRN_ROOTED, "--foreground"}, world.root()); // waits until the one before has left
     EXPECT_EQ(third.stop(SIGTERM), 0);
+    EXPECT_TRUE(eventually([] {
+        return exchange(paths().controlSocket, ControlRequest(0).record).has_value();
+    })) << fourth.errors();
+    fourth.signal(SIGTERM);
+    EXPECT_EQ(fourth.wait(), 0);
     EXPECT_TRUE(leftNothing(world));
 }
 
@@ -87,6 +103,13 @@ TEST(Life, TheRootedDaemonSaysWhyItDoesNotServe) {
         {{}, [&] { mkdir(paths().controlSocket, 0700); }, 6, "/tmp/tavirn is no socket"},
         {{}, [&] { writeFile(pidFile, ""); }, 5, pidFile + " holds no process id"},
         {{}, [&] { writeFile(pidFile, std::to_string(getpid())); }, 5, "process " + std::to_string(getpid())},
+        {{},
+         [&] {
+             std::filesystem::remove(pidFile);
+             std::filesystem::remove(paths().cardReadOnly);
+         },
+         1,
+         "ReadOnly (No such file or directory); make it with tavirn-record"},
         {{},
          [&] { std::filesystem::remove_all(root + "/var/run"); },
          1,

@@ -13,6 +13,7 @@
 #include "platform/paths.h"
 #include "tools/common/command_line.h"
 #include "tools/common/formatted.h"
+#include "tools/common/terminal.h"
 #include "tools/view/view_output.h"
 #include "tools/view/view_stats.h"
 
@@ -147,7 +148,7 @@ public:
     void run() {
         const Clock::time_point deadline = after(m_options.durationSeconds);
         while (!g_stop && !m_done && !m_outputs.readerGone()) {
-            if (m_onTerminal) showProgress();
+            showProgress();
             milliseconds patience = m_catchingUp ? milliseconds(0) : kPatience;
             if (m_options.durationSeconds > 0) {
                 const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
@@ -186,6 +187,7 @@ private:
     void showProgress() {
         if (Clock::now() < m_nextProgress) return;
         m_nextProgress = after(1);
+        if (!drawsProgress()) return;
         const ViewReport& report = m_stats.counts();
         std::fprintf(stderr, "\r%llu pictures, %.1f MB\033[K",
                      static_cast<unsigned long long>(report.pictures),
@@ -218,7 +220,6 @@ private:
     bool m_catchingUp; ///< reading what was there before
     bool m_begun;      ///< at a picture that a file may begin with
     uint64_t m_passedOver = 0;
-    const bool m_onTerminal = isatty(STDERR_FILENO) == 1;
     Clock::time_point m_nextProgress = Clock::now();
     bool m_played = false;
     bool m_done = false;
@@ -257,7 +258,7 @@ int view(const Options& options) {
     } catch (const Failure&) {
         failure = std::current_exception();
     }
-    if (isatty(STDERR_FILENO) == 1) std::fputs("\r\033[K", stderr); // the line of progress
+    if (drawsProgress()) std::fputs("\r\033[K", stderr); // the line of progress
     printStats(options, view.stats(), outputs);
     if (failure) std::rethrow_exception(failure);
     return kDone;
