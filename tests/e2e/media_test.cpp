@@ -256,6 +256,8 @@ TEST(Recording, LeavesNothingThatCannotBeOpened) {
     Process recorder({TAVIRN_RECORD, "--root", world.root(), "--test-pattern", "--duration", "100000"},
                      world.root());
     EXPECT_TRUE(eventually([] { return startOf(2) != 0; }));
+    EXPECT_NE(recordPattern(world, {"--duration", "1"}, 1).find("another tavirn-record writes"),
+              std::string::npos);
     recorder.signal(SIGINT);
     EXPECT_EQ(recorder.wait(), 1);
     EXPECT_NE(recorder.errors().find("tavirn-record: interrupted after "), std::string::npos);

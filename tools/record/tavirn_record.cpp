@@ -217,6 +217,7 @@ int record(const Options& options) {
         throw Failure(kFailed,
                       "cannot read the video file " + options.file + "; check its name and permissions");
     makePlace(pathsAreRooted());
+    lockPlace();
     RecordingWriter writer({paths().card, paths().index, settings.chunkBytes});
     tidyUp(writer);
     if (options.start.empty()) {
