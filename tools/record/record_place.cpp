@@ -34,6 +34,8 @@ void makeFile(const std::filesystem::path& path, const char* content) {
 } // namespace
 
 void makePlace(bool rooted) {
+    if (std::error_code error; !rooted && !std::filesystem::exists(paths().cardDetect, error))
+        throw RecordingError("this is no device; name a directory with --root");
     makeDirectory(paths().card);
     makeDirectory(std::filesystem::path(paths().index).parent_path());
     makeFile(paths().ipcKey, "");
