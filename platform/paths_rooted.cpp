@@ -14,9 +14,10 @@ public:
     RootedPaths& operator=(const RootedPaths&) = delete;
 
     void moveTo(const std::string& root) {
+        const std::string base = root.substr(0, root.find_last_not_of('/') + 1); // "/" moves nothing
         std::string* text = m_text;
         for (auto member : kMembers) {
-            *text = root + kFixedPaths.*member;
+            *text = base + kFixedPaths.*member;
             m_paths.*member = text->c_str();
             ++text;
         }

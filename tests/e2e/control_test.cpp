@@ -21,6 +21,8 @@ TEST(ControlTool, ReturnsWithTheEffectOrSaysWhyThereIsNone) {
     };
     for (const Step& step : std::initializer_list<Step>{
              {"begin", 2, "'begin' is no command; there are open, session, play"},
+             {"play --scale inf", 2, "is no speed"},
+             {"--root '' list", 2, "name a directory"},
              {"status", 0, "init\n"},
              {"session 1", 1, "no session is open"},
              {"play", 1, "no session is open"},

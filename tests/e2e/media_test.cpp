@@ -188,7 +188,7 @@ const Medium kMedia[] = {
     {"AudioBesideIt",
      "audiotestsrc num-buffers=80 ! audioconvert ! avenc_aac ! aacparse ! m. " + kCamera + "mp4mux name=m",
      copied},
-    {"AudioOnly", "audiotestsrc num-buffers=20 ! audioconvert ! wavenc", refused, "no video stream"},
+    {"AudioOnly", "audiotestsrc num-buffers=20 ! audioconvert ! wavenc", refused, "no video stream\n"},
     {"OnePicture", "videotestsrc num-buffers=1 ! jpegenc", refused, "two I-pictures at least"},
     {"TruncatedMp4", kCamera + "mp4mux", refused, "cannot record",
      [](std::string& bytes) { bytes.resize(bytes.size() / 2); }},
@@ -205,7 +205,7 @@ const Medium kMedia[] = {
          for (uint32_t n = 1; bytes.size() < 20000; n = n * 1664525 + 1013904223)
              bytes += static_cast<char>(n >> 24);
      }},
-    {"Empty", "", refused, "cannot record", [](std::string&) {}},
+    {"Empty", "", refused, "it is empty\n", [](std::string&) {}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Media, testing::ValuesIn(kMedia),
@@ -228,12 +228,12 @@ uint64_t startOf(uint32_t id) {
 
 TEST(Recording, BeginsBehindTheNewestAndSaysWhenItIsToldToOverlap) {
     World world;
-    EXPECT_EQ(recordPattern(world, {"--start", "2100-01-02 03:04:05.000", "--duration", "1"}), "");
+    EXPECT_EQ(recordPattern(world, {"--start", "2037-01-02 03:04:05.000", "--duration", "1"}), "");
     EXPECT_EQ(recordPattern(world, {"--duration", "1", "--split", "0.5"}), "");
     EXPECT_EQ(startOf(2), startOf(1) + 966 + 1000) << "a second behind its last picture";
     EXPECT_EQ(startOf(3), startOf(2) + 500);
     EXPECT_EQ(playNewest().times.size(), 15u) << "of a single GOP, were it not made two";
-    EXPECT_NE(recordPattern(world, {"--start", "2100-01-02 03:04:05.500", "--duration", "1"})
+    EXPECT_NE(recordPattern(world, {"--start", "2037-01-02 03:04:05.500", "--duration", "1"})
                   .find("note: stream 1 covers part of the same time"),
               std::string::npos);
 }
@@ -256,6 +256,8 @@ TEST(Recording, LeavesNothingThatCannotBeOpened) {
     Process recorder({TAVIRN_RECORD, "--root", world.root(), "--test-pattern", "--duration", "100000"},
                      world.root());
     EXPECT_TRUE(eventually([] { return startOf(2) != 0; }));
+    EXPECT_NE(recordPattern(world, {"--duration", "1"}, 1).find("another tavirn-record writes"),
+              std::string::npos);
     recorder.signal(SIGINT);
     EXPECT_EQ(recorder.wait(), 1);
     EXPECT_NE(recorder.errors().find("tavirn-record: interrupted after "), std::string::npos);

@@ -67,7 +67,8 @@ TEST(PlayValues, AreWhatTheDaemonReads) {
     EXPECT_EQ(jumpValue("20240102T030405Z"), "clock=20240102T030405Z");
     EXPECT_EQ(jumpValue("prev-alarm"), "prev-alarm");
     EXPECT_EQ(rangeValue("prev-alarm"), std::nullopt);
-    for (const char* wrong : {"", "Oldest", "clock=20240102T0304", "clock=20240102T030405Zx", "npt=0-"})
+    for (const char* wrong : {"", "Oldest", "clock=20240102T0304", "clock=20240102T030405Zx", "npt=0-",
+                              "20380120T000000Z", "2038-01-20 00:00:00"})
         EXPECT_EQ(jumpValue(wrong), std::nullopt) << wrong;
 }
 

@@ -17,7 +17,7 @@ std::optional<uint64_t> parseClock(const std::string& text) {
     parts.tm_isdst = -1;
     const int day = parts.tm_mday;
     const std::time_t seconds = std::mktime(&parts); // makes 31 February a day in March
-    if (*rest != '\0' || parts.tm_mday != day || seconds <= 0 || seconds > UINT32_MAX) return std::nullopt;
+    if (*rest != '\0' || parts.tm_mday != day || seconds <= 0 || seconds > INT32_MAX) return std::nullopt;
     return static_cast<uint64_t>(seconds) * 1000 + milliseconds;
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 
 /// "2024-01-02 03:04:05.250" (milliseconds optional) as local time; milliseconds since the epoch. Nothing
-/// when it is no such text or lies outside the index's 32 bits of seconds.
+/// when it is no such text or lies beyond 2038-01-19 03:14:07 UTC, where the daemon's clock ends.
 std::optional<uint64_t> parseClock(const std::string& text);
 /// The same text of a time.
 std::string clockText(uint64_t ms);

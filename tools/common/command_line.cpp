@@ -52,6 +52,7 @@ int runTool(CLI::App& app, int argc, char** argv, const std::function<int()>& wo
     app.add_option_function<std::string>(
            "--root", [](const std::string& root) { setPathsRoot(root.c_str()); },
            "Directory that stands for / (TAVIRN_ROOT when not given)")
+        ->check([](const std::string& root) { return root.empty() ? "name a directory" : ""; })
         ->type_name("DIR");
     app.set_version_flag("--version", app.get_name() + " " TAVIRN_VERSION, "Print the version and exit");
     app.failure_message(wrongUsage);

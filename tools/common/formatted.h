@@ -1,4 +1,4 @@
-// printf into a string, its format checked by the compiler. For the short lines that tools print.
+// For the short lines that tools print: printf into a string, its format checked by the compiler, and counts.
 #pragma once
 
 #include <cstdarg>
@@ -12,4 +12,9 @@ __attribute__((format(printf, 1, 2))) inline std::string formatted(const char* f
     std::vsnprintf(line, sizeof line, format, values);
     va_end(values);
     return line;
+}
+
+/// "1 stream", "2 streams".
+inline std::string counted(unsigned long count, const char* thing) {
+    return formatted("%lu %s%s", count, thing, count == 1 ? "" : "s");
 }

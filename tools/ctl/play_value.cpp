@@ -25,7 +25,8 @@ std::string clockTextFor(time_t seconds) {
 bool isClockText(const std::string& text) {
     tm parsed{};
     const char* rest = strptime(text.c_str(), kClockFormat, &parsed);
-    return rest && (*rest == '\0' || std::string(rest) == "-");
+    if (!rest || (*rest != '\0' && std::string(rest) != "-")) return false;
+    return mktime(&parsed) <= INT32_MAX; // behind that the daemon's clock ends
 }
 
 } // namespace

@@ -164,13 +164,15 @@ void play(const Options& options) {
                           std::string(option) + " " + typed + " is no target; see tavirn-ctl play --help");
         return *value;
     };
+    const double scale = options.scale.empty() ? 1 : std::strtod(options.scale.c_str(), nullptr);
+    if (!std::isfinite(scale))
+        throw Failure(kUsage, "--scale " + options.scale + " is no speed; see tavirn-ctl play --help");
     if (!options.scale.empty()) request.with("Scale", options.scale);
     if (!options.step.empty()) request.with("Step", options.step);
     if (!options.range.empty())
         request.with("Range", target("--range", options.range, rangeValue(options.range)));
     if (!options.jump.empty()) request.with("Jump", target("--jump", options.jump, jumpValue(options.jump)));
-    const bool pauses = !options.step.empty() || !options.jump.empty() ||
-                        (!options.scale.empty() && std::fabs(std::stod(options.scale)) < 0.1);
+    const bool pauses = !options.step.empty() || !options.jump.empty() || std::fabs(scale) < 0.1;
     sendAndSee(options, request, pauses);
 }
 

@@ -1,4 +1,5 @@
 // What a file says of itself, before a pipeline is set up for it.
+#include <filesystem>
 #include <gst/pbutils/pbutils.h>
 
 #include "tools/record/media_pipeline.h"
@@ -32,6 +33,10 @@ std::string notCopied(GstCaps* caps, bool interlaced) {
 } // namespace
 
 std::string MediaSource::Pipeline::discover(const std::string& path) {
+    std::error_code unknown;
+    if (std::filesystem::is_directory(path, unknown)) fail("it is a directory");
+    if (std::filesystem::is_regular_file(path, unknown) && std::filesystem::is_empty(path, unknown))
+        fail("it is empty");
     GError* error = nullptr;
     gchar* uri = gst_filename_to_uri(path.c_str(), nullptr);
     const std::unique_ptr<GstDiscoverer, Drop> discoverer(gst_discoverer_new(kDiscoverTime, nullptr));
@@ -41,7 +46,7 @@ std::string MediaSource::Pipeline::discover(const std::string& path) {
     g_free(uri);
     const std::string reason = error ? error->message : "it takes too long to look at";
     g_clear_error(&error);
-    if (!found || gst_discoverer_info_get_result(found.get()) != GST_DISCOVERER_OK) fail(reason);
+    if (!found || gst_discoverer_info_get_result(found.get()) != GST_DISCOVERER_OK) failUnclear(reason);
 
     GList* videos = gst_discoverer_info_get_video_streams(found.get());
     if (!videos) fail("it has no video stream");

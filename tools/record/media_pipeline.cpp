@@ -65,7 +65,7 @@ void MediaSource::Pipeline::launch(const std::string& description) {
     if (error) {
         const std::string reason = error->message;
         g_clear_error(&error);
-        fail(reason);
+        failUnclear(reason);
     }
     m_sink = GST_APP_SINK(gst_bin_get_by_name(GST_BIN(m_pipeline), "out"));
     m_encoder = gst_bin_get_by_name(GST_BIN(m_pipeline), "encoder");
@@ -90,7 +90,7 @@ void MediaSource::Pipeline::readFrom(const std::string& path) {
 void MediaSource::Pipeline::start() {
     if (gst_element_set_state(m_pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         throwIfFailed();
-        fail("its pipeline does not start");
+        failUnclear("its pipeline does not start");
     }
     m_first = pull();
     if (!m_first) return;

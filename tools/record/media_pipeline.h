@@ -38,7 +38,9 @@ private:
     GstSample* pull();
     MediaPicture toPicture(GstSample* sample);
     void throwIfFailed();
-    [[noreturn]] void fail(std::string reason) const;
+    [[noreturn]] void fail(const std::string& reason) const;
+    /// The same, of what GStreamer says, which may come of a plugin that is missing.
+    [[noreturn]] void failUnclear(std::string reason) const;
 
     void onCaps(const GstStructure* caps);
     uint64_t spanFrom(uint64_t sourceMs) const;

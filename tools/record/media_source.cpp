@@ -127,11 +127,14 @@ void MediaSource::Pipeline::throwIfFailed() {
     GError* error = nullptr;
     gst_message_parse_error(message.get(), &error, nullptr);
     const Owned<GError> owner(error);
-    fail(error ? error->message : "unknown reason");
+    failUnclear(error ? error->message : "unknown reason");
 }
 
-void MediaSource::Pipeline::fail(std::string reason) const {
+void MediaSource::Pipeline::fail(const std::string& reason) const {
+    throw RecordingError("cannot record " + name + ": " + reason);
+}
+
+void MediaSource::Pipeline::failUnclear(std::string reason) const {
     while (!reason.empty() && reason.back() == '.') reason.pop_back();
-    throw RecordingError("cannot record " + name + ": " + reason +
-                         "; check that it is a video and that the GStreamer plugins for it are installed");
+    fail(reason + "; check that it is a video and that the GStreamer plugins for it are installed");
 }

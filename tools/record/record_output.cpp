@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include "tools/common/clock_text.h"
+#include "tools/common/formatted.h"
 #include "tools/common/json.h"
+#include "tools/common/terminal.h"
 
 namespace {
 
@@ -45,6 +47,7 @@ void ProgressLine::show(const RecordingProgress& progress) {
     if (m_lastMs == 0 && !terminal) m_lastMs = now; // a short recording says nothing on the way
     if (now - m_lastMs < (terminal ? kTerminalMs : kLogMs)) return;
     m_lastMs = now;
+    if (terminal && !drawsProgress()) return;
     m_shown = terminal;
     char total[32] = "";
     if (progress.totalMs != 0) std::snprintf(total, sizeof total, " of %.1f", seconds(progress.totalMs));
@@ -54,7 +57,7 @@ void ProgressLine::show(const RecordingProgress& progress) {
 }
 
 void ProgressLine::end() {
-    if (m_shown) std::fputc('\n', stderr);
+    if (m_shown && drawsProgress()) std::fputc('\n', stderr);
     m_shown = false;
 }
 
@@ -66,11 +69,11 @@ void printSummary(const RecordingReport& report, const MediaInfo& info) {
                     static_cast<unsigned>(stream.pictures), static_cast<unsigned>(stream.placement.dataBytes),
                     static_cast<unsigned>(stream.placement.chunkId),
                     stream.placement.wrapped ? ", wrapped round its end" : "");
-    std::printf("%zu streams, %u pictures of %ux%u at %.4g fps (%s), %.1f MB, %u alarms\n",
-                report.streams.size(), static_cast<unsigned>(picturesOf(report)),
-                static_cast<unsigned>(info.width), static_cast<unsigned>(info.height), info.framesPerSecond,
-                info.copied ? "copied" : "encoded", megabytes(bytesOf(report)),
-                static_cast<unsigned>(report.alarms));
+    std::printf("%s, %s of %ux%u at %.4g fps (%s), %.1f MB, %s\n",
+                counted(report.streams.size(), "stream").c_str(),
+                counted(picturesOf(report), "picture").c_str(), static_cast<unsigned>(info.width),
+                static_cast<unsigned>(info.height), info.framesPerSecond, info.copied ? "copied" : "encoded",
+                megabytes(bytesOf(report)), counted(report.alarms, "alarm").c_str());
 }
 
 void printJson(const RecordingReport& report, const MediaInfo& info) {
@@ -81,7 +84,7 @@ void printJson(const RecordingReport& report, const MediaInfo& info) {
               {"encodedBecause", info.notCopied.empty() ? Json() : Json(info.notCopied)},
               {"pictures", picturesOf(report)},
               {"bytes", bytesOf(report)},
-              {"alarms", report.alarms},
+              {"alarmCount", report.alarms},
               {"alarmsMissed", report.alarmsMissed},
               {"streams", Json::array()}};
     for (const RecordedStream& stream : report.streams) {

@@ -67,7 +67,7 @@ void declare(CLI::App& app, Options& options) {
         ->type_name("SECONDS");
     app.add_option("--duration", options.duration,
                    "Seconds to record (the whole file; 60 of a test pattern; until stopped with --live)")
-        ->check(seconds)
+        ->check(CLI::Range(0.001, kMaxSeconds).description(""))
         ->type_name("SECONDS");
     app.add_option("--event", options.events,
                    "An alarm so long after the start by the clock, gaps included; "
@@ -155,7 +155,8 @@ RecorderSettings settingsOf(const Options& options) {
         const std::optional<uint64_t> start = parseClock(options.start);
         if (!start)
             throw RecordingError("--start " + options.start +
-                                 " is no time; write it as \"2024-01-02 03:04:05.250\"");
+                                 " is no time from 1970 to 2038-01-19 03:14:07 UTC; write it as "
+                                 "\"2024-01-02 03:04:05.250\"");
         timeline.startMs = *start;
     }
     settings.durationMs = toMs(options.duration);
@@ -182,10 +183,10 @@ void note(const std::string& text) {
 void tidyUp(RecordingWriter& writer) {
     const Abandoned left = writer.closeAbandoned();
     if (left.finished != 0)
-        note("finished " + std::to_string(left.finished) + " streams that a recorder had left open");
+        note("finished " + counted(left.finished, "stream") + " that a recorder had left open");
     if (left.removed != 0)
-        note("removed " + std::to_string(left.removed) +
-             " streams that a recorder had left open, too short for a session to open");
+        note("removed " + counted(left.removed, "stream") +
+             " that a recorder had left open, too short for a session to open");
 }
 
 /// What a person would not expect of what has been recorded.
@@ -194,8 +195,7 @@ void tellSurprises(const Options& options, const RecordingReport& report, const 
     if (info.copied && (options.gop != 0 || options.bitrateKbit != 0))
         note("the file is H.264 and was copied; --gop and --bitrate had no effect");
     if (report.alarmsMissed != 0)
-        note(std::to_string(report.alarmsMissed) +
-             " alarms lie behind the recording's end and were not written");
+        note("not written, for the recording ends before: " + counted(report.alarmsMissed, "alarm"));
     // The last picture lasts a while too, and a file may hold a little more sound than pictures.
     const uint64_t rest = 1000 + (info.framesPerSecond > 0 ? toMs(1 / info.framesPerSecond) : 0);
     if (options.duration == 0 && !options.testPattern && !g_stop &&
@@ -217,6 +217,7 @@ int record(const Options& options) {
         throw Failure(kFailed,
                       "cannot read the video file " + options.file + "; check its name and permissions");
     makePlace(pathsAreRooted());
+    lockPlace();
     RecordingWriter writer({paths().card, paths().index, settings.chunkBytes});
     tidyUp(writer);
     if (options.start.empty()) {
