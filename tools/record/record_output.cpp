@@ -51,8 +51,8 @@ void ProgressLine::show(const RecordingProgress& progress) {
     m_shown = terminal;
     char total[32] = "";
     if (progress.totalMs != 0) std::snprintf(total, sizeof total, " of %.1f", seconds(progress.totalMs));
-    std::fprintf(stderr, "%srecorded %.1f%s s, %u pictures, %.1f MB%s", terminal ? "\r" : "",
-                 seconds(progress.sourceMs), total, static_cast<unsigned>(progress.pictures),
+    std::fprintf(stderr, "%srecorded %.1f%s s, %s, %.1f MB%s", terminal ? "\r" : "",
+                 seconds(progress.sourceMs), total, counted(progress.pictures, "picture").c_str(),
                  megabytes(progress.bytes), terminal ? "\x1b[K" : "\n");
 }
 
