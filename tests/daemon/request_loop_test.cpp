@@ -66,15 +66,16 @@ struct RequestLoopTest : testing::Test {
         return type == RTSP_REQ_STATUS ? readStatusAnswer(answer) : answer;
     }
     void serve(const std::vector<Row>& rows) {
-        for (const auto& [type, session, answer, message, jump, until, msBefore] : rows) {
+        for (const Row& row : rows) {
             log.clear();
-            simulated::advanceMs(msBefore);
+            simulated::advanceMs(row.msBefore);
             // An engine that is ended has to come out of its pause.
-            if (type == RTSP_REQ_TEARDOWN || type == RTSP_REQ_OPEN) simulated::freeze();
-            EXPECT_EQ(ask(type, session, jump), answer) << type << " " << session << " " << jump;
-            EXPECT_NE(said(log).find(message), std::string::npos) << message << log.dump();
+            if (row.type == RTSP_REQ_TEARDOWN || row.type == RTSP_REQ_OPEN) simulated::freeze();
+            EXPECT_EQ(ask(row.type, row.session, row.jump), row.answer)
+                << row.type << " " << row.session << " " << row.jump;
+            EXPECT_NE(said(log).find(row.message), std::string::npos) << row.message << log.dump();
             simulated::hold();
-            if (!until.empty()) waitUntil([&] { return ask(RTSP_REQ_STATUS, session) == until; });
+            if (!row.until.empty()) waitUntil([&] { return ask(RTSP_REQ_STATUS, row.session) == row.until; });
         }
     }
     /// Time passes only as the playback thread sleeps, so that nothing is over before it is seen; by what it
