@@ -1,4 +1,6 @@
 // tavirn-ctl: each command returns when the next one can build on it, or says what became of it.
+#include <sstream>
+
 #include "tests/e2e/session.h"
 #include "tests/support/card.h"
 
@@ -48,7 +50,10 @@ TEST(ControlTool, ReturnsWithTheEffectOrSaysWhyThereIsNone) {
              {"teardown --session 2", 0, ""},
              {"status", 0, "init\n"},
          }) {
-        Process ctl({"/bin/sh", "-c", std::string(TAVIRN_CTL " ") + step.command}, world.root());
+        std::vector<std::string> command{TAVIRN_CTL};
+        std::istringstream words(step.command);
+        for (std::string word; words >> word;) command.push_back(word == "''" ? "" : word);
+        Process ctl(command, world.root());
         EXPECT_EQ(ctl.wait(), step.code) << step.command << ": " << ctl.errors();
         const std::string said = step.code == 0 ? ctl.output() : ctl.errors();
         EXPECT_NE(said.find(step.says), std::string::npos) << step.command << ": " << said;
