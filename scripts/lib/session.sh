@@ -181,7 +181,7 @@ ends() {
     local asked
     asked=$(fresh)
     request teardown
-    note "$asked" "$(ctl status --session 0 || echo none)" init $(($(pictures) + 1)) "$(pictures)" \
+    note "$asked" "$(ctl status --session 0 2>/dev/null || echo none)" init $(($(pictures) + 1)) "$(pictures)" \
         "nothing the session is over" teardown
     waitFor 5 hasEnded "$viewPid" || wrong+=("tavirn-view did not notice the end of session $session")
     if hasEnded "$viewPid"; then viewPid=; fi
