@@ -73,6 +73,7 @@ void* CpickerThread::runPickerThread(void* self) {
 
 void CpickerThread::end() {
     m_loopFlag = false;
+    wallclock::wakeSleepers();
     m_threadMutex.drain();
     delete this;
     m_Instance = nullptr;
@@ -80,6 +81,10 @@ void CpickerThread::end() {
 
 void CpickerThread::setKeepAlive(unsigned long sessionId) {
     m_keepAlive.renew(sessionId);
+}
+
+void CpickerThread::rest(timeval span) {
+    wallclock::sleepWhile(m_loopFlag, span);
 }
 
 void CpickerThread::pickerThread() {

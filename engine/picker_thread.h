@@ -62,6 +62,8 @@ protected:
     void pickerThread() EXCLUDES(m_threadMutex);
     /// One turn of the loop: pause, keep-alive watch, move, fetch, write.
     void pass(char* buffer) EXCLUDES(m_dataMutex);
+    /// Suspends the playback thread for `span`; not once the thread shall end, which also cuts it short.
+    void rest(timeval span);
     /// Sends a teardown request to the daemon's own control socket; 0, or -1.
     int m_sendTeardown();
 
