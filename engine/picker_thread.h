@@ -48,6 +48,11 @@ public:
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId);
+    /// Whether the playback thread looks at the keep-alive. Until it does, and for ever when it could not
+    /// start or gave up, its owner has to, now and then, through lapses.
+    bool isWatched() const { return m_watched; }
+    /// Whether the session has been without a request for too long.
+    bool lapses();
 
     /// Room for one picture; also the output memory's block and data size.
     static constexpr unsigned long kPictureBufferBytes = 1536000;
@@ -80,6 +85,7 @@ private:
 
     std::binary_semaphore m_running{0}; ///< released once the thread holds m_threadMutex
     std::atomic<bool> m_loopFlag{true}; ///< cleared by end
+    std::atomic<bool> m_watched{false}; ///< set once passes are made
     static_assert(std::atomic<bool>::is_always_lock_free);
 
     // Playback thread only.
