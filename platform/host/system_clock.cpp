@@ -38,7 +38,7 @@ void sleepFor(timeval span) {
 
 // One system call a sleep, and on the monotonic clock, as sleepFor.
 void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
-    constexpr time_t kLongest = 1 << 30; // 34 years: the end fits a time_t of 32 bits
+    constexpr time_t kLongest = 1 << 30; // 34 years: the end fits every clock
     const auto length =
         std::chrono::seconds(std::min(span.tv_sec, kLongest)) + std::chrono::microseconds(span.tv_usec);
     std::unique_lock lock(sleepers().mutex);

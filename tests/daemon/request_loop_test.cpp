@@ -185,6 +185,32 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     EXPECT_EQ(status.m_status->pbActive, 0u);
 }
 
+TEST_F(RequestLoopTest, EndsASessionWithoutPlaybackThreadToo) {
+    test::Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
+    unlink(paths().ipcKey); // so that there is no output memory
+    serve({{RTSP_REQ_OPEN, "", test::parameterSets()}, {RTSP_REQ_SESSION, "77"}});
+    g_loopFlag = kLoopRun;
+    std::thread server([&] { loop.run(); });
+    const auto word = [&](const char* session) {
+        const ControlRequest request = ControlRequest(RTSP_REQ_STATUS).with("Session", session);
+        return readStatusAnswer(exchange(paths().controlSocket, request.record, 300'000).value_or(""));
+    };
+    simulated::advanceMs(60'999);
+    EXPECT_EQ(word("77"), "pause");
+    EXPECT_EQ(word("78"), "error"); // served once the one before has been noted
+    simulated::advanceMs(60'999);
+    EXPECT_EQ(word("78"), "error");
+    EXPECT_EQ(said(log).find("TEARDOWN"), std::string::npos);
+    simulated::advanceMs(1);
+    waitUntil([&] { return said(log).find("6 main() TEARDOWN") != std::string::npos; });
+    EXPECT_EQ(word(""), "init");
+    simulated::resume(); // for the rest behind the accept that fails
+    g_loopFlag = kLoopStop;
+    shutdown(listening, SHUT_RDWR);
+    server.join();
+    g_loopFlag = kLoopNotBegun;
+}
+
 TEST_F(RequestLoopTest, ServesOnAfterTwoHundredClientsThatDontBehave) {
     simulated::resume(); // the second of rest behind each that closes early
     const auto descriptors = [] {
