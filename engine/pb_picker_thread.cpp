@@ -101,7 +101,7 @@ int CpbPickerThread::movePictureData() {
     unsigned long stepCount = 0;
     m_eventHandler(stepCount);
     if (!isPlayed(m_playMode.state().m_pbType)) return -3;
-    if (!m_movement.toNext(m_output.prevType(), stepCount)) pausePlay();
+    if (!m_movement.toNext(stepCount)) pausePlay();
     return 0;
 }
 

@@ -1,6 +1,3 @@
-// engine/: the playback thread, its play modes, movement and pacing. Opens neither index nor chunks itself;
-// asks the stream access object.
-//
 // CpickerThread is the frame of the one playback thread. The main thread commands it (startThread,
 // setKeepAlive, end); it owns the output memory and the picture buffer for as long as its loop runs, and
 // produces one block per pass. Locks, in order: m_threadMutex for the whole run; inside it the keep-alive's
