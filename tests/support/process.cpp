@@ -44,13 +44,11 @@ Process::Process(const std::vector<std::string>& words, const std::string& root)
     dup2(creat((m_files + ".out").c_str(), 0600), STDOUT_FILENO);
     dup2(creat((m_files + ".err").c_str(), 0600), STDERR_FILENO);
     execv(arguments[0], arguments.data());
-#ifdef TAVIRN_EMULATOR // the target's programs run in it; tools of this machine's own ran above
-    if (errno == ENOEXEC) {
+    if (errno == ENOEXEC) { // the target's program; tools of this machine's own ran above
         char shell[] = "/bin/sh", option[] = "-c", run[] = "exec " TAVIRN_EMULATOR " \"$0\" \"$@\"";
         arguments.insert(arguments.begin(), {shell, option, run});
         execv(shell, arguments.data());
     }
-#endif
     _exit(127);
 }
 
