@@ -45,13 +45,11 @@ Process::Process(const std::vector<std::string>& words, const std::string& root)
     dup2(creat((m_files + ".out").c_str(), 0600), STDOUT_FILENO);
     dup2(creat((m_files + ".err").c_str(), 0600), STDERR_FILENO);
     execv(arguments[0], arguments.data());
-#ifdef TAVIRN_EMULATOR // the target's programs run in it; tools of this machine's own ran above
-    if (errno == ENOEXEC) {
+    if (errno == ENOEXEC) { // the target's program; tools of this machine's own ran above
         char shell[] = "/bin/sh", option[] = "-c", run[] = "exec " TAVIRN_EMULATOR " \"$0\" \"$@\"";
         arguments.insert(arguments.begin(), {shell, option, run});
         execv(shell, arguments.data());
     }
-#endif
     _exit(127);
 }
 
@@ -73,15 +71,11 @@ std::string runTool(const std::vector<std::string>& words, const std::string& ro
     return process.output();
 }
 
-std::string runnable(const std::string& program, [[maybe_unused]] const std::string& root) {
-#ifdef TAVIRN_EMULATOR
+std::string runnable(const std::string& program, const std::string& root) {
     const std::string script = root + '/' + std::filesystem::path(program).filename().string();
     writeFile(script, "#!/bin/sh\nexec " TAVIRN_EMULATOR " " + program + " \"$@\"\n");
     std::filesystem::permissions(script, std::filesystem::perms::owner_all);
     return script;
-#else
-    return program;
-#endif
 }
 
 DaemonProcess::DaemonProcess(const std::string& root) {
