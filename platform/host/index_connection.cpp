@@ -9,6 +9,10 @@ namespace {
 /// A recorder's transaction is over sooner; a playback pass must not wait longer.
 constexpr int kBusyMs = 250;
 
+/// SQLite's memory in this process, most of it its page cache. A key as long as the file, in pages that follow
+/// each other in a circle, is otherwise copied whole for each comparison.
+constexpr sqlite3_int64 kHeapBytes = 8 << 20;
+
 /// Nothing but reading tables: no transaction that stays open, no other file, no pragma, no recursion, and no
 /// function.
 int allowReading(void*, int action, const char*, const char*, const char*, const char*) {
@@ -92,6 +96,7 @@ bool isFileAmongFiles(const char* path, struct stat& file) {
 }
 
 Connection openIndex(const char* path) {
+    sqlite3_hard_heap_limit64(kHeapBytes);
     sqlite3* raw = nullptr;
     const int result = sqlite3_open_v2(path, &raw, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
     Connection connection(raw); // there is one to close even after a failure
