@@ -16,8 +16,8 @@ constexpr Ms kFirstMs = 1'704'196'800'000; ///< about when the worlds begin
 constexpr uint32_t kRingBytes = 4096;      ///< of the one chunk; the largest world takes three quarters
 constexpr uint32_t kDataBytes = 8;
 
-inline Ms ms(uint32_t seconds, uint32_t milliseconds) {
-    return Ms{seconds} * 1000 + milliseconds;
+inline Ms msOf(PB_STREAM_TIME time) {
+    return Ms{time.seconds()} * 1000 + time.mSec;
 }
 inline PB_STREAM_TIME pbTime(Ms time) {
     return {static_cast<uint32_t>(time / 1000), static_cast<uint32_t>(time % 1000)};
@@ -46,12 +46,12 @@ struct SmallStream {
     std::vector<bool> damaged; ///< picture by picture
     bool opens = true;         ///< row, chunk, stream header and picture 0 are sound
 
-    Ms start() const { return ms(row.startDate, row.startMSec); }
-    Ms end() const { return ms(row.endDate, row.endMSec); }
+    Ms start() const { return msOf({row.startDate, row.startMSec}); }
+    Ms end() const { return msOf({row.endDate, row.endMSec}); }
     uint32_t last() const { return header.pictures - 1; }
     Ms timeOf(uint32_t picture) const {
         const PICTURE_HEADER &top = pictures[0], &here = pictures[picture];
-        return start() + ms(here.pts, here.msec) - ms(top.pts, top.msec);
+        return start() + msOf({here.pts, here.msec}) - msOf({top.pts, top.msec});
     }
 };
 
@@ -59,7 +59,6 @@ class SmallWorld {
 public:
     explicit SmallWorld(uint32_t worldSeed) : seed(worldSeed), m_chance(worldSeed) {
         m_gridMs = m_chance.of({125u, 250u, 500u, 1000u});
-        m_damages = m_chance.oneIn(2);
         m_place = m_chance.below(kRingBytes);
         for (uint32_t count = 1 + m_chance.below(6); streams.size() < count;) addStream();
     }
@@ -104,7 +103,7 @@ private:
         const Ms end = m_chance.oneIn(8) ? start : start + span + m_chance.of({0u, 0u, 0u, m_gridMs});
         s.row.endDate = pbTime(end).seconds();
         s.row.endMSec = pbTime(end).mSec;
-        if (m_damages && m_chance.oneIn(3)) damage(s);
+        if (m_chance.oneIn(6)) damage(s);
 
         put(s.row.chunkOffset, &s.header, kHeaderBytes);
         put(s.row.chunkOffset + kHeaderBytes, s.pictures.data(), count * kHeaderBytes);
@@ -119,7 +118,8 @@ private:
         Ms pts = first;
         for (uint32_t n = 0; n < s.header.pictures; ++n) {
             if (n > 0) pts += even ? stepMs : m_chance.below(4) * stepMs / 2;
-            const uint32_t size = m_chance.oneIn(40) ? kMinPictureBytes - 1 : kDataBytes;
+            const uint32_t odd = m_chance.of({kMinPictureBytes - 1, kMinPictureBytes, kMaxPictureBytes + 1});
+            const uint32_t size = m_chance.oneIn(20) ? odd : kDataBytes;
             const uint32_t flags = 8 | m_chance.below(4), place = take(kDataBytes);
             s.pictures.push_back(
                 sealed(PICTURE_HEADER{kPictureMarker, s.row.streamID, place, size, pbTime(pts).seconds(),
@@ -132,16 +132,18 @@ private:
 
     /// A false marker is sealed, and a false checksum leaves the marker right: each has a test of its own.
     void damage(SmallStream& s) {
-        const uint32_t kind = m_chance.below(8);
+        const uint32_t kind = m_chance.below(9);
         const uint32_t n = m_chance.below(s.header.pictures);
         if (kind == 0) s.row.chunkID = 7; // no such chunk
         if (kind == 1) s.row.chunkSize = 0;
         if (kind == 2) s.header.pts ^= 1;
         if (kind == 3) s.header = falselyMarked(s.header);
-        if (kind == 4 || kind == 5) s.pictures[n].msec ^= 1;
-        if (kind >= 6) s.pictures[n] = falselyMarked(s.pictures[n]);
-        s.damaged[n] = kind >= 4;
-        s.opens = kind >= 4 && !s.damaged[0];
+        if (kind == 4) s.header.offset = kRingBytes;
+        if (kind == 4) s.header = sealed(s.header);
+        if (kind == 5 || kind == 6) s.pictures[n].msec ^= 1;
+        if (kind >= 7) s.pictures[n] = falselyMarked(s.pictures[n]);
+        s.damaged[n] = kind >= 5;
+        s.opens = kind >= 5 && !s.damaged[0];
     }
     template <class Header> static Header falselyMarked(Header header) {
         header.marker ^= 1; // the other kind's
@@ -156,7 +158,6 @@ private:
 
     Chance m_chance;
     uint32_t m_gridMs;
-    bool m_damages;
     uint32_t m_place; ///< in the chunk, of the next free byte
 };
 

@@ -15,32 +15,54 @@ template <class Record> bool same(const Record& a, const Record& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
+/// The errors logged, without their lines; d, s and p for the records shown.
+inline std::string said(const test::LogRecorder& log) {
+    std::string text;
+    for (const test::LogLine& line : log.lines()) {
+        const bool isWord = line.format == " %08x" || line.format.starts_with("checkSum=");
+        const size_t name = line.format.starts_with("%s(%d) ") ? line.text.find(' ') + 1 : 0;
+        if (line.priority == LOG_ERR && !isWord) text += line.text.substr(name) + "\n";
+        if (line.text.ends_with(" info ----------------------")) text += line.text.front();
+    }
+    return text;
+}
+
+struct Records {
+    DB_STREAM db;
+    STREAM_HEADER stH;
+    PICTURE_HEADER picH;
+};
+
 /// With the records that its operations fill.
 class Stream : public CPbStreamVideo {
 public:
     using CPbStreamVideo::CPbStreamVideo, CPbStreamVideo::m_stream, CPbStreamVideo::m_updateRecStream;
 
-    PB_STREAM_TIME open(uint32_t id) { return getId(id, &db, &stH, &picH, 0); }
+    PB_STREAM_TIME open(uint32_t id) { return getId(id, &out.db, &out.stH, &out.picH, 0); }
     PB_STREAM_TIME toTime(PB_STREAM_TIME time, bool backward = false) {
-        return getTime(time, &db, &stH, &picH, 1, backward, 0);
+        return getTime(time, &out.db, &out.stH, &out.picH, 1, backward, 0);
     }
     PB_STREAM_TIME skip(unsigned char kind, unsigned long backSec = 0) {
-        return getSkip(nullptr, &db, &stH, &picH, kind, 0, 0, backSec);
+        return getSkip(nullptr, &out.db, &out.stH, &out.picH, kind, 0, 0, backSec);
     }
-    PB_STREAM_TIME toAlarm(PB_STREAM_TIME from, bool backward = false) {
-        return getSkip(&from, &db, &stH, &picH, kSkipEvent, backward, 0, 0);
+    PB_STREAM_TIME toAlarm(PB_STREAM_TIME from) {
+        return getSkip(&from, &out.db, &out.stH, &out.picH, kSkipEvent, 0, 0, 0);
     }
     /// A time of 0 is the present picture's.
-    int cross(PB_STREAM_TIME time, bool backward = false, bool locate = false) {
-        return over(backward, &db, &stH, &picH, &time, locate);
+    int cross(PB_STREAM_TIME time, bool backward = false) {
+        return over(backward, &out.db, &out.stH, &out.picH, &time, 0);
     }
     long move(unsigned char kind, unsigned long count, unsigned char search = kSearchNone) {
-        return CPbStreamVideo::move(kind, count, &picH, search);
+        return CPbStreamVideo::move(kind, count, &out.picH, search);
+    }
+    /// Those of the place stood on, without a look at its recorder.
+    Records shown() const {
+        Records here{m_stream.row(), m_stream.header(), {}};
+        getPicH(&here.picH);
+        return here;
     }
 
-    DB_STREAM db{};
-    STREAM_HEADER stH{};
-    PICTURE_HEADER picH{};
+    Records out{};
 };
 
 inline const PB_STREAM_TIME kNowhere{0, 0};
