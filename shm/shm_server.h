@@ -58,7 +58,7 @@ class CtavirnShmServer : public CShmServer {
 public:
     CtavirnShmServer() = default;
 
-    /// Like creat; false on failure.
+    /// creat, and where the record lies; false on failure.
     bool openStatus(int key) {
         m_status = static_cast<REC_STATUS*>(creat(key));
         return m_status != nullptr;

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
@@ -70,6 +71,17 @@ std::string runTool(const std::vector<std::string>& words, const std::string& ro
     Process process(words, root);
     EXPECT_EQ(process.wait(), expected) << words[0] << ": " << process.errors();
     return process.output();
+}
+
+std::string runnable(const std::string& program, [[maybe_unused]] const std::string& root) {
+#ifdef TAVIRN_EMULATOR
+    const std::string script = root + '/' + std::filesystem::path(program).filename().string();
+    writeFile(script, "#!/bin/sh\nexec " TAVIRN_EMULATOR " " + program + " \"$@\"\n");
+    std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+    return script;
+#else
+    return program;
+#endif
 }
 
 DaemonProcess::DaemonProcess(const std::string& root) {

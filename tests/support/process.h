@@ -35,6 +35,10 @@ private:
 /// Runs to the end; fails the test with the program's errors unless it exits with `expected`. Its output.
 std::string runTool(const std::vector<std::string>& words, const std::string& root, int expected = 0);
 
+/// What another program can start `program` by, also where programs of the target need the emulator: then it
+/// is a script in `root`.
+std::string runnable(const std::string& program, const std::string& root);
+
 /// Waits for a child (or an adopted descendant) to end, as Process::wait does.
 int waitForEnd(pid_t pid, int timeoutMs);
 
