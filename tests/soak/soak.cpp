@@ -112,6 +112,8 @@ int soak(int span, unsigned seed) {
                    world.root() + "/live");
     Child daemon({TAVIRN_ROOTED, "--foreground"}, "/dev/null");
     awaitService(daemon);
+    std::printf("soaking for %d minutes, seed %u\n", span, seed);
+    std::fflush(stdout);
     Soak soak(seed);
     const auto begin = steady_clock::now();
     soak.run(begin + std::min<seconds>(minutes(1), minutes(span) / 4));
@@ -135,9 +137,9 @@ int soak(int span, unsigned seed) {
 
 int main(int argc, char** argv) {
     int span = 2;
-    unsigned seed = 1;
+    unsigned seed = std::random_device()();
     CLI::App app("Random requests against a daemon that follows a live recorder.", "tavirn-soak");
-    app.add_option("MINUTES", span, "How long (2)")->check(CLI::PositiveNumber);
-    app.add_option("--seed", seed, "Of the requests (1)");
+    app.add_option("MINUTES", span, "How long (2)")->check(CLI::Range(1, 100'000));
+    app.add_option("--seed", seed, "Of the requests");
     return runTool(app, argc, argv, [&] { return soak(span, seed); });
 }
