@@ -17,6 +17,7 @@
 
 #include "platform/paths.h"
 #include "platform/paths_rooted.h"
+#include "tools/client/control_client.h"
 #include "tools/common/command_line.h"
 
 namespace {
@@ -24,7 +25,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kLookInterval{10};
-constexpr std::chrono::seconds kLeave{5}; ///< to end when the tour has failed
+constexpr std::chrono::seconds kComesUp{20};
+constexpr std::chrono::seconds kLeave{5}; ///< to end when all has failed
 
 std::atomic<int> g_signal{0};
 static_assert(std::atomic<int>::is_always_lock_free, "set in a signal handler");
@@ -106,6 +108,13 @@ void Child::finish(std::chrono::seconds atMost) {
 void Child::stop(std::chrono::seconds atMost) {
     if (!hasEnded()) kill(m_pid, SIGTERM);
     finish(atMost);
+}
+
+void awaitService(Child& daemon) {
+    const auto serves = [] { return exchange(paths().controlSocket, ControlRequest(0).record).has_value(); };
+    if (waitUntil(kComesUp, [&] { return daemon.hasEnded() || serves(); }) && !daemon.hasEnded()) return;
+    daemon.stop(kLeave);
+    throw Failure(kFailed, std::string("the daemon does not serve ") + paths().controlSocket);
 }
 
 World::World() : m_kept(pathsAreRooted()) {

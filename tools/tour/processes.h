@@ -34,12 +34,13 @@ public:
     void stop(std::chrono::seconds atMost);
 
 private:
-    std::string sentence(const std::string& what) const;
-
     const std::string m_name, m_log;
     pid_t m_pid = -1;
     int m_code = -1;
 };
+
+/// Waits until the daemon answers in the world of paths(); throws Failure, which says why if it has ended.
+void awaitService(Child& daemon);
 
 /// The rooted world: a temporary one of its own, or the one that --root names, which stays.
 class World {

@@ -28,14 +28,14 @@ std::string answerTo(const ControlRequest& request) {
 
 } // namespace
 
-void Session::open() {
-    if (readOpenAnswer(answerTo(ControlRequest(RTSP_REQ_OPEN))) != OpenAnswer::opened)
-        throw Failure(kFailed, "the daemon does not open a session");
+bool Session::open() {
+    if (readOpenAnswer(answerTo(ControlRequest(RTSP_REQ_OPEN))) != OpenAnswer::opened) return false;
     ask(RTSP_REQ_SESSION);
     if (!m_reader.attach(paths().ipcKey, kOutputMemoryProject))
         throw Failure(kFailed, std::string("there is no output memory: ") + std::strerror(errno));
     m_reader.rewind();
     while (m_reader.next(m_block, milliseconds(0)) == ReadResult::block) take(std::nullopt);
+    return true;
 }
 
 std::string Session::ask(int32_t type, const std::string& header, const std::string& value) {

@@ -14,9 +14,9 @@
 
 class Session {
 public:
-    /// Opens a session and registers its number; ends with its first picture. Throws Failure, as everything
-    /// here does, when the daemon does not answer or dies.
-    void open();
+    /// Opens a session, registers its number and begins to read with its first block; false when the daemon
+    /// refuses. Throws Failure, as everything here does, when the daemon does not answer or dies.
+    bool open();
     /// A request of this session, with at most one header line more; the answer's bytes.
     std::string ask(int32_t type, const std::string& header = "", const std::string& value = "");
     /// The daemon's word; `number` 0: a request that names none.

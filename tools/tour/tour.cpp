@@ -5,7 +5,6 @@
 #include <fstream>
 
 #include "platform/paths.h"
-#include "tools/client/control_client.h"
 #include "tools/common/clock_text.h"
 #include "tools/common/command_line.h"
 #include "tools/common/formatted.h"
@@ -28,16 +27,6 @@ std::optional<uint64_t> recordingSinceMs() {
     return std::nullopt;
 }
 
-std::vector<std::string> recorderWords(const TourSettings& settings, const std::vector<std::string>& more) {
-    std::vector<std::string> words{settings.recorder, "--test-pattern",
-                                   "--size",          settings.size,
-                                   "--fps",           "30",
-                                   "--gop",           "30",
-                                   "--chunk-size",    "8M"};
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
-}
-
 std::string joined(std::span<const ShownPicture> pictures) {
     std::string bytes;
     for (const ShownPicture& picture : pictures) bytes += picture.data;
@@ -51,6 +40,16 @@ void write(const std::string& file, const std::string& content) {
 
 } // namespace
 
+std::vector<std::string> recorderWords(const TourSettings& settings, const std::vector<std::string>& more) {
+    std::vector<std::string> words{settings.recorder, "--test-pattern",
+                                   "--size",          settings.size,
+                                   "--fps",           "30",
+                                   "--gop",           "30",
+                                   "--chunk-size",    "8M"};
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
 void recordStreams(const TourSettings& settings) {
     printHeading("recording");
     Child(recorderWords(settings, recordedWords()), "").finish(kRecords);
@@ -61,10 +60,7 @@ Tour::Tour(const TourSettings& settings, const World& world)
       m_daemon({settings.daemon, "--foreground"}, world.root() + "/daemon.log"),
       m_recording(readRecording(paths().index, paths().card)), m_visits{{1, m_recording, m_begin},
                                                                         {2, m_recording, m_begin}} {
-    const auto serves = [] { return exchange(paths().controlSocket, ControlRequest(0).record).has_value(); };
-    if (waitUntil(kComesUp, [&] { return m_daemon.hasEnded() || serves(); }) && !m_daemon.hasEnded()) return;
-    m_daemon.stop(kEnds); // which says why, if it has ended by itself
-    throw Failure(kFailed, "the daemon does not serve " + std::string(paths().controlSocket));
+    awaitService(m_daemon);
 }
 
 double Tour::now() const {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/common/command_line.h"
 #include "tools/common/formatted.h"
 #include "tools/tour/transcript.h"
 
@@ -26,7 +27,7 @@ size_t Visit::recordedPictures() const {
 
 void Visit::open(int64_t stream) {
     const double at = now();
-    m_session.open();
+    if (!m_session.open()) throw Failure(kFailed, "the daemon does not open a session");
     m_session.readUntilQuiet(1, kActs);
     m_untold.push_back({at, "open", m_session.status(), "pause", 0, pictures().size(), isFirstOf, stream});
 }
