@@ -1,6 +1,4 @@
 // The requests' meaning: with the real engine, on a clock that the test moves, and without the loop round it.
-#include "daemon/request_loop.h"
-
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -12,15 +10,11 @@
 #include "daemon/signals.h"
 #include "platform/kw_com.h"
 #include "platform/paths.h"
-#include "shm/shm_server.h"
 #include "tests/daemon/said.h"
-#include "tests/support/card.h"
-#include "tests/support/simulated_clock.h"
-#include "tools/client/control_client.h"
+#include "tests/daemon/session_fixture.h"
 
+namespace test {
 namespace {
-
-namespace simulated = test::simulated;
 
 std::string refused(char byte3) {
     std::string answer(kParameterSetAnswerBytes, '\xFF');
@@ -46,31 +40,13 @@ struct Row {
 };
 
 /// Holds the clock, so that no simulated minute passes behind the test's back.
-struct RequestLoopTest : testing::Test {
+struct RequestLoopTest : SessionTest {
     RequestLoopTest() {
-        simulated::hold();
         g_loopFlag = kLoopNotBegun;
-        status.openStatus(world.statusKey());
+        simulated::hold();
     }
-    ~RequestLoopTest() override {
-        simulated::resume();
-        loop.shutDown();
-        close(listening);
-    }
+    ~RequestLoopTest() override { simulated::resume(); }
 
-    std::string ask(int32_t type, const std::string& session, const std::string& header = "") {
-        int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-        const size_t colon = header.find(": ");
-        ControlRequest request = ControlRequest(type).with("Session", session);
-        if (!header.empty()) request.with(header.substr(0, colon), header.substr(colon + 2));
-        loop.handle(request.record, ends[0]);
-        close(ends[0]);
-        std::string answer(200, '\0');
-        answer.resize(static_cast<size_t>(recv(ends[1], answer.data(), answer.size(), MSG_WAITALL)));
-        close(ends[1]);
-        return type == RTSP_REQ_STATUS ? readStatusAnswer(answer) : answer;
-    }
     void serve(const std::vector<Row>& rows) {
         for (const Row& row : rows) {
             SCOPED_TRACE(std::to_string(row.type) + " " + row.session + " " + row.header);
@@ -104,11 +80,7 @@ struct RequestLoopTest : testing::Test {
         return poll(&knock, 1, 0) == 1;
     }
 
-    test::World world;
-    test::LogRecorder log;
-    CtavirnShmServer status;
-    const int listening = s_create_serv_socket(paths().controlSocket);
-    RequestLoop loop{listening, status};
+    LogRecorder log;
     timeval lastSleep{}; ///< of the playback thread, as far as waitUntil has seen it
 };
 
@@ -116,11 +88,11 @@ TEST_F(RequestLoopTest, SaysWhyNoSessionIsOpenedAndServesTheOneThatIs) {
     serve({{RTSP_REQ_STATUS, "", "init"},
            {RTSP_REQ_OPEN, "", refused('\xFC'), "6 error No = 5\n"},
            {RTSP_REQ_STATUS, "", "error"}});
-    test::Card card(world);
+    Card card(world);
     serve({{RTSP_REQ_OPEN, "", refused('\xFE'), "3 main() stream not found\n"},
            {RTSP_REQ_STATUS, "", "error"}}); // for the search before
     card.stream(1).from("12:00:00").pictures(90).gop(10).closed();
-    serve({{RTSP_REQ_OPEN, "", test::parameterSets(), "6 main() SPS/PPS found\n"},
+    serve({{RTSP_REQ_OPEN, "", parameterSets(), "6 main() SPS/PPS found\n"},
            {RTSP_REQ_OPEN, "", refused('\xFD'), "3 main() picker already existed\n"},
            {RTSP_REQ_STATUS, "", "pause"},
            {RTSP_REQ_SESSION, "77"},
@@ -155,7 +127,7 @@ TEST_F(RequestLoopTest, SaysWhyNoSessionIsOpenedAndServesTheOneThatIs) {
 }
 
 TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
-    test::Card card(world);
+    Card card(world);
     for (const auto& [id, start] : {std::pair(1u, "12:00:00"), {2u, "12:01:00"}, {3u, "12:02:00"}})
         card.stream(id).from(start).pictures(30).gop(10).closed();
     card.setStreamHeader(2, STREAM_HEADER{});
@@ -170,7 +142,7 @@ TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
            {RTSP_REQ_STATUS, "", "error"},
            fails("2", "0", 299'900), // a damaged header is no fatal error
            {RTSP_REQ_STATUS, "", "init"},
-           {RTSP_REQ_OPEN, "", test::parameterSets(), tried + "1\n\n", "", "", 299'900},
+           {RTSP_REQ_OPEN, "", parameterSets(), tried + "1\n\n", "", "", 299'900},
            {RTSP_REQ_TEARDOWN, "", "", "6 main() TEARDOWN\n"},
            fails("3", "2"), // a success forgets the bound, and so do 300 seconds, a clock set back
            fails("3", "2", 300'000),
@@ -184,8 +156,8 @@ TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
 }
 
 TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOrTheLoopStops) {
-    test::Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
-    const Row opens{RTSP_REQ_OPEN, "", test::parameterSets()};
+    Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
+    const Row opens{RTSP_REQ_OPEN, "", parameterSets()};
     serve({opens, {RTSP_REQ_SESSION, "77"}});
     for (const int32_t type : {RTSP_REQ_PLAY, RTSP_REQ_PAUSE, RTSP_REQ_STATUS, RTSP_REQ_FFTIME}) {
         for (int i = 0; i < 4; ++i) {
@@ -207,7 +179,7 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     serve({{RTSP_REQ_STATUS, "", "init"}, opens, {RTSP_REQ_SESSION, "78"}});
 
     sigcatch(SIGUSR1);
-    serve({{RTSP_REQ_OPEN, "", test::parameterSets(), "3 main() format: destroy pickerThread\n"},
+    serve({{RTSP_REQ_OPEN, "", parameterSets(), "3 main() format: destroy pickerThread\n"},
            {RTSP_REQ_STATUS, "", "pause"}}); // a new session, no number registered yet
 
     simulated::freeze();
@@ -228,10 +200,7 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
 
 TEST_F(RequestLoopTest, ServesOnAfterTwoHundredClientsThatDontBehave) {
     simulated::resume(); // the second of rest behind each that closes early
-    const auto descriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
-    const auto before = descriptors();
+    const auto before = openFiles();
     g_loopFlag = kLoopRun;
     sigcatch(SIGUSR2);
     std::thread server([&] { loop.run(); });
@@ -255,7 +224,7 @@ TEST_F(RequestLoopTest, ServesOnAfterTwoHundredClientsThatDontBehave) {
     // here.
     const auto answer = exchange(paths().controlSocket, ControlRequest(RTSP_REQ_STATUS).record, 300'000);
     EXPECT_EQ(readStatusAnswer(answer.value_or("")), "error") << "no index, so no stream was found";
-    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(openFiles(), before);
     g_loopFlag = kLoopStop;
     shutdown(listening, SHUT_RDWR);
     server.join();
@@ -284,3 +253,4 @@ TEST_F(RequestLoopTest, ReportsWhatCannotBeReadOrWritten) {
 }
 
 } // namespace
+} // namespace test

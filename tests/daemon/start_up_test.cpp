@@ -1,7 +1,6 @@
 // The daemon as a process: its pid file, its signals, and each step of its start-up failing.
 #include <cerrno>
 #include <csignal>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/sem.h>
@@ -13,42 +12,23 @@
 #include "daemon/pid_file.h"
 #include "daemon/signals.h"
 #include "platform/paths.h"
+#include "tests/daemon/failing_calls.h"
 #include "tests/daemon/said.h"
 #include "tests/support/world.h"
-
-static int g_failingStep = 0; ///< its exit code
-static int g_killError = 0, g_unlinkError = 0;
-
-// In place of the C library's, for this program.
-extern "C" int daemon(int, int) noexcept {
-    return g_failingStep == kExitDetach ? -1 : 0;
-}
-extern "C" int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
-    static const auto real = reinterpret_cast<decltype(&sigaction)>(dlsym(RTLD_NEXT, "sigaction"));
-    return g_failingStep == kExitSignals ? -1 : real(signal, action, old);
-}
-extern "C" int kill(pid_t pid, int signal) noexcept {
-    static const auto real = reinterpret_cast<decltype(&kill)>(dlsym(RTLD_NEXT, "kill"));
-    errno = g_killError;
-    return g_killError != 0 ? -1 : real(pid, signal);
-}
-extern "C" int unlink(const char* path) noexcept {
-    static const auto real = reinterpret_cast<decltype(&unlink)>(dlsym(RTLD_NEXT, "unlink"));
-    errno = g_unlinkError;
-    return g_unlinkError != 0 ? -1 : real(path);
-}
 
 namespace {
 
 /// Lets the step with that exit code fail; 0 is a stop that arrives during start-up.
 [[noreturn]] void startUp(int code, const test::World& world) {
     const test::LogRecorder log;
-    g_failingStep = code;
+    const failing::Product product;
+    if (code == kExitDetach) failing::arm("daemon");
+    if (code == kExitSignals) failing::arm("sigaction");
     if (code == kExitPidFile) test::writeFile(paths().pidFile, std::to_string(getpid()));
     if (code == kExitSocket) mkdir(paths().controlSocket, 0700);
     if (code == kExitStatusSegment) shmget(world.statusKey(), 16, IPC_CREAT | 0600);
     if (code == 0) sigcatch(SIGTERM);
-    const int result = runDaemon();
+    const int result = runDaemon(code == kExitDetach ? Detach::yes : Detach::no);
     fputs(said(log).c_str(), stderr);
     _exit(result);
 }
@@ -74,7 +54,8 @@ TEST(PidFile, IsWrittenWholeUnlessAnotherInstanceMayRun) {
         std::string before;
         int result;
         std::string message = "";
-        int killError = 0, unlinkError = 0;
+        const char* call = nullptr; ///< that fails
+        int error = 0;
     } cases[] = {
         {"2147483647 and more than sixteen bytes", 0},
         {std::to_string(0x1'0000'0000 + getpid()), 0}, // beyond every pid, not to be narrowed to one
@@ -83,18 +64,17 @@ TEST(PidFile, IsWrittenWholeUnlessAnotherInstanceMayRun) {
         {"letters", -2},
         {"0\n", -2},
         {std::string(16, ' ') + mine, -2}, // behind the bytes read
-        {"1", -3, said3 + "kill error(Operation not permitted)\n", EPERM},
-        {"2147483647", -5, said3 + "unlink error(Read-only file system)\n", 0, EROFS},
+        {"1", -3, said3 + "kill error(Operation not permitted)\n", "kill", EPERM},
+        {"2147483647", -5, said3 + "unlink error(Read-only file system)\n", "unlink", EROFS},
     };
     const test::World world;
     const std::string pidFile = paths().pidFile;
-    for (const auto& [before, result, message, killError, unlinkError] : cases) {
+    for (const auto& [before, result, message, call, error] : cases) {
         const test::LogRecorder log;
         test::writeFile(pidFile, before);
-        g_killError = killError;
-        g_unlinkError = unlinkError;
+        failing::arm(call, error);
+        const failing::Product product;
         EXPECT_EQ(createPidFile(), result) << before;
-        g_killError = g_unlinkError = 0;
         EXPECT_EQ(test::readFile(pidFile), result == 0 ? mine + "\n" : before);
         EXPECT_EQ(said(log), message);
     }
