@@ -9,11 +9,7 @@ void arm(const char* call, int error = 0, long n = 1, bool forGood = false);
 /// Whether there has been an n-th call since `arm`.
 bool reached();
 
-/// Whose the thread's calls are. A thread that the product starts is the product's all along.
+/// Whether the calling thread's calls are the product's, as those of a thread that the product starts are.
 extern thread_local bool t_product;
-struct Product {
-    Product() { t_product = true; }
-    ~Product() { t_product = false; }
-};
 
 } // namespace failing

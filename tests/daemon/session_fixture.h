@@ -31,16 +31,16 @@ struct SessionTest : testing::Test {
         close(listening);
     }
 
+    /// `header` is "name: value". A status answer's word, else all bytes.
     std::string ask(int32_t type, const std::string& session, const std::string& header = "") {
-        int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
         const size_t colon = header.find(": ");
         ControlRequest request = ControlRequest(type).with("Session", session);
         if (!header.empty()) request.with(header.substr(0, colon), header.substr(colon + 2));
-        {
-            const failing::Product product;
-            loop.handle(request.record, ends[0]);
-        }
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        failing::t_product = true;
+        loop.handle(request.record, ends[0]);
+        failing::t_product = false;
         close(ends[0]);
         std::string answer(200, '\0');
         answer.resize(static_cast<size_t>(recv(ends[1], answer.data(), answer.size(), MSG_WAITALL)));
