@@ -62,7 +62,7 @@ void meetDaemon(const LogRecorder& log) {
     _exit(testing::Test::HasFailure() ? 1 : result);
 }
 
-TEST(Life, EndsWithTheCodeOfTheStepThatFailedOrOnAStop) {
+TEST(StartUp, EndsWithTheCodeOfTheStepThatFailedOrOnAStop) {
     for (const auto& [code, message] : {std::pair(3, "daemon error"),
                                         {4, "setSignal error"},
                                         {5, "createPidFile error"},
