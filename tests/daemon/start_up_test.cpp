@@ -35,7 +35,8 @@ void meetDaemon(const LogRecorder& log) {
                                           {SIGUSR2, "catch SIGUSR2 (12)"},
                                           {SIGTERM, "catch SIGINT|SIGTERM|SIGQUIT (15)"}}) {
         kill(getpid(), signal);
-        EXPECT_TRUE(eventually([&] { return log.has(LOG_INFO, message, "sigcatch"); })) << message;
+        EXPECT_TRUE(eventually([&, text = message] { return log.has(LOG_INFO, text, "sigcatch"); }))
+            << message;
     }
 }
 
