@@ -32,7 +32,7 @@ TEST(DefaultStream, IsTheNewestRecordedElseTheOneBeingRecorded) {
     };
     test::World world;
     CtavirnShmServer status;
-    status.m_status = static_cast<REC_STATUS*>(status.creat(world.statusKey()));
+    status.openStatus(world.statusKey());
     const auto search = [&](unsigned long hint) {
         const test::LogRecorder log;
         unsigned long errorNo = 99;

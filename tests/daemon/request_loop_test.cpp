@@ -23,9 +23,11 @@ namespace {
 namespace simulated = test::simulated;
 
 std::string refused(char byte3) {
-    return std::string(3, '\xFF') + byte3 + std::string(92, '\xFF');
+    std::string answer(kParameterSetAnswerBytes, '\xFF');
+    answer[3] = byte3;
+    return answer;
 }
-const std::string kSetUpFailed(96, '\0');
+const std::string kSetUpFailed(kParameterSetAnswerBytes, '\0');
 
 std::string recordBytes(int32_t type) {
     const ControlRequest request(type);
@@ -38,16 +40,17 @@ struct Row {
     std::string session;
     std::string answer = "";  ///< a status answer's word, else all bytes
     std::string message = ""; ///< logged, perhaps among others
-    std::string jump = "";
-    std::string until = ""; ///< the status word that comes of it
-    long msBefore = 0;      ///< what passes since the row above
+    std::string header = "";  ///< "name: value"
+    std::string until = "";   ///< the status word that comes of it
+    long msBefore = 0;        ///< what passes since the row above
 };
 
 /// Holds the clock, so that no simulated minute passes behind the test's back.
 struct RequestLoopTest : testing::Test {
     RequestLoopTest() {
         simulated::hold();
-        status.m_status = static_cast<REC_STATUS*>(status.creat(world.statusKey()));
+        g_loopFlag = kLoopNotBegun;
+        status.openStatus(world.statusKey());
     }
     ~RequestLoopTest() override {
         simulated::resume();
@@ -55,10 +58,13 @@ struct RequestLoopTest : testing::Test {
         close(listening);
     }
 
-    std::string ask(int32_t type, const std::string& session, const std::string& jump = "") {
+    std::string ask(int32_t type, const std::string& session, const std::string& header = "") {
         int ends[2];
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-        loop.handle(ControlRequest(type).with("Session", session).with("Jump", jump).record, ends[0]);
+        const size_t colon = header.find(": ");
+        ControlRequest request = ControlRequest(type).with("Session", session);
+        if (!header.empty()) request.with(header.substr(0, colon), header.substr(colon + 2));
+        loop.handle(request.record, ends[0]);
         close(ends[0]);
         std::string answer(200, '\0');
         answer.resize(static_cast<size_t>(recv(ends[1], answer.data(), answer.size(), MSG_WAITALL)));
@@ -67,12 +73,12 @@ struct RequestLoopTest : testing::Test {
     }
     void serve(const std::vector<Row>& rows) {
         for (const Row& row : rows) {
+            SCOPED_TRACE(std::to_string(row.type) + " " + row.session + " " + row.header);
             log.clear();
             simulated::advanceMs(row.msBefore);
             // An engine that is ended has to come out of its pause.
             if (row.type == RTSP_REQ_TEARDOWN || row.type == RTSP_REQ_OPEN) simulated::freeze();
-            EXPECT_EQ(ask(row.type, row.session, row.jump), row.answer)
-                << row.type << " " << row.session << " " << row.jump;
+            EXPECT_EQ(ask(row.type, row.session, row.header), row.answer);
             EXPECT_NE(said(log).find(row.message), std::string::npos) << row.message << log.dump();
             simulated::hold();
             if (!row.until.empty()) waitUntil([&] { return ask(RTSP_REQ_STATUS, row.session) == row.until; });
@@ -83,12 +89,19 @@ struct RequestLoopTest : testing::Test {
     template <class Condition> void waitUntil(Condition holds, long seconds = 0) {
         for (int looks = 0; looks < 1'000'000; ++looks) {
             if (holds()) return;
-            if (const auto sleeps = simulated::takeSleeps(); !sleeps.empty())
-                simulated::advance(seconds != 0 ? timeval{seconds, 0} : sleeps.back());
-            else
+            if (const auto sleeps = simulated::takeSleeps(); !sleeps.empty()) {
+                lastSleep = sleeps.back();
+                simulated::advance(seconds != 0 ? timeval{seconds, 0} : lastSleep);
+            } else {
                 std::this_thread::yield();
+            }
         }
         ADD_FAILURE() << "has not come about";
+    }
+    /// Whether somebody waits to be accepted.
+    bool isKnocking() const {
+        pollfd knock{listening, POLLIN, 0};
+        return poll(&knock, 1, 0) == 1;
     }
 
     test::World world;
@@ -96,6 +109,7 @@ struct RequestLoopTest : testing::Test {
     CtavirnShmServer status;
     const int listening = s_create_serv_socket(paths().controlSocket);
     RequestLoop loop{listening, status};
+    timeval lastSleep{}; ///< of the playback thread, as far as waitUntil has seen it
 };
 
 TEST_F(RequestLoopTest, SaysWhyNoSessionIsOpenedAndServesTheOneThatIs) {
@@ -103,7 +117,8 @@ TEST_F(RequestLoopTest, SaysWhyNoSessionIsOpenedAndServesTheOneThatIs) {
            {RTSP_REQ_OPEN, "", refused('\xFC'), "6 error No = 5\n"},
            {RTSP_REQ_STATUS, "", "error"}});
     test::Card card(world);
-    serve({{RTSP_REQ_OPEN, "", refused('\xFE'), "3 main() stream not found\n"}});
+    serve({{RTSP_REQ_OPEN, "", refused('\xFE'), "3 main() stream not found\n"},
+           {RTSP_REQ_STATUS, "", "error"}}); // for the search before
     card.stream(1).from("12:00:00").pictures(90).gop(10).closed();
     serve({{RTSP_REQ_OPEN, "", test::parameterSets(), "6 main() SPS/PPS found\n"},
            {RTSP_REQ_OPEN, "", refused('\xFD'), "3 main() picker already existed\n"},
@@ -114,13 +129,23 @@ TEST_F(RequestLoopTest, SaysWhyNoSessionIsOpenedAndServesTheOneThatIs) {
            {RTSP_REQ_STATUS, "78", "error"},
            {RTSP_REQ_STATUS, "", "error"},
            {RTSP_REQ_STATUS, "77", "pause"}});
-    for (const char* stranger : {"78", ""}) ask(RTSP_REQ_PLAY, stranger, "latest");
+    for (const char* stranger : {"78", ""}) ask(RTSP_REQ_PLAY, stranger, "Jump: latest");
     EXPECT_EQ(said(log).find("Jump"), std::string::npos) << log.dump();
     serve({{.type = RTSP_REQ_PLAY, .session = "77", .until = "play"},
            {.type = RTSP_REQ_PAUSE, .session = "77", .until = "pause"},
-           {RTSP_REQ_PLAY, "77", "", "Jump: oldest", "oldest", "pause(sof)"},
+           {RTSP_REQ_PLAY, "77", "", "Jump: oldest", "Jump: oldest", "pause(sof)"},
            {.type = RTSP_REQ_PLAY, .session = "77", .until = "pause(eof)"}});
     EXPECT_EQ(status.m_status->pbActive, 1u);
+    const std::string cardAway = std::string(paths().card) + ".away";
+    std::filesystem::rename(paths().card, cardAway);
+    serve({{.type = RTSP_REQ_PLAY, .session = "77", .header = "Jump: oldest", .until = "error"}});
+    std::filesystem::rename(cardAway, paths().card);
+    serve({{.type = RTSP_REQ_PLAY, .session = "77", .header = "Jump: oldest", .until = "pause(sof)"},
+           {RTSP_REQ_FFTIME, "77", "", "", "FFTime: 500"},
+           {RTSP_REQ_FFTIME, "78", "", "", "FFTime: 400"},
+           {RTSP_REQ_FFTIME, "77"},
+           {.type = RTSP_REQ_PLAY, .session = "77", .header = "Scale: 2", .until = "play"}});
+    waitUntil([&] { return lastSleep.tv_usec == 500'000; });
     serve({{RTSP_REQ_TEARDOWN, "", "", "6 main() TEARDOWN\n"}, // of whatever session there is
            {RTSP_REQ_SESSION, "78"}, // also while idle a number registers, and no teardown takes it back
            {RTSP_REQ_TEARDOWN, "78"},
@@ -147,8 +172,13 @@ TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
            {RTSP_REQ_STATUS, "", "init"},
            {RTSP_REQ_OPEN, "", test::parameterSets(), tried + "1\n\n", "", "", 299'900},
            {RTSP_REQ_TEARDOWN, "", "", "6 main() TEARDOWN\n"},
-           fails("3", "2"), // a success forgets the bound, and so do 300 seconds
-           fails("3", "2", 300'000)});
+           fails("3", "2"), // a success forgets the bound, and so do 300 seconds, a clock set back
+           fails("3", "2", 300'000),
+           fails("3", "2", -1000)});
+    world.setCardState('1', '1');
+    serve({{RTSP_REQ_OPEN, "", refused('\xFC'), "6 error No = 6\n"}});
+    world.setCardState('1', '0');
+    serve({fails("3", "2")}); // and so does a search that gave nothing
     card.sql("DELETE FROM STREAM WHERE streamID <> 2; UPDATE STREAM SET streamID = 1");
     serve({fails("1", "0"), fails("1", "0")}); // there is nothing to look for below stream 1
 }
@@ -156,10 +186,17 @@ TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
 TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOrTheLoopStops) {
     test::Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
     const Row opens{RTSP_REQ_OPEN, "", test::parameterSets()};
-    serve({opens, {RTSP_REQ_SESSION, "77"}, {RTSP_REQ_FFTIME, "77"}});
+    serve({opens, {RTSP_REQ_SESSION, "77"}});
+    for (const int32_t type : {RTSP_REQ_PLAY, RTSP_REQ_PAUSE, RTSP_REQ_STATUS, RTSP_REQ_FFTIME}) {
+        for (int i = 0; i < 4; ++i) {
+            const time_t then = simulated::now().tv_sec + 20;
+            waitUntil([&] { return simulated::now().tv_sec >= then; }, 10);
+            ask(type, "77");
+        }
+        EXPECT_FALSE(isKnocking()) << type << " keeps the session alive";
+    }
     const timeval begin = simulated::now();
-    pollfd knock{listening, POLLIN, 0};
-    waitUntil([&] { return poll(&knock, 1, 1) == 1; }, 10);
+    waitUntil([&] { return isKnocking(); }, 10);
     rtsp_request notice{};
     const int connection = recv_rtsp_request(listening, &notice);
     EXPECT_EQ(rtsp_session_id(&notice), 77u) << "of the last keep-alive";
@@ -175,14 +212,44 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
 
     simulated::freeze();
     setStopSocket(listening);
+    const int silent = s_create_client_socket();
+    EXPECT_GE(s_connect_serv(silent, paths().controlSocket), 0);
     sigcatch(SIGTERM);
     setStopSocket(-1);
+    EXPECT_EQ(recv_rtsp_request(listening, &notice), -1) << "a client that was in the queue sends nothing";
+    close(silent);
     EXPECT_EQ(recv_rtsp_request(listening, &notice), -1) << "the loop had tested its flag before the signal";
     loop.run();
     loop.shutDown();
     for (const char* text : {"6 sigcatch() catch SIGUSR1 (10)\n", "6 main() loop out\n"})
         EXPECT_NE(said(log).find(text), std::string::npos) << text << log.dump();
     EXPECT_EQ(status.m_status->pbActive, 0u);
+}
+
+TEST_F(RequestLoopTest, EndsASessionWithoutPlaybackThreadToo) {
+    test::Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
+    unlink(paths().ipcKey); // so that there is no output memory
+    serve({{RTSP_REQ_OPEN, "", test::parameterSets()}, {RTSP_REQ_SESSION, "77"}});
+    g_loopFlag = kLoopRun;
+    std::thread server([&] { loop.run(); });
+    const auto word = [&](const char* session) {
+        const ControlRequest request = ControlRequest(RTSP_REQ_STATUS).with("Session", session);
+        return readStatusAnswer(exchange(paths().controlSocket, request.record, 300'000).value_or(""));
+    };
+    simulated::advanceMs(60'999);
+    EXPECT_EQ(word("77"), "pause");
+    EXPECT_EQ(word("78"), "error"); // served once the one before has been noted
+    simulated::advanceMs(60'999);
+    EXPECT_EQ(word("78"), "error");
+    EXPECT_EQ(said(log).find("TEARDOWN"), std::string::npos);
+    simulated::advanceMs(1);
+    waitUntil([&] { return said(log).find("6 main() TEARDOWN") != std::string::npos; });
+    EXPECT_EQ(word(""), "init");
+    simulated::resume(); // for the rest behind the accept that fails
+    g_loopFlag = kLoopStop;
+    shutdown(listening, SHUT_RDWR);
+    server.join();
+    g_loopFlag = kLoopNotBegun;
 }
 
 TEST_F(RequestLoopTest, ServesOnAfterTwoHundredClientsThatDontBehave) {
@@ -192,7 +259,9 @@ TEST_F(RequestLoopTest, ServesOnAfterTwoHundredClientsThatDontBehave) {
     };
     const auto before = descriptors();
     g_loopFlag = kLoopRun;
+    sigcatch(SIGUSR2);
     std::thread server([&] { loop.run(); });
+    while (said(log).empty()) std::this_thread::yield(); // told before anybody connects
     const std::string records[] = {"",
                                    "short",
                                    std::string(sizeof(rtsp_request), '\xFF'),
@@ -216,7 +285,6 @@ TEST_F(RequestLoopTest, ServesOnAfterTwoHundredClientsThatDontBehave) {
     g_loopFlag = kLoopStop;
     shutdown(listening, SHUT_RDWR);
     server.join();
-    g_loopFlag = kLoopNotBegun;
 }
 
 TEST_F(RequestLoopTest, ReportsWhatCannotBeReadOrWritten) {

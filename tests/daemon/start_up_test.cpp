@@ -3,6 +3,7 @@
 #include <csignal>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -16,6 +17,7 @@
 #include "tests/support/world.h"
 
 static int g_failingStep = 0; ///< its exit code
+static int g_killError = 0, g_unlinkError = 0;
 
 // In place of the C library's, for this program.
 extern "C" int daemon(int, int) noexcept {
@@ -24,6 +26,16 @@ extern "C" int daemon(int, int) noexcept {
 extern "C" int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
     static const auto real = reinterpret_cast<decltype(&sigaction)>(dlsym(RTLD_NEXT, "sigaction"));
     return g_failingStep == kExitSignals ? -1 : real(signal, action, old);
+}
+extern "C" int kill(pid_t pid, int signal) noexcept {
+    static const auto real = reinterpret_cast<decltype(&kill)>(dlsym(RTLD_NEXT, "kill"));
+    errno = g_killError;
+    return g_killError != 0 ? -1 : real(pid, signal);
+}
+extern "C" int unlink(const char* path) noexcept {
+    static const auto real = reinterpret_cast<decltype(&unlink)>(dlsym(RTLD_NEXT, "unlink"));
+    errno = g_unlinkError;
+    return g_unlinkError != 0 ? -1 : real(path);
 }
 
 namespace {
@@ -56,32 +68,54 @@ TEST(StartUp, EndsWithTheCodeOfTheStepThatFailedAndUndoesNothing) {
     }
 }
 
-TEST(PidFile, IsWrittenUnlessAnotherInstanceMayRun) {
-    const std::string mine = std::to_string(getpid());
-    const std::pair<std::string, int> cases[] = {
+TEST(PidFile, IsWrittenWholeUnlessAnotherInstanceMayRun) {
+    const std::string mine = std::to_string(getpid()), said3 = "3 createPidFile() ";
+    const struct {
+        std::string before;
+        int result;
+        std::string message = "";
+        int killError = 0, unlinkError = 0;
+    } cases[] = {
         {"2147483647 and more than sixteen bytes", 0},
         {std::to_string(0x1'0000'0000 + getpid()), 0}, // beyond every pid, not to be narrowed to one
         {" " + mine + "xyz", -1},
-        {"", -1},
+        {"", -1, said3 + "fread error(Success)\n"},
         {"letters", -2},
         {"0\n", -2},
         {std::string(16, ' ') + mine, -2}, // behind the bytes read
+        {"1", -3, said3 + "kill error(Operation not permitted)\n", EPERM},
+        {"2147483647", -5, said3 + "unlink error(Read-only file system)\n", 0, EROFS},
     };
-    for (const auto& [before, result] : cases) {
-        const test::World world;
-        const test::LogRecorder log;
-        test::writeFile(paths().pidFile, before);
-        EXPECT_EQ(createPidFile(), result) << before;
-        EXPECT_EQ(test::readFile(paths().pidFile), result == 0 ? mine + "\n" : before);
-        EXPECT_EQ(said(log), before.empty() ? "3 createPidFile() fread error(Success)\n" : "");
-    }
     const test::World world;
+    const std::string pidFile = paths().pidFile;
+    for (const auto& [before, result, message, killError, unlinkError] : cases) {
+        const test::LogRecorder log;
+        test::writeFile(pidFile, before);
+        g_killError = killError;
+        g_unlinkError = unlinkError;
+        EXPECT_EQ(createPidFile(), result) << before;
+        g_killError = g_unlinkError = 0;
+        EXPECT_EQ(test::readFile(pidFile), result == 0 ? mine + "\n" : before);
+        EXPECT_EQ(said(log), message);
+    }
+    unlink(paths().pidFile);
     const test::LogRecorder log;
     const std::string target = world.root() + "/victim";
     ASSERT_EQ(symlink(target.c_str(), paths().pidFile), 0);
     EXPECT_EQ(createPidFile(), -6) << "not through a link";
     EXPECT_FALSE(test::fileExists(target));
-    EXPECT_EQ(said(log), "3 createPidFile() fopen error(Too many levels of symbolic links)\n");
+    unlink(paths().pidFile);
+
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit size{};
+    getrlimit(RLIMIT_FSIZE, &size);
+    const rlimit oneByte{.rlim_cur = 1, .rlim_max = size.rlim_max}; // as a disk that is full behind it
+    setrlimit(RLIMIT_FSIZE, &oneByte);
+    EXPECT_EQ(createPidFile(), -6);
+    setrlimit(RLIMIT_FSIZE, &size);
+    EXPECT_FALSE(test::fileExists(pidFile)) << "it would keep every later start away";
+    EXPECT_EQ(said(log), said3 + "fopen error(Too many levels of symbolic links)\n" + said3 +
+                             "fwrite error(File too large)\n");
 }
 
 /// In a process of its own, since it changes the process's signals; prints what does not hold.

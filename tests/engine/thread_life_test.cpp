@@ -12,6 +12,7 @@ class ThreadLifeTest : public EngineTest {
 protected:
     ThreadLifeTest() { card.stream(1).from("12:00:00").pictures(40).gop(30).closed(); }
     ~ThreadLifeTest() override {
+        simulated::resume();
         if (CpickerThread::m_Instance != nullptr) CpickerThread::m_Instance->end();
     }
 
@@ -45,7 +46,8 @@ TEST_F(ThreadLifeTest, RunsUntilEndedWhileTheMainThreadCommands) {
         EXPECT_EQ(engine->getFatalError(), 0u);
         ASSERT_EQ(reader.next(block, std::chrono::seconds(20)), ReadResult::block);
     }
-    engine->end();
+    simulated::hold();
+    engine->end(); // wakes it from a pause that would not pass
     EXPECT_TRUE(log.lines().back().text.ends_with("endGetData")) << log.dump();
     EXPECT_FALSE(OutputReader().attach(paths().ipcKey, kOutputMemoryProject));
 }

@@ -88,4 +88,43 @@ TEST_F(StreamTest, SearchesAmongRecordedStreamsAndTheOneUnderRecording) {
     EXPECT_EQ(video.m_video.db.streamID, 1u);
 }
 
+TEST_F(StreamTest, StandsAgainWhereItStood) {
+    // Stream 1 is the oldest and never finished, 3 is under recording: its announced pictures are not there.
+    card.stream(1).from("12:00:00").pictures(30).closed();
+    card.sql("UPDATE STREAM SET status = 1");
+    card.stream(2).from("12:01:00").fps(10).pictures(100).closed();
+    card.stream(3).from("12:02:00").fps(10).pictures(100).recording();
+    card.alarm("12:02:01", "12:02:02");
+    const auto standsOn = [&](uint32_t picture) {
+        EXPECT_EQ(video.getOffset(), picture);
+        EXPECT_EQ(video.m_video.picH, card.pictureHeader(video.m_video.db.streamID, picture));
+        EXPECT_EQ(video.m_video.stH.pictures, 100u);
+        EXPECT_EQ(video.get(std::vector<unsigned char>(kMaxPictureBytes).data()), asLd(picture));
+    };
+    for (const uint32_t announced : {101u, 0u}) {
+        SCOPED_TRACE(announced);
+        recorderSays(3, announced);
+        open(2);
+        move(PBST_FORWARD, 40);
+        card.sql("UPDATE STREAM SET endDate = startDate + 60 WHERE streamID = 3");
+        EXPECT_EQ(toAlarm(at("12:01:30"), 0), kNowhere);
+        EXPECT_EQ(video.m_video.db.streamID, 2u);
+        standsOn(40);
+        recorderSays(1, announced == 0 ? 0 : 31);
+        EXPECT_EQ(skip(kSkipOldest), kNowhere);
+        EXPECT_EQ(video.m_video.db.streamID, 2u);
+        standsOn(40);
+    }
+    recorderSays(3, 100);
+    open(3);
+    move(PBST_FORWARD, 40);
+    recorderSays(1, 31);
+    EXPECT_EQ(skip(kSkipOldest), kNowhere);
+    recorderSays(3, 100);
+    standsOn(40);
+    card.grow(10);
+    recorderSays(3, 110);
+    EXPECT_EQ(move(PBST_FORWARD, 1), 41) << "its recorder is followed as before";
+}
+
 } // namespace

@@ -48,6 +48,11 @@ timeval now() {
 }
 
 void sleepFor(timeval span) {
+    static const std::atomic<bool> always{true};
+    sleepWhile(always, span);
+}
+
+void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
     SimulatedClock& clock = theClock();
     {
         std::unique_lock lock(clock.mutex);
@@ -55,9 +60,14 @@ void sleepFor(timeval span) {
         clock.sleeps.push_back(span);
         const timeval wake = sum(clock.now, span);
         if (clock.mode == Mode::runs) clock.now = wake;
-        clock.moved.wait(lock, [&] { return clock.mode != Mode::held || !timercmp(&clock.now, &wake, <); });
+        clock.moved.wait(
+            lock, [&] { return !wanted || clock.mode != Mode::held || !timercmp(&clock.now, &wake, <); });
     }
     sched_yield();
+}
+
+void wakeSleepers() {
+    change([](SimulatedClock&) {});
 }
 
 } // namespace wallclock

@@ -33,6 +33,10 @@ void wallclock::sleepFor(timeval span) {
     do std::this_thread::yield();
     while (wake > g_limit);
 }
+void wallclock::sleepWhile(const std::atomic<bool>&, timeval span) {
+    sleepFor(span);
+}
+void wallclock::wakeSleepers() {}
 
 namespace {
 
