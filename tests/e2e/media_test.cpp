@@ -5,8 +5,7 @@
 
 #include "engine/pb_picker_thread.h"
 #include "tests/e2e/session.h"
-#include "tests/support/card.h"
-#include "tests/support/recorded.h"
+#include "tools/recording/recording_reader.h"
 
 namespace test {
 namespace {
@@ -33,21 +32,12 @@ std::vector<double> shownTimes(const std::string& file, const World& world) {
     return times;
 }
 
-/// When the pictures of stream 1 come, in milliseconds since the stream's start. A session opens on it.
-std::vector<double> recordedTimes(const World& world) {
+/// A session opens on stream 1.
+void expectSession() {
     CpbPickerThread session({.searchMode = kStartAtStream, .searchValue = 1});
     char sets[kParameterSetAnswerBytes];
     EXPECT_EQ(session.preGetData(), 1);
     EXPECT_GT(session.get_sps_pps(sets, 10), 0);
-    Card card(world);
-    const DB_STREAM row = card.row(1);
-    EXPECT_EQ(row.status, 0u);
-    std::vector<double> times;
-    while (times.size() < row.recSize) {
-        const PICTURE_HEADER picture = card.pictureHeader(1, static_cast<uint32_t>(times.size()));
-        times.push_back((picture.pts - row.startDate) * 1000.0 + picture.msec - row.startMSec);
-    }
-    return times;
 }
 
 std::string raw(int pictures, const std::string& caps) {
@@ -92,14 +82,20 @@ void record(const Medium& medium) {
     Process recorder({"/bin/sh", "-c", medium.how + " --json", file, TAVIRN_RECORD}, world.root());
     ASSERT_EQ(recorder.wait(), medium.fate == refused ? 1 : 0) << recorder.errors();
     EXPECT_THAT(recorder.errors(), testing::HasSubstr(medium.says));
-    const std::string recorded = joined(recordedPictures({1}));
+    const std::vector<RecordedPicture> recorded = readRecording(paths().index, paths().card);
     ASSERT_EQ(recorded.empty(), medium.fate == refused);
     if (medium.fate == refused) return;
     EXPECT_THAT(recorder.output(),
                 testing::HasSubstr(medium.fate == copied ? R"("copied":true)" : R"("copied":false)"));
 
-    const std::vector<double> times = recordedTimes(world);
-    writeFile(copy, recorded);
+    expectSession();
+    std::string played;
+    std::vector<double> times;
+    for (const RecordedPicture& picture : recorded) {
+        played += picture.data;
+        times.push_back(static_cast<double>(picture.timeMs - recorded[0].timeMs));
+    }
+    writeFile(copy, played);
     EXPECT_EQ(shownTimes(copy, world).size(), times.size());
     if (medium.fate != damaged) {
         EXPECT_THAT(times, testing::Pointwise(testing::DoubleNear(1.5), source));

@@ -6,18 +6,17 @@
 namespace test {
 namespace {
 
-/// Hides the machine's own places behind empty ones and plays a recording. $1 runs the target's programs.
+/// Hides the machine's own places behind empty ones and plays a recording.
 constexpr char kSession[] = R"sh(
-run=$1
 mount -t tmpfs none /mnt
-cp "$2" "$3" "$4" /mnt
+cp "$@" /mnt
 for place in /tmp /var/run /sys/devices/platform; do mount -t tmpfs none $place; done
 mkdir /sys/devices/platform/dw_mmc.0
 echo 1 >/sys/devices/platform/dw_mmc.0/CardDetect
 echo 0 >/sys/devices/platform/dw_mmc.0/ReadOnly
 /mnt/tavirn-record --test-pattern --size 160x120 --duration 2
-$run /mnt/tavirn
-ctl() { $run /mnt/tavirn-ctl "$@"; }
+/mnt/tavirn
+ctl() { /mnt/tavirn-ctl "$@"; }
 ctl --wait 20 open
 ctl session
 ctl play
@@ -31,8 +30,9 @@ TEST(Product, PlaysAtItsFixedPaths) {
     const std::string inPrivate = "exec env -u TAVIRN_ROOT unshare --mount --ipc --pid --fork --kill-child ";
     Process trial({"/bin/sh", "-c", inPrivate + "mount -t tmpfs none /mnt"}, world.root());
     if (trial.wait() != 0) GTEST_SKIP() << "skipped: no private namespaces here: " << trial.errors();
-    Process session({"/bin/sh", "-c", inPrivate + "sh -euc \"$0\" sh \"$@\"", kSession, TAVIRN_EMULATOR,
-                     TAVIRN_PRODUCT, TAVIRN_CTL, TAVIRN_RECORD},
+    Process session({"/bin/sh", "-c", inPrivate + "sh -euc \"$0\" sh \"$@\"", kSession,
+                     runnable(TAVIRN_PRODUCT, world.root()), runnable(TAVIRN_CTL, world.root()),
+                     TAVIRN_RECORD},
                     world.root());
     EXPECT_EQ(session.wait(), 0) << session.output() << session.errors();
 }

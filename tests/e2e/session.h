@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/output_reader.h"
 #include "platform/paths.h"
-#include "stream/records.h"
 #include "tests/support/process.h"
 #include "tests/support/world.h"
 #include "tools/client/control_client.h"
@@ -59,18 +57,6 @@ inline Process startTool(const World& world, const std::string& line) {
         words.push_back(word);
     }
     return {words, world.root()};
-}
-
-/// Reads blocks until the session has come to rest: a PAUSE block behind at least one picture.
-inline void waitUntilPaused(const World& world) {
-    OutputReader reader;
-    ASSERT_TRUE(eventually(
-        [&] { return reader.attach((world.root() + kFixedPaths.ipcKey).c_str(), kOutputMemoryProject); }));
-    reader.rewind();
-    OutputBlock block;
-    do {
-        ASSERT_EQ(reader.next(block, std::chrono::seconds(10)), ReadResult::block);
-    } while (!isPauseBlock(block));
 }
 
 } // namespace test

@@ -153,7 +153,7 @@ TEST(Tools, ViewWhatTheOptionsAskFor) {
     expect(world, {{{"view -o @/later --duration 0.05", 0}}});
     EXPECT_EQ(readFile(world.root() + "/later"), "") << "nothing has come since";
     Process toNobody(
-        {"/bin/sh", "-c", TAVIRN_EMULATOR " \"$0\" --from-oldest --list - | head -n 1", TAVIRN_VIEW},
+        {"/bin/sh", "-c", "\"$0\" --from-oldest --list - | head -n 1", runnable(TAVIRN_VIEW, world.root())},
         world.root());
     EXPECT_EQ(toNobody.wait(), 0) << "it waits for blocks that nobody reads";
 }
