@@ -77,6 +77,7 @@ TEST(Life, StopsWithinASecondAndAHalfInEveryStateAndLeavesNothing) {
         {"silent clients", SIGINT, [](Stand& stand) { stand.connect(2, 0); }},
         {"half a request", SIGQUIT, [](Stand& stand) { stand.connect(1, sizeof(rtsp_request) / 2); }},
         {"playing", SIGTERM, [](Stand& stand) { stand.play("1.0", "play"); }},
+        {"fast", SIGTERM, [](Stand& stand) { stand.play("8.0", "play"); }},
         {"paused", SIGINT, [](Stand& stand) { stand.play("0", "pause"); }},
         {"playing beside a silent client", SIGQUIT,
          [](Stand& stand) {
