@@ -125,26 +125,24 @@ TEST_F(RequestLoopTest, OpensTheNewestRecordedStreamElseTheOneBeingRecorded) {
     card.stream(12).from("12:01:00").pictures(30).gop(10).closed();
     card.stream(13).from("12:02:00").pictures(30).gop(10).recording();
     card.sql("UPDATE STREAM SET recSize = 0 WHERE streamID = 13");
-    const struct {
-        char detect, readOnly; ///< '\0' = an empty file
-        Row open;
-    } cardStates[] = {
-        {'1', '1', fails(6)}, {'\0', '0', fails(4)}, {'0', '\0', fails(4)}, {'0', '1', opens("12")}};
-    for (const auto& [detect, readOnly, open] : cardStates) {
+    const auto withCard = [&](char detect, char readOnly, const Row& row) {
         world.setCardState(detect, readOnly);
-        serve({open});
-    }
+        serve({row});
+    };
+    withCard('1', '1', fails(6));
+    withCard('\0', '0', fails(4)); // an empty file
+    withCard('0', '\0', fails(4));
+    withCard('0', '1', opens("12"));
     serve({{RTSP_REQ_STATUS, "", "pause"}, ends, {RTSP_REQ_STATUS, "", "init"}});
     card.sql("UPDATE STREAM SET recSize = 0");
-    const struct {
-        uint32_t recStreamID, recPictures;
-        Row open;
-    } recorded[] = {{0, 30, nothing}, {13, 0, nothing}, {14, 30, nothing}, {13, 30, opens("13")}};
-    for (const auto& [recStreamID, recPictures, open] : recorded) {
-        status.m_status->recStreamID = recStreamID;
-        status.m_status->recPictures = recPictures;
-        serve({open});
-    }
+    const auto whileRecorded = [&](uint32_t id, uint32_t pictures, const Row& row) {
+        *status.m_status = {.recStreamID = id, .recPictures = pictures, .unused = {}, .pbActive = 0};
+        serve({row});
+    };
+    whileRecorded(0, 30, nothing);
+    whileRecorded(13, 0, nothing);
+    whileRecorded(14, 30, nothing); // not in the index
+    whileRecorded(13, 30, opens("13"));
     writeFile(paths().index, "no database");
     serve({ends, fails(1)});
 }

@@ -79,7 +79,7 @@ TEST(StartUp, EndsWithTheCodeOfTheStepThatFailedOrOnAStop) {
     }
 }
 
-TEST(PidFile, IsWrittenWholeUnlessAnotherInstanceMayRun) {
+TEST(PidFile, IsWrittenUnlessAnotherInstanceMayRun) {
     const std::string mine = std::to_string(getpid());
     const struct {
         std::string before;
@@ -109,11 +109,14 @@ TEST(PidFile, IsWrittenWholeUnlessAnotherInstanceMayRun) {
         EXPECT_EQ(readFile(pidFile), result == 0 ? mine + "\n" : before);
         EXPECT_TRUE(message.empty() ? log.lines().empty() : log.has(LOG_ERR, message, "createPidFile"));
     }
-    unlink(paths().pidFile);
+}
+
+TEST(PidFile, IsWrittenWholeAndInItsPlaceOrNotAtAll) {
+    const World world;
     const LogRecorder log;
     const std::string target = world.root() + "/victim";
     ASSERT_EQ(symlink(target.c_str(), paths().pidFile), 0);
-    EXPECT_EQ(createPidFile(), -6) << "not through a link";
+    EXPECT_EQ(createPidFile(), -6);
     EXPECT_FALSE(fileExists(target));
     unlink(paths().pidFile);
 
@@ -124,7 +127,7 @@ TEST(PidFile, IsWrittenWholeUnlessAnotherInstanceMayRun) {
     setrlimit(RLIMIT_FSIZE, &oneByte);
     EXPECT_EQ(createPidFile(), -6);
     setrlimit(RLIMIT_FSIZE, &size);
-    EXPECT_FALSE(fileExists(pidFile)) << "it would keep every later start away";
+    EXPECT_FALSE(fileExists(paths().pidFile)) << "it would keep every later start away";
     for (const char* why : {"fopen error(Too many levels of symbolic links)", "fwrite error(File too large)"})
         EXPECT_TRUE(log.has(LOG_ERR, why, "createPidFile")) << log.dump();
 }
