@@ -1,5 +1,4 @@
 // The daemon as a process: its pid file, its signals, and each step of its start-up failing.
-#include <cerrno>
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/sem.h>
@@ -86,7 +85,6 @@ TEST(PidFile, IsWrittenUnlessAnotherInstanceMayRun) {
         int result;
         std::string message = "";
         const char* call = nullptr; ///< that fails
-        int error = 0;
     } cases[] = {
         {"2147483647 and more than sixteen bytes", 0},
         {std::to_string(0x1'0000'0000 + getpid()), 0}, // beyond every pid, not to be narrowed to one
@@ -95,15 +93,15 @@ TEST(PidFile, IsWrittenUnlessAnotherInstanceMayRun) {
         {"letters", -2},
         {"0\n", -2},
         {std::string(16, ' ') + mine, -2}, // behind the bytes read
-        {"1", -3, "kill error(Operation not permitted)", "kill", EPERM},
-        {"2147483647", -5, "unlink error(Read-only file system)", "unlink", EROFS},
+        {"1", -3, "kill error(Input/output error)", "kill"},
+        {"2147483647", -5, "unlink error(Input/output error)", "unlink"},
     };
     const World world;
     const std::string pidFile = paths().pidFile;
-    for (const auto& [before, result, message, call, error] : cases) {
+    for (const auto& [before, result, message, call] : cases) {
         const LogRecorder log;
         writeFile(pidFile, before);
-        failing::arm(call, error);
+        failing::arm(call);
         failing::t_product = true;
         EXPECT_EQ(createPidFile(), result) << before;
         EXPECT_EQ(readFile(pidFile), result == 0 ? mine + "\n" : before);
