@@ -50,13 +50,6 @@ TEST_F(ThreadLifeTest, RunsUntilEndedWhileTheMainThreadCommands) {
     EXPECT_FALSE(OutputReader().attach(paths().ipcKey, kOutputMemoryProject));
 }
 
-TEST_F(ThreadLifeTest, EngineWithoutOutputMemoryCanStillBeEnded) {
-    unlink(paths().ipcKey);
-    engine->startThread();
-    engine->end();
-    EXPECT_TRUE(log.dump().ends_with("3 shm_create error\n")) << log.dump();
-}
-
 TEST_F(ThreadLifeTest, TeardownIsTriedFromSecond61UntilItIsDelivered) {
     Engine byHand(1); // its thread begins at second 0, driven by hand and without output memory
     int listening = -1;
