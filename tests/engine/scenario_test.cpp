@@ -21,7 +21,7 @@ TEST_F(Scenario, PlayAndSteps) {
         {"at the start back to the last one before", then, {"Step", "-1"}, {1, 80}, kPaused, shown(3000)},
         {"six back to an I-picture", on(2, 35), {"Step", "-6"}, {2, 15}, kPaused, shown(3600)},
         {"back to an end at the very start", on(7), {"Step", "-1"}, {6, 75}, kPaused, shown(3000)},
-        {"back to the only I-picture", on(9), {"Step", "-1"}, {8, 0}, kPaused, shown(9000)},
+        {"to the only I-picture", on(9), {"Step", "-1"}, {8, 0}, kPaused, shown(9000), "pic id["},
         {"back past an empty stream", on(8), {"Step", "-1"}, {6, 75}, kPaused, shown(3000)},
         {"the start", on(1), {"Step", "-1"}, {1, 0}, kAtStart, still, "m_moveStreamStep error!"},
         {"back past it", on(1, 50), {"Step", "-60"}, {1, 0}, kAtStart, shown(3000)},
