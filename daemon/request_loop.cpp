@@ -27,6 +27,7 @@ void RequestLoop::run() {
     rtsp_request request{};
     while (g_loopFlag == kLoopRun) {
         watchUntilClientComes();
+        logCaughtSignals(); // those of the last turn: the next connection may be hours away
         const int connection = recv_rtsp_request(m_listeningSocket, &request);
         logCaughtSignals();
         if (connection < 0) {
@@ -119,11 +120,12 @@ int RequestLoop::setUp() {
 }
 
 // Repeated set-ups walk down past streams that cannot be played, but a stream may become playable again:
-// after a while the search starts from the newest one.
+// after a while the search starts from the newest one. So it does once the clock was set back, since nobody
+// knows then how long the while is.
 void RequestLoop::forgetOldHint(timeval now) {
     timeval elapsed{};
     timersub(&now, &hintTime, &elapsed);
-    if (elapsed.tv_sec >= kHintSeconds) streamHint = kNoStreamHint;
+    if (elapsed.tv_sec < 0 || elapsed.tv_sec >= kHintSeconds) streamHint = kNoStreamHint;
 }
 
 int RequestLoop::searchGaveNothing(unsigned long errorNo) {

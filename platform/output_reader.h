@@ -54,6 +54,9 @@ public:
     /// Moves back to the oldest block still held, so that nothing that is there is passed over.
     void rewind();
 
+    /// Number of the newest block there is, read or not; to be asked only while attached, from any thread.
+    uint32_t newest() const;
+
     /// Waits, without spinning, for the next block and copies it; `block.data` keeps its capacity.
     /// A block already there is returned whatever the time, also with a timeout of 0. After `ended`,
     /// `abandoned` and `damaged` only a new attach helps. `block` is of use only when the result is `block`.

@@ -98,6 +98,10 @@ bool OutputReader::attach(const char* keyFile, char project) {
     return true;
 }
 
+uint32_t OutputReader::newest() const {
+    return header().newest.load(std::memory_order_acquire);
+}
+
 void OutputReader::detach() {
     if (m_base != nullptr) shmdt(m_base);
     m_base = nullptr;

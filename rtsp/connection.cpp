@@ -1,0 +1,177 @@
+#include "rtsp/connection.h"
+
+#include <algorithm>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+namespace {
+
+constexpr size_t kReadBytes = 4096;
+constexpr size_t kWriteBytes = 65536;
+/// Small, so that a client that does not read is noticed.
+constexpr int kSocketBytes = 131072;
+/// A client that asks on and on without reading is let go.
+constexpr size_t kMostBacklog = 8u << 20;
+
+std::string addressOf(GSocketAddress* address) {
+    const ObjectPtr<GSocketAddress> owner(address);
+    if (!address || !G_IS_INET_SOCKET_ADDRESS(address)) return "";
+    char* text = g_inet_address_to_string(g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address)));
+    const std::string result = text;
+    g_free(text);
+    return result;
+}
+
+bool wouldBlock(GError* error) {
+    const bool result = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK);
+    g_error_free(error);
+    return result;
+}
+
+} // namespace
+
+Connection::Connection(uint64_t id, GSocketConnection* accepted, GTlsCertificate* certificate,
+                       ConnectionEvents& events)
+    : m_id(id), m_events(events), m_socket(G_SOCKET_CONNECTION(g_object_ref(accepted))),
+      m_peer(addressOf(g_socket_connection_get_remote_address(accepted, nullptr))),
+      m_local(addressOf(g_socket_connection_get_local_address(accepted, nullptr))),
+      m_lastSign(g_get_monotonic_time()), m_lastRequest(m_lastSign) {
+    GSocket* socket = g_socket_connection_get_socket(accepted);
+    g_socket_set_option(socket, SOL_SOCKET, SO_SNDBUF, kSocketBytes, nullptr);
+    g_socket_set_option(socket, IPPROTO_TCP, TCP_NODELAY, 1, nullptr);
+    if (certificate)
+        m_stream.reset(g_tls_server_connection_new(G_IO_STREAM(accepted), certificate, nullptr));
+    else
+        m_stream.reset(G_IO_STREAM(g_object_ref(accepted)));
+    auto* input = G_POLLABLE_INPUT_STREAM(g_io_stream_get_input_stream(m_stream.get()));
+    m_reading.reset(g_pollable_input_stream_create_source(input, nullptr));
+    g_source_set_callback(m_reading.get(),
+                          reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(onReadable)), this,
+                          nullptr);
+    g_source_attach(m_reading.get(), nullptr);
+}
+
+Connection::~Connection() {
+    m_reading.reset();
+    m_writing.reset();
+    // The socket below TLS as well: a handshake under way would hold it.
+    GSocket* socket = g_socket_connection_get_socket(m_socket.get());
+    g_socket_close(socket, nullptr);
+}
+
+gboolean Connection::onReadable(GObject*, gpointer self) {
+    static_cast<Connection*>(self)->read();
+    return G_SOURCE_CONTINUE; // a source that has been destroyed meanwhile stays so
+}
+
+gboolean Connection::onWritable(GObject*, gpointer self) {
+    auto* connection = static_cast<Connection*>(self);
+    connection->m_writing.reset();
+    connection->write();
+    return G_SOURCE_REMOVE;
+}
+
+/// One read at a time: other clients have their turn in between.
+void Connection::read() {
+    char bytes[kReadBytes];
+    GError* error = nullptr;
+    auto* input = G_POLLABLE_INPUT_STREAM(g_io_stream_get_input_stream(m_stream.get()));
+    const gssize got = g_pollable_input_stream_read_nonblocking(input, bytes, sizeof bytes, nullptr, &error);
+    if (got < 0 && wouldBlock(error)) return;
+    if (got <= 0) {
+        close();
+        return;
+    }
+    m_parser.feed({bytes, static_cast<size_t>(got)});
+    for (RtspRequest request;;) {
+        const auto result = m_parser.next(request);
+        m_partial = result == RequestParser::Result::incomplete;
+        if (!handle(result, request)) return;
+    }
+}
+
+/// Whether there may be more.
+bool Connection::handle(RequestParser::Result result, const RtspRequest& request) {
+    using Result = RequestParser::Result;
+    switch (result) {
+    case Result::incomplete:
+        return false;
+    case Result::interleaved:
+        m_lastSign = g_get_monotonic_time();
+        return true;
+    case Result::request:
+        m_lastSign = m_lastRequest = g_get_monotonic_time();
+        m_events.request(*this, request); // marks it closed rather than deletes it
+        return !m_closing && !m_closed;
+    case Result::malformed:
+        send("RTSP/1.0 400 Bad Request\r\n\r\n");
+        break;
+    case Result::tooLong:
+        send("RTSP/1.0 413 Request Entity Too Large\r\n\r\n");
+        break;
+    }
+    closeWhenSent();
+    return false;
+}
+
+void Connection::send(std::string_view bytes) {
+    if (m_closed) return;
+    if (backlog() + bytes.size() > kMostBacklog) {
+        close();
+        return;
+    }
+    m_out.append(bytes);
+    if (!m_writing) write();
+}
+
+void Connection::write() {
+    auto* output = G_POLLABLE_OUTPUT_STREAM(g_io_stream_get_output_stream(m_stream.get()));
+    while (backlog() > 0) {
+        if (m_attempt == 0) m_attempt = std::min(backlog(), kWriteBytes);
+        GError* error = nullptr;
+        const gssize sent = g_pollable_output_stream_write_nonblocking(output, m_out.data() + m_sent,
+                                                                       m_attempt, nullptr, &error);
+        if (sent < 0 && wouldBlock(error)) {
+            waitUntilWritable();
+            return;
+        }
+        if (sent < 0) {
+            close();
+            return;
+        }
+        m_attempt = 0;
+        m_sent += static_cast<size_t>(sent);
+        m_lastSign = g_get_monotonic_time();
+    }
+    m_out.clear();
+    m_sent = 0;
+    if (m_closing) close();
+}
+
+void Connection::waitUntilWritable() {
+    if (m_sent > kWriteBytes) {
+        m_out.erase(0, m_sent);
+        m_sent = 0;
+    }
+    auto* output = G_POLLABLE_OUTPUT_STREAM(g_io_stream_get_output_stream(m_stream.get()));
+    m_writing.reset(g_pollable_output_stream_create_source(output, nullptr));
+    g_source_set_callback(m_writing.get(),
+                          reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(onWritable)), this,
+                          nullptr);
+    g_source_attach(m_writing.get(), nullptr);
+}
+
+void Connection::closeWhenSent() {
+    m_closing = true;
+    m_reading.reset();
+    if (backlog() == 0) close();
+}
+
+void Connection::close() {
+    if (m_closed) return;
+    m_closed = true;
+    m_reading.reset();
+    m_writing.reset();
+    m_events.closed(*this);
+}
