@@ -11,12 +11,10 @@ TEST_F(Scenario, PlayAndSteps) {
         {"pause before anything was played", on(2), pause, {2, 0}, kPaused, still},
         {"loses nothing", then, play, {2, 0}, kPlays, shown(3600)},
         {"no rate is known: 30", on(6), play, {6, 0}, kPlays, shown(3000)},
-        {"over the gap: 59:47.500", on(3, 49), play, {4, 0}, kPlays, shown(322875000)},
         {"the end", on(12, 100), play, {12, 100}, kAtEnd, still, "m_moveStream error!"},
         {"again", then, play, {12, 100}, kAtEnd, still},
 
-        {"three on", on(2), {"Step", "3"}, {2, 3}, kPaused, shown(3600)},
-        {"none", then, {"Step", "0"}, {2, 3}, kPaused, shown(3600)},
+        {"none", on(2, 3), {"Step", "0"}, {2, 3}, kPaused, shown(3600)},
         {"one back is back to an I-picture", then, {"Step", "-1"}, {2, 0}, kPaused, shown(3600)},
         {"at the start back to the last one before", then, {"Step", "-1"}, {1, 80}, kPaused, shown(3000)},
         {"six back to an I-picture", on(2, 35), {"Step", "-6"}, {2, 15}, kPaused, shown(3600)},
@@ -49,10 +47,7 @@ TEST_F(Scenario, PlayAndSteps) {
 TEST_F(Scenario, RequestDecidesHowPlayGoes) {
     const std::string nines(256, '9'); // no NUL in the field
     expectMoves({
-        {"below 1.1", on(2), {"Scale", "1.09"}, {2, 1}, kPlays, shown(3600)},
         {"from 1.1 on: 1.1 s", on(2), {"Scale", "1.1"}, {2, 30}, kFast, shown(3600)},
-        {"however slow", on(2), {"Scale", "0.99"}, {2, 1}, kSlow, shown(7200)},
-        {"too slow is pause", on(2), {"Scale", "0.09"}, {2, 0}, kPaused, still},
         {"slow reverse: half a second", on(3, 45), {"Scale", "-0.1"}, {3, 40}, kSlowReverse, shown(9000)},
         {"to the I-picture before", then, wait, {3, 30}, kSlowReverse, shown(9000)},
         {"which half a second on is the same", then, wait, {3, 30}, kSlowReverse, still},
@@ -76,7 +71,6 @@ TEST_F(Scenario, RequestDecidesHowPlayGoes) {
         {"to the newer of two", on(7), {"Scale", "-47"}, {5, 0}, kReverse, shown(91910)}, // 48 s at 47x
 
         {"no clock in a range", on(2), {"Range", "npt=0-"}, {2, 0}, kPlays, shown(3600), "npt=0-"},
-        {"a jump nobody knows", on(2), {"Jump", "Oldest"}, {2, 0}, kPlays, shown(3600)},
         {"begun well", on(2), {"Jump", "oldest of all"}, {1, 0}, kAtStart, shown(3000), "oldestofall"},
         {"a name as well", on(2), {"Scale-X", "0 .9\t"}, {2, 1}, kSlow, shown(7200)},
         {"no number", on(2), {"Scale", "nan"}, {2, 0}, kPaused, still},
@@ -103,10 +97,8 @@ TEST_F(Scenario, Jumps) {
         {"within the second: a second", on(1), {"Jump", "clock=12:00:08"}, {3, 10}, kPaused, shown(9000)},
         {"before: next", on(5), {"Jump", "clock=13:00:16"}, {5, 0}, kPaused, shown(90000), aims("13:00:17")},
         {"before a border", on(1), {"Jump", "clock=12:00:07"}, {2, 90}, kPaused, shown(3600)},
-        {"fails forward", on(8), {"Jump", "clock=13:03:01"}, {12, 90}, kAtEnd, shown(3000)},
         {"fails backward", on(2), {"Jump", "clock=13:03:04"}, {1, 0}, kAtStart, shown(3000)},
         {"a range is played", on(1), {"Range", "clock=12:00:05-"}, {2, 45}, kPlays, shown(468000)},
-        {"from the picture found", then, wait, {2, 46}, kPlays, shown(3600)},
         {"a range that fails", on(8), {"Range", "clock=13:03:01-"}, {12, 90}, kAtEnd, shown(3000)},
 
         {"the I-picture before is in its second", on(1), next, {1, 40}, kPaused, shown(3000)},
@@ -118,6 +110,7 @@ TEST_F(Scenario, Jumps) {
         {"play leaves it", then, play, {1, 41}, kPlays, shown(3060)},
         {"so that it counts again", then, next, {1, 40}, kPaused, shown(3000)},
         {"not this one", on(4, 40), next, {5, 25}, kPaused, shown(90000), aims("13:00:40")},
+        {"back past those that do not count", on(3, 49), previous, {3, 20}, kPaused, shown(9000)},
         {"back to it", on(4, 50), previous, {4, 40}, kPaused, shown(18000)},
     });
 }
