@@ -68,7 +68,7 @@ void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
     sched_yield();
 }
 
-void wakeSleepers() {
+void wakeSleeper() {
     change([](SimulatedClock&) {});
 }
 
