@@ -29,9 +29,24 @@ protected:
     std::vector<unsigned char> buffer = std::vector<unsigned char>(kMaxPictureBytes, '?');
 };
 
-TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
-    // 30 pictures a second are 30000 in 1001 s: behind 1000 pictures it tells.
+TEST_F(StreamTest, RateIsNominalOrReckoned) {
     card.stream(1).from("12:00:00").fps(30).pictures(1200).closed();
+    video.open(1);
+    EXPECT_EQ(video.getFrameRate(), 300u);
+    chunkLibrary.reads = 0;
+    EXPECT_EQ(video.toTime(at("12:00:36")), at("12:00:36"));
+    EXPECT_EQ(video.getOffset(), 1079u) << "30 pictures a second are 30000 in 1001 s";
+    EXPECT_EQ(chunkLibrary.reads, 1);
+    card.sql("UPDATE STREAM SET frameSet = 10, endDate = startDate + 60");
+    video.open(1);
+    EXPECT_EQ(video.getFrameRate(), 200u);
+    card.sql("UPDATE STREAM SET endDate = startDate");
+    video.open(1);
+    EXPECT_EQ(video.getFrameRate(), 0u);
+}
+
+TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
+    card.stream(1).from("12:00:00").pictures(90).closed();
     const struct {
         bool seekFails;
         std::string get, search, header;
@@ -46,10 +61,6 @@ TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
     };
     for (const auto& row : rows) {
         video.open(1);
-        chunkLibrary.reads = 0;
-        EXPECT_EQ(video.toTime(at("12:00:36")), at("12:00:36"));
-        EXPECT_EQ(video.getOffset(), 1079u);
-        EXPECT_EQ(chunkLibrary.reads, 1);
         chunkLibrary.seekFails = row.seekFails;
         if (!row.seekFails) chunkLibrary.readLimit = -1;
         EXPECT_EQ(get(), -1);
@@ -57,7 +68,7 @@ TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
         EXPECT_EQ(video.move(PBST_FORWARD, 1, kSearchForward), -1);
         EXPECT_EQ(video.toTime(at("12:00:01")), kNowhere);
         EXPECT_EQ(said(log), row.get + "CPbStreamVideo::m_iPicSearch() m_video.readPic->" + row.search +
-                                 row.header + " offset = 1080\ndsp" + row.header +
+                                 row.header + " offset = 1\ndsp" + row.header +
                                  " offset = 30\ndspm_setOffset error\n");
         EXPECT_TRUE(log.has(LOG_INFO, "m_video.db.startDate   = 2024-01-02 12:00:00(" +
                                           std::to_string(at("12:00:00").sec) + ")"));
