@@ -156,6 +156,9 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
         recorderSays(more, 31);
         EXPECT_EQ(video.skip(kSkipOldest), kNowhere);
         standsOn(2, 40);
+        EXPECT_EQ(video.cross(at("11:00:00"), true), -3) << "all streams left, and the oldest not followed";
+        EXPECT_EQ(chunkLibrary.areasOpen, 0);
+        EXPECT_FALSE(log.has(LOG_ERR, "CPbStreamVideo::m_openChunk() error chunkSize = 0"));
     }
     recorderSays(3, 100);
     video.open(3);
