@@ -128,6 +128,10 @@ TEST_F(StreamTest, FollowsTheRecorder) {
     recorderSays(1, 134);
     card.grow(1);
     EXPECT_EQ(video.move(PBST_FORWARD, 1), 1) << "found again, it begins anew";
+
+    Stream alone(nullptr);
+    EXPECT_EQ(alone.open(1), kNowhere);
+    EXPECT_TRUE(log.has(LOG_ERR, "shared memory error", "m_updateRecStream"));
 }
 
 TEST_F(StreamTest, StandsAgainWhereItStood) {
