@@ -119,6 +119,7 @@ TEST_F(StreamTest, FollowsTheRecorder) {
     card.grow(3);
     recorderSays(1, 133);
     EXPECT_EQ(video.move(PBST_FORWARD, 1), 132);
+    EXPECT_EQ(video.m_stream.endTime(), at("12:00:13.300"));
 
     log.clear();
     recorderSays(0, 133);
