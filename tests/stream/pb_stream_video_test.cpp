@@ -64,7 +64,7 @@ TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
         chunkLibrary.seekFails = row.seekFails;
         if (!row.seekFails) chunkLibrary.readLimit = -1;
         EXPECT_EQ(get(), -1);
-        EXPECT_EQ(std::count(buffer.begin(), buffer.end(), '?'), kMaxPictureBytes);
+        EXPECT_EQ(std::count(buffer.begin(), buffer.end(), '?'), asLd(kMaxPictureBytes));
         EXPECT_EQ(video.move(PBST_FORWARD, 1, kSearchForward), -1);
         EXPECT_EQ(video.toTime(at("12:00:01")), kNowhere);
         EXPECT_EQ(said(log), row.get + "CPbStreamVideo::m_iPicSearch() m_video.readPic->" + row.search +
@@ -81,7 +81,7 @@ TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
     chunkLibrary.readLimit = 42; // of a picture
     video.open(1);
     EXPECT_EQ(get(), 0);
-    EXPECT_EQ(std::count(buffer.begin() + 42, buffer.end(), '\0'), video.out.picH.size - 42);
+    EXPECT_EQ(std::count(buffer.begin() + 42, buffer.end(), '\0'), asLd(video.out.picH.size - 42));
 }
 
 // ---- the stream that the recorder is still writing ----
