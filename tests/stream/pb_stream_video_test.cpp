@@ -121,6 +121,9 @@ TEST_F(StreamTest, FollowsTheRecorder) {
     EXPECT_EQ(video.move(PBST_FORWARD, 1), 132);
     EXPECT_EQ(video.m_stream.endTime(), at("12:00:13.300"));
 
+    Stream alone(nullptr);
+    EXPECT_EQ(alone.open(1), kNowhere);
+    EXPECT_TRUE(log.has(LOG_ERR, "shared memory error", "m_updateRecStream"));
     log.clear();
     recorderSays(0, 133);
     EXPECT_EQ(video.toTime(at("12:00:05")), at("12:00:05"));
@@ -130,9 +133,21 @@ TEST_F(StreamTest, FollowsTheRecorder) {
     card.grow(1);
     EXPECT_EQ(video.move(PBST_FORWARD, 1), 1) << "found again, it begins anew";
 
-    Stream alone(nullptr);
-    EXPECT_EQ(alone.open(1), kNowhere);
-    EXPECT_TRUE(log.has(LOG_ERR, "shared memory error", "m_updateRecStream"));
+    video.move(PBST_FORWARD, 129);
+    card.finish();
+    STREAM_HEADER shorter = card.streamHeader(1);
+    shorter.pictures = 120;
+    card.setStreamHeader(1, shorter);
+    recorderSays(2, 0);
+    EXPECT_EQ(video.m_updateRecStream(), 0);
+    EXPECT_EQ(video.m_stream.offsetAt(Direction::forward, 1), std::nullopt);
+    EXPECT_EQ(video.m_stream.offsetAt(Direction::backward, 1), 119u);
+    shorter.pictures = 0;
+    card.setStreamHeader(1, shorter);
+    video.open(1);
+    EXPECT_EQ(video.move(PBST_FORWARD, 1), -1);
+    EXPECT_EQ(video.move(PBST_BACKWARD, 1), -1);
+    EXPECT_EQ(video.getOffset(), 0u) << "of a stream without pictures";
 }
 
 TEST_F(StreamTest, StandsAgainWhereItStood) {
@@ -141,6 +156,7 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     card.sql("UPDATE STREAM SET status = 1");
     card.stream(2).from("12:01:00").fps(10).pictures(100).closed();
     card.stream(3).from("12:02:00").fps(10).pictures(100).recording();
+    card.alarm("12:01:30", "12:01:31");
     card.alarm("12:02:01", "12:02:02");
     card.alarm("12:02:30", "12:02:31");
     const auto standsOn = [&](uint32_t stream, uint32_t picture) {
@@ -171,9 +187,13 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     recorderSays(1, 31);
     EXPECT_EQ(video.skip(kSkipOldest), kNowhere);
     standsOn(3, 40);
+    recorderSays(3, 100);
+    EXPECT_EQ(video.toAlarm(at("12:01:20")), kNowhere) << "the one never finished does not reach it";
+    standsOn(3, 40);
     card.grow(10);
     recorderSays(3, 110);
     EXPECT_EQ(video.move(PBST_FORWARD, 1), 41) << "followed as before";
+    EXPECT_EQ(video.toAlarm(at("12:02:00")), at("12:02:01")) << "recorded just now";
 
     recorderSays(0, 0);
     EXPECT_EQ(video.cross(at("12:01:30")), -2) << "nobody records it, so the newest with data is taken";
