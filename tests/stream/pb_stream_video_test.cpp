@@ -156,6 +156,9 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     card.sql("UPDATE STREAM SET status = 1");
     card.stream(2).from("12:01:00").fps(10).pictures(100).closed();
     card.stream(3).from("12:02:00").fps(10).pictures(100).recording();
+    STREAM_HEADER stale = card.streamHeader(3);
+    stale.pictures = 1;
+    card.setStreamHeader(3, stale);
     card.alarm("12:01:30", "12:01:31");
     card.alarm("12:02:01", "12:02:02");
     card.alarm("12:02:30", "12:02:31");
@@ -189,6 +192,11 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     standsOn(3, 40);
     recorderSays(3, 100);
     EXPECT_EQ(video.toAlarm(at("12:01:20")), kNowhere) << "the one never finished does not reach it";
+    standsOn(3, 40);
+    chunkLibrary.seekFails = true;
+    EXPECT_EQ(video.toAlarm(at("12:01:20")), kNowhere);
+    chunkLibrary.seekFails = false;
+    EXPECT_EQ(video.m_updateRecStream(), 0) << "tried again, since it could not come back";
     standsOn(3, 40);
     card.grow(10);
     recorderSays(3, 110);
