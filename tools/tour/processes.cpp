@@ -106,7 +106,10 @@ void Child::finish(std::chrono::seconds atMost) {
 }
 
 void Child::stop(std::chrono::seconds atMost) {
-    if (!hasEnded()) kill(m_pid, SIGTERM);
+    if (hasEnded())
+        throw Failure(kFailed, m_name + " has ended by itself, with exit code " + std::to_string(m_code) +
+                                   lastLine(m_log));
+    kill(m_pid, SIGTERM);
     finish(atMost);
 }
 
