@@ -80,10 +80,10 @@ private:
             if (Session::status().empty()) throw Failure(kFailed, "the status is none that there is");
             if (below(200) == 0) {
                 Child viewer({TAVIRN_VIEW, "--wait", "1"}, "/dev/null");
-                session.rest(milliseconds(below(100)));
+                session.readUntil(milliseconds(below(100)), [] { return false; });
                 kill(viewer.pid(), SIGKILL);
             }
-            session.rest(milliseconds(below(10) == 0 ? below(1000) : below(40)));
+            session.readUntil(milliseconds(below(10) == 0 ? below(1000) : below(40)), [] { return false; });
         }
         pictures += session.pictures().size();
         if (below(4) != 0) session.ask(RTSP_REQ_TEARDOWN);

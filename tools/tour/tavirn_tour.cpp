@@ -17,9 +17,10 @@ constexpr char kNotes[] =
 
 /// A program of the same build, or installed in the same place.
 std::string besideThis(const std::string& folder, const std::string& name) {
-    const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    std::error_code error;
+    const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
     const std::filesystem::path built = here.parent_path() / folder / name;
-    return std::filesystem::exists(built) ? built : here / name;
+    return std::filesystem::exists(built, error) ? built : here / name;
 }
 
 int tour(const TourSettings& settings, bool keep) {
