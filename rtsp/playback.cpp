@@ -21,6 +21,13 @@ std::string daemonClock(int64_t ms) {
     return text;
 }
 
+void setPlace(Picture& picture, const RecordingTime::Found& found) {
+    picture.time = found.time;
+    picture.next = found.next;
+    picture.gapBefore = found.gapBefore;
+    picture.gapAfter = found.gapAfter;
+}
+
 } // namespace
 
 Playback::Playback(DaemonLink::Post post) : m_link(std::move(post)) {}
@@ -97,12 +104,8 @@ Picture Playback::pictureOf(OutputBlock& block) {
     Picture picture;
     picture.stamp = block.timestamp;
     picture.iPicture = isIPicture(block);
-    if (const auto found = m_recording.find(block.data, picture.iPicture, m_machine->expected())) {
-        picture.time = found->time;
-        picture.next = found->next;
-        picture.gapBefore = found->gapBefore;
-        picture.gapAfter = found->gapAfter;
-    }
+    if (const auto found = m_recording.find(block.data, picture.iPicture, m_machine->expected()))
+        setPlace(picture, *found);
     picture.bytes = std::make_shared<const std::vector<char>>(std::move(block.data));
     return picture;
 }
@@ -165,6 +168,16 @@ void Playback::setUp(std::unique_ptr<MediaTransport> transport, uint32_t ssrc, s
     m_replay = false;
 }
 
+/// The picture that the recording stands on, as the one that a play begins with.
+std::optional<Picture> Playback::targetHere() {
+    Picture picture;
+    picture.bytes = std::make_shared<const std::vector<char>>(m_recording.read());
+    if (picture.bytes->empty()) return std::nullopt;
+    picture.iPicture = true;
+    setPlace(picture, m_recording.found());
+    return picture;
+}
+
 PlayOrder Playback::orderFor(const PlayRequest& request) {
     PlayOrder order{.until = request.until,
                     .scale = request.scale,
@@ -186,7 +199,11 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
     }
     if (!from) return order;
     const int64_t cut = std::clamp(*from, span->oldest, span->newest);
-    order.from = m_recording.startFor(cut, forward).value_or(cut);
+    order.from = cut;
+    if (m_recording.goTo(cut, forward)) {
+        order.from = m_recording.time();
+        order.target = targetHere();
+    }
     order.clock = daemonClock(order.from);
     return order;
 }

@@ -181,11 +181,6 @@ bool RecordingTime::goTo(int64_t wanted, bool forward) {
     return false;
 }
 
-std::optional<int64_t> RecordingTime::startFor(int64_t wanted, bool forward) {
-    if (!goTo(wanted, forward)) return std::nullopt;
-    return time();
-}
-
 bool RecordingTime::step(bool forward) {
     if (!m_open) return false;
     const Place from = here();
@@ -266,15 +261,19 @@ bool RecordingTime::gapBetween(size_t row, size_t other) const {
 std::optional<RecordingTime::Found> RecordingTime::find(std::span<const char> bytes, bool iPicture,
                                                         const Expected& expected) {
     using How = Expected::How;
+    if (m_rows.empty() && !loadRows()) return std::nullopt;
+    bool isFound = iPicture && expected.how == How::around && findAround(bytes, expected.around);
+    if (!isFound) isFound = findAlong(bytes, true, false, kMissed);
+    if (!isFound && iPicture)
+        isFound = findAlong(bytes, expected.how != How::backward, true, kFar) ||
+                  findAlong(bytes, expected.how == How::backward, true, kFar);
+    if (!isFound) return std::nullopt;
+    return found();
+}
+
+RecordingTime::Found RecordingTime::found() {
     const auto timeBefore = m_foundTime;
     const Place before = m_found;
-    if (m_rows.empty() && !loadRows()) return std::nullopt;
-    bool found = iPicture && expected.how == How::around && findAround(bytes, expected.around);
-    if (!found) found = findAlong(bytes, true, false, kMissed);
-    if (!found && iPicture)
-        found = findAlong(bytes, expected.how != How::backward, true, kFar) ||
-                findAlong(bytes, expected.how == How::backward, true, kFar);
-    if (!found) return std::nullopt;
     m_found = here();
     m_foundTime = time();
     Found result{*m_foundTime, std::nullopt, false, false};

@@ -60,7 +60,8 @@ uint32_t RtpStream::begin(int64_t nowUs) {
 }
 
 void RtpStream::advance(const Picture& picture, Pace pace, int64_t sampleUs, int64_t nowUs) {
-    const uint32_t step = picture.stamp - m_stamp; // wraps at 32 bits on purpose
+    const uint32_t step =
+        picture.stamp && m_stamp ? *picture.stamp - *m_stamp : 0; // wraps at 32 bits on purpose
     m_stamp = picture.stamp;
     if (m_fresh) {
         m_fresh = false;
