@@ -9,6 +9,7 @@
 
 #include "platform/paths.h"
 #include "tools/common/command_line.h"
+#include "tools/common/stop_signals.h"
 #include "tools/tour/session.h"
 #include "tools/tour/tour.h"
 
@@ -104,7 +105,7 @@ private:
 };
 
 int soak(int span, unsigned seed) {
-    endOnSignals();
+    stopOnSignals({SIGINT, SIGTERM, SIGHUP});
     const World world;
     const TourSettings settings{TAVIRN_ROOTED, TAVIRN_RECORD, "320x240", ""};
     recordStreams(settings);

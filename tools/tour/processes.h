@@ -7,9 +7,7 @@
 #include <sys/types.h>
 #include <vector>
 
-/// Makes SIGINT, SIGTERM and SIGHUP end the tour in order.
-void endOnSignals();
-/// Throws Failure once such a signal has come.
+/// Throws Failure once a signal has asked the program to end.
 void checkInterrupted();
 
 /// Looks again and again until `condition` holds; false when it does not in time. Throws Failure when the
