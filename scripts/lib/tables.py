@@ -1,8 +1,6 @@
-"""Puts measured figures into the marked tables of a page; the text around them stays.
-
-Usage: tables.py bench PAGE.md COMMIT FIGURES.json              of scripts/bench
-       tables.py players PAGE.md COMMIT DIRECTORY SECONDS ROUNDS  of scripts/compare-players: NAME.figures in
-                                                                 DIRECTORY, name=value pairs, a line a round
+"""Puts measured figures into the marked tables of a page; the text around them stays. Called by scripts/bench and
+scripts/compare-players: tables.py bench PAGE COMMIT FIGURES.json, or players PAGE COMMIT DIRECTORY SECONDS ROUNDS,
+where NAME.figures in DIRECTORY has a line of name=value pairs for each round.
 """
 import datetime
 import json
@@ -122,10 +120,8 @@ class Bench:
         rows = []
         for question in self.questions():
             f = self.of(f"index/{question}/100000/schema/warm")
-            times = [number(f[f"statement{i}_ms"]) if f"statement{i}_ms" in f else "" for i in (1, 2)]
-            if any(times):
-                rows.append([question] + times)
-        return table(["ms at 100,000 streams", "first statement", "second"], rows)
+            rows.append([question] + [number(f[key]) if key in f else "" for key in ("statement1_ms", "statement2_ms")])
+        return table(["ms at 100,000 streams", "first statement", "second"], [row for row in rows if any(row[1:])])
 
     def control(self):
         status, opened = self.of("statusRoundTrip"), self.of("openSession")
@@ -207,6 +203,4 @@ def main(what, page, commit, *figures):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) < 5:
-        sys.exit(__doc__)
     main(*sys.argv[1:])

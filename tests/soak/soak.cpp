@@ -9,6 +9,7 @@
 
 #include "platform/paths.h"
 #include "tools/common/command_line.h"
+#include "tools/common/stop_signals.h"
 #include "tools/tour/session.h"
 #include "tools/tour/tour.h"
 
@@ -80,10 +81,10 @@ private:
             if (Session::status().empty()) throw Failure(kFailed, "the status is none that there is");
             if (below(200) == 0) {
                 Child viewer({TAVIRN_VIEW, "--wait", "1"}, "/dev/null");
-                session.rest(milliseconds(below(100)));
+                session.readUntil(milliseconds(below(100)), [] { return false; });
                 kill(viewer.pid(), SIGKILL);
             }
-            session.rest(milliseconds(below(10) == 0 ? below(1000) : below(40)));
+            session.readUntil(milliseconds(below(10) == 0 ? below(1000) : below(40)), [] { return false; });
         }
         pictures += session.pictures().size();
         if (below(4) != 0) session.ask(RTSP_REQ_TEARDOWN);
@@ -104,7 +105,7 @@ private:
 };
 
 int soak(int span, unsigned seed) {
-    endOnSignals();
+    stopOnSignals({SIGINT, SIGTERM, SIGHUP});
     const World world;
     const TourSettings settings{TAVIRN_ROOTED, TAVIRN_RECORD, "320x240", ""};
     recordStreams(settings);

@@ -9,8 +9,8 @@ namespace test {
 
 std::vector<std::string> recordedPictures(const std::vector<uint32_t>& streamIds) {
     std::vector<std::string> pictures;
-    for (RecordedPicture& picture : readRecording(paths().index, paths().card))
-        if (std::ranges::count(streamIds, picture.stream) != 0) pictures.push_back(std::move(picture.data));
+    for (const RecordedPicture& picture : readRecording(paths().index, paths().card))
+        if (std::count(streamIds.begin(), streamIds.end(), picture.stream)) pictures.push_back(picture.data);
     return pictures;
 }
 
