@@ -156,7 +156,7 @@ void Playback::goodBye() {
 }
 
 bool Playback::recordingGoesOn() {
-    return m_recording.goesOn();
+    return RecordingTime::goesOn();
 }
 
 // ---- the client's requests ----
