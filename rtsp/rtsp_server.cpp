@@ -237,6 +237,7 @@ void RtspServer::describe(const Connection& connection, const RtspRequest& reque
     std::string base = request.uri;
     if (!base.ends_with('/')) base += '/';
     const RangeUnit unit = *unitOf(request.uri);
+    m_described = g_get_monotonic_time();
     m_playback.describe([this, asked, base, unit, address = connection.local()](
                             DaemonLink::Opening opening, const Description& description) {
         m_described = g_get_monotonic_time();
@@ -259,6 +260,7 @@ void RtspServer::setUp(Connection& connection, const RtspRequest& request, const
     } else if (!wish) {
         reply(asked, 461);
     } else {
+        m_described = g_get_monotonic_time();
         m_playback.describe([this, wish, request, asked](DaemonLink::Opening opening, const Description&) {
             if (opening != DaemonLink::Opening::opened)
                 reply(asked, 503, {{"Retry-After", kRetryAfter}});
