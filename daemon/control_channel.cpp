@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "daemon/signals.h"
 #include "platform/clock.h"
 #include "platform/kw_com.h"
 #include "platform/log.h"
@@ -53,7 +54,10 @@ int recv_rtsp_request(int listeningSocket, rtsp_request* request) {
     }
     setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &kPeerTimeout, sizeof kPeerTimeout);
     setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &kPeerTimeout, sizeof kPeerTimeout);
-    if (s_read_data(connection, request, sizeof *request) < 0) {
+    setReadingFrom(connection);
+    const bool isRead = s_read_data(connection, request, sizeof *request) >= 0;
+    setReadingFrom(-1);
+    if (!isRead) {
         logAt(LOG_ERR, "s_read_data error");
         close(connection);
         return -1;

@@ -6,8 +6,8 @@
 
 #include "daemon/rtsp_request.h"
 
-/// Accepts the next connection and reads its record, for at most 20 seconds. The connected socket, which the
-/// caller closes, or -1.
+/// Accepts the next connection and reads its record, for at most 20 seconds, and no longer once a stop is
+/// wanted. The connected socket, which the caller closes, or -1.
 int recv_rtsp_request(int listeningSocket, rtsp_request* request);
 
 /// Writes an answer, in at most three attempts; 0 or -1.

@@ -18,8 +18,7 @@ namespace {
 bool createStatusSegment(CtavirnShmServer& status) {
     const key_t key = ftok(paths().ipcKey, kStatusSegmentProject);
     logNamed(LOG_INFO, "main", "shmkey = %u", static_cast<unsigned>(key));
-    status.m_status = static_cast<REC_STATUS*>(status.creat(key));
-    if (!status.m_status) return false;
+    if (!status.openStatus(key)) return false;
     status.lockShm();
     *status.m_status = REC_STATUS{};
     status.unlockShm();

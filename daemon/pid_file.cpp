@@ -64,7 +64,11 @@ int createPidFile() {
     }
     const pid_t pid = getpid();
     if (pid < 0) logAt(LOG_ERR, "getpid error(%m)");
-    dprintf(file, "%u\n", static_cast<unsigned>(pid));
+    const bool isWritten = dprintf(file, "%u\n", static_cast<unsigned>(pid)) > 0;
+    if (!isWritten) {
+        logAt(LOG_ERR, "fwrite error(%m)");
+        unlink(paths().pidFile); // what was written of it would keep every later start away
+    }
     close(file);
-    return 0;
+    return isWritten ? 0 : -6;
 }

@@ -1,5 +1,6 @@
 #include "daemon/request_loop.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include "daemon/default_stream.h"
@@ -11,6 +12,7 @@
 namespace {
 
 constexpr timeval kPauseAfterFailedAccept{1, 0};
+constexpr int kWatchMs = 100;
 constexpr int kParameterSetAttempts = 10;
 constexpr time_t kHintSeconds = 300;
 constexpr uint32_t kErrorNoEngine = 4; ///< in lastError
@@ -24,6 +26,8 @@ RequestLoop::RequestLoop(int listeningSocket, CtavirnShmServer& status)
 void RequestLoop::run() {
     rtsp_request request{};
     while (g_loopFlag == kLoopRun) {
+        watchUntilClientComes();
+        logCaughtSignals(); // those of the last turn: the next connection may be hours away
         const int connection = recv_rtsp_request(m_listeningSocket, &request);
         logCaughtSignals();
         if (connection < 0) {
@@ -34,6 +38,15 @@ void RequestLoop::run() {
         close(connection);
     }
     logCaughtSignals();
+}
+
+// A session whose playback thread could not start, or gave up, has nobody else to notice that it is left.
+void RequestLoop::watchUntilClientComes() {
+    pollfd client{.fd = m_listeningSocket, .events = POLLIN, .revents = 0};
+    while (m_picker && !m_picker->isWatched()) {
+        if (m_picker->lapses()) return tearDown({}); // as the thread's own notice would
+        if (poll(&client, 1, kWatchMs) > 0) return;  // also on a stop
+    }
 }
 
 void RequestLoop::handle(const rtsp_request& request, int connection) {
@@ -107,11 +120,12 @@ int RequestLoop::setUp() {
 }
 
 // Repeated set-ups walk down past streams that cannot be played, but a stream may become playable again:
-// after a while the search starts from the newest one.
+// after a while the search starts from the newest one. So it does once the clock was set back, since nobody
+// knows then how long the while is.
 void RequestLoop::forgetOldHint(timeval now) {
     timeval elapsed{};
     timersub(&now, &hintTime, &elapsed);
-    if (elapsed.tv_sec >= kHintSeconds) streamHint = kNoStreamHint;
+    if (elapsed.tv_sec < 0 || elapsed.tv_sec >= kHintSeconds) streamHint = kNoStreamHint;
 }
 
 int RequestLoop::searchGaveNothing(unsigned long errorNo) {

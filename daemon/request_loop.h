@@ -30,6 +30,8 @@ public:
     void shutDown();
 
 private:
+    void watchUntilClientComes();
+
     // One per request type.
     void open(int connection);
     void registerSession(const rtsp_request& request);

@@ -19,6 +19,7 @@ constexpr int kCaught[] = {SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2};
 std::atomic<int> g_unlogged[sizeof kCaught / sizeof kCaught[0]];
 
 std::atomic<int> g_stopSocket{-1};
+std::atomic<int> g_readingFrom{-1};
 
 void note(int signal) {
     for (size_t i = 0; i < sizeof kCaught / sizeof kCaught[0]; ++i)
@@ -86,6 +87,7 @@ void sigcatch(int signal) {
     case SIGTERM:
         g_loopFlag = kLoopStop;
         if (const int socket = g_stopSocket; socket >= 0) shutdown(socket, SHUT_RDWR);
+        if (const int socket = g_readingFrom; socket >= 0) shutdown(socket, SHUT_RD);
         break;
     case SIGUSR1:
         g_formatFlag = 1;
@@ -101,6 +103,13 @@ void sigcatch(int signal) {
 
 void setStopSocket(int listeningSocket) {
     g_stopSocket = listeningSocket;
+}
+
+// The handler writes the flag and then looks for a connection, this the other way round: a stop that comes in
+// between is noticed by one of them.
+void setReadingFrom(int connection) {
+    g_readingFrom = connection;
+    if (connection >= 0 && g_loopFlag == kLoopStop) shutdown(connection, SHUT_RD);
 }
 
 void logCaughtSignals() {

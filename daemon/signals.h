@@ -11,7 +11,9 @@ inline constexpr int kLoopStop = -1;
 /// writes kLoopStop, also during start-up, and it is never taken back.
 extern std::atomic<int> g_loopFlag;
 
-/// 1 = the card is being formatted: SIGUSR1 sets it, SIGUSR2 and the loop that has acted on it clear it.
+/// 1 = the card is being formatted: SIGUSR1 sets it, SIGUSR2 and the loop that has acted on it clear it. Of
+/// two that are pending at once, SIGUSR2 is handled first, so that the session ends: that errs on the safe
+/// side.
 extern std::atomic<int> g_formatFlag;
 
 static_assert(std::atomic<int>::is_always_lock_free, "the handler may touch the flags");
@@ -20,14 +22,18 @@ static_assert(std::atomic<int>::is_always_lock_free, "the handler may touch the 
 /// exists, which then inherits the mask. 0, or -1 after the first failing step.
 int setSignal();
 
-/// The handler; any thread. Async-signal-safe: it writes flags and counters, shuts the stop socket down, and
-/// logs nothing.
+/// The handler; any thread. Async-signal-safe: it writes flags and counters, shuts sockets down on a stop,
+/// and logs nothing.
 void sigcatch(int signal);
 
 /// The socket that a stop signal shuts down, so that the accept in progress, and every later one, fails at
 /// once (one that still finds a client in the queue serves it first): a stop is noticed whichever thread
 /// handles it and wherever the loop stands. -1 = none.
 void setStopSocket(int listeningSocket);
+
+/// The connection that a request is being read from, -1 = none. A stop, also one that was caught before this
+/// call, ends the reading as if the client had closed; what the client has sent by then can still be read.
+void setReadingFrom(int connection);
 
 /// Writes the message of every signal caught since the last call. Main thread.
 void logCaughtSignals();

@@ -23,17 +23,15 @@ void KeepAlive::drain() {
 }
 
 void KeepAlive::begin(timeval now) {
-    m_reference = now;
     MutexLock lock(m_keepAliveMutex);
+    m_reference = now;
     m_keepAliveFlag = 0;
 }
 
 bool KeepAlive::lapses(timeval now) {
-    {
-        MutexLock lock(m_keepAliveMutex);
-        if (m_keepAliveFlag == 1) m_reference = now;
-        m_keepAliveFlag = 0;
-    }
+    MutexLock lock(m_keepAliveMutex);
+    if (m_keepAliveFlag == 1) m_reference = now;
+    m_keepAliveFlag = 0;
     timeval idle;
     timersub(&now, &m_reference, &idle);
     return idle.tv_sec > kKeepAliveSeconds;

@@ -1,4 +1,5 @@
-// Whether the session is still wanted: what its requests leave behind, and since when none has come.
+// Whether the session is still wanted: what its requests leave behind, and since when none has come. Any
+// thread may ask.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +9,11 @@
 
 class KeepAlive {
 public:
-    /// A request of session `sessionId` has arrived; any thread.
+    /// A request of session `sessionId` has arrived.
     void renew(unsigned long sessionId) EXCLUDES(m_keepAliveMutex);
     uint32_t sessionId() EXCLUDES(m_keepAliveMutex);
     /// Waits until nobody is inside.
     void drain() EXCLUDES(m_keepAliveMutex);
-
-    // ---- playback thread ----
 
     /// Counts from `now` on.
     void begin(timeval now) EXCLUDES(m_keepAliveMutex);
@@ -27,6 +26,5 @@ private:
     Mutex m_keepAliveMutex;
     int32_t m_keepAliveFlag GUARDED_BY(m_keepAliveMutex) = 0; ///< 1 = arrived since the last look
     uint32_t m_sessionId GUARDED_BY(m_keepAliveMutex) = 0;    ///< of the request that came last
-
-    timeval m_reference{}; ///< playback thread: when the last request was noted
+    timeval m_reference GUARDED_BY(m_keepAliveMutex){};       ///< when the last request was noted
 };

@@ -6,6 +6,9 @@
 
 namespace {
 
+/// Where an operation takes a play type that decides nothing.
+constexpr PBTYPE kNotLookedAt = PB_INIT;
+
 /// The records that a move hands back.
 struct Landing {
     DB_STREAM db;
@@ -66,23 +69,23 @@ bool Movement::toStart(const T_PB_INFO& info) {
     return true;
 }
 
-bool Movement::toNext(PBTYPE prevType, unsigned long stepCount) {
+bool Movement::toNext(unsigned long stepCount) {
     const PlayState play = m_playMode.state();
     switch (play.m_pbType) {
     case PB_NORMAL:
         // The picture found by positioning goes out before the first move.
-        if (m_position.m_pictureReady != 1) return playNext(prevType);
+        if (m_position.m_pictureReady != 1) return playNext();
         m_position.m_pictureReady = 0;
         m_position.m_pbStreamTime = m_position.m_pbStream.getNowPts();
         return true;
     case PB_SLOW:
-        return playNext(prevType);
+        return playNext();
     case PB_FF:
-        return playFast(Direction::forward, play.playSpeed, prevType);
+        return playFast(Direction::forward, play.playSpeed);
     case PB_REW:
-        return playFast(Direction::backward, play.playSpeed, prevType);
+        return playFast(Direction::backward, play.playSpeed);
     case PB_SLOW_REW:
-        return playFast(Direction::backward, kSlowSpeed, prevType);
+        return playFast(Direction::backward, kSlowSpeed);
     case PB_STEP_FWD:
         return playStep(Direction::forward, stepCount);
     case PB_STEP_BACK:
@@ -92,8 +95,8 @@ bool Movement::toNext(PBTYPE prevType, unsigned long stepCount) {
     }
 }
 
-bool Movement::playNext(PBTYPE prevType) {
-    if (m_moveStreamNormal(&m_position.m_pbStream, 0, prevType) == 0) {
+bool Movement::playNext() {
+    if (m_moveStreamNormal(&m_position.m_pbStream, 0, kNotLookedAt) == 0) {
         logPlain(LOG_INFO, "m_moveStream error!");
         return false;
     }
@@ -103,15 +106,15 @@ bool Movement::playNext(PBTYPE prevType) {
 
 /// Fast play reads nothing in between: it goes on by a span of playback time, and ends on the last picture,
 /// or backward the first, when that leaves the recording.
-bool Movement::playFast(Direction direction, uint32_t speed, PBTYPE prevType) {
+bool Movement::playFast(Direction direction, uint32_t speed) {
     CPbStreamVideo& video = m_position.m_pbStream;
     if (m_position.m_pbRealRate == 0) {
         logNamed(LOG_INFO, "movePictureData", "m_pbRealRate is 0");
         m_position.m_pbRealRate = static_cast<uint32_t>(video.getFrameRate());
     }
     PB_STREAM_TIME& aim = m_position.m_pbStreamTime;
-    aim = m_calcSpeedFrameTime(&video, m_playMode.state().m_pbType, prevType, aim, m_position.m_pbRealRate,
-                               speed, number(direction));
+    aim = m_calcSpeedFrameTime(&video, kNotLookedAt, kNotLookedAt, aim, m_position.m_pbRealRate, speed,
+                               number(direction));
     if (m_moveStreamTime(&video, number(direction), aim) != 0) return true;
     logPlain(LOG_INFO, direction == Direction::forward ? "m_moveStreamTime rearch end"
                                                        : "m_moveStreamTime rearch start");

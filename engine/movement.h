@@ -12,7 +12,7 @@ public:
     bool toStart(const T_PB_INFO& info);
     /// Moves on as the play type says; false when play has to pause, at an end of the recording.
     /// `stepCount` pictures in a step.
-    bool toNext(PBTYPE prevType, unsigned long stepCount);
+    bool toNext(unsigned long stepCount);
     /// To a picture near that time, searched for in that direction.
     bool toTime(PB_STREAM_TIME time, Direction direction);
     /// To the last or the first picture there is, with that end as the pause reason.
@@ -36,8 +36,8 @@ public:
     static PB_STREAM_TIME m_calcDiffTime(PB_STREAM_TIME time, PB_STREAM_TIME step, unsigned char dir);
 
 private:
-    bool playNext(PBTYPE prevType);
-    bool playFast(Direction direction, uint32_t speed, PBTYPE prevType);
+    bool playNext();
+    bool playFast(Direction direction, uint32_t speed);
     bool playStep(Direction direction, unsigned long count);
 
     Position& m_position;

@@ -18,7 +18,6 @@ public:
     uint32_t stampStep(const PlayState& play, PB_STREAM_TIME pts, uint32_t frameRate) const;
     /// The next step counts from here.
     void countFrom(PB_STREAM_TIME pts) { m_prevPts = pts; }
-    PBTYPE prevType() const { return m_prevPbType; }
 
     struct Block {
         int length;         ///< bytes; 0 = the picture can't be read

@@ -93,7 +93,7 @@ timeval CpbPickerThread::m_sleepTimer(timeval, timeval) {
                                                   .frameRate = static_cast<uint32_t>(video.getFrameRate()),
                                                   .skipMs = m_playMode.ffSkipTime()});
     if (pause.rebased) m_output.countFrom(pts);
-    wallclock::sleepFor(pause.span);
+    rest(pause.span);
     return pause.span;
 }
 
@@ -101,7 +101,7 @@ int CpbPickerThread::movePictureData() {
     unsigned long stepCount = 0;
     m_eventHandler(stepCount);
     if (!isPlayed(m_playMode.state().m_pbType)) return -3;
-    if (!m_movement.toNext(m_output.prevType(), stepCount)) pausePlay();
+    if (!m_movement.toNext(stepCount)) pausePlay();
     return 0;
 }
 
@@ -111,7 +111,7 @@ int CpbPickerThread::getPictureData(char* buffer) {
         m_output.kindAt(state.m_pbType, m_position.m_pbStream.getNowPts(), m_position.m_pbRefresh != 0);
     if (kind == BlockKind::none) return -3;
     if (kind == BlockKind::rest) {
-        wallclock::sleepFor(kStillRest);
+        rest(kStillRest);
         return fillPauseBlock(buffer);
     }
     const BlockMaker::Block block = m_output.fill(buffer, kind, state, m_position);

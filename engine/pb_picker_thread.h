@@ -1,7 +1,11 @@
-// The playback engine: one object per open session, and the doors to its rooms. A request comes in through
-// analyzeEventData, is kept by the RequestQueue and applied by m_eventHandler, which changes the PlayMode or
-// has Jumps go elsewhere. Movement goes on from pass to pass; BlockMaker makes the block of where play has
-// come to, Pacing the pause before it. Each room keeps its own state, and the lock over it where it has one.
+// engine/: the playback thread, its play modes, movement, pacing and parameter sets. Opens neither index nor
+// chunks itself; asks the stream access object.
+//
+// CpbPickerThread is the playback engine: one object per open session, and the doors to its rooms. A request
+// comes in through analyzeEventData, is kept by the RequestQueue and applied by m_eventHandler, which changes
+// the PlayMode or has Jumps go elsewhere. Movement goes on from pass to pass; BlockMaker makes the block of
+// where play has come to, Pacing the pause before it. Each room keeps its own state, and the lock over it
+// where it has one.
 #pragma once
 
 #include "engine/jumps.h"

@@ -52,13 +52,14 @@ void CpickerThread::startThread() {
 }
 
 void CpickerThread::launch() {
+    m_keepAlive.begin(wallclock::now());
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_t thread;
     const int result = pthread_create(&thread, &attributes, runPickerThread, this);
     pthread_attr_destroy(&attributes);
     if (result != 0) {
-        // The session goes on without output until its owner ends it.
+        // The session goes on without output, and without this thread's watch, until its owner ends it.
         logNamed(LOG_ERR, "startThread", "pthread_create error(%s)", std::strerror(result));
         return;
     }
@@ -73,6 +74,7 @@ void* CpickerThread::runPickerThread(void* self) {
 
 void CpickerThread::end() {
     m_loopFlag = false;
+    wallclock::wakeSleepers();
     m_threadMutex.drain();
     delete this;
     m_Instance = nullptr;
@@ -82,13 +84,20 @@ void CpickerThread::setKeepAlive(unsigned long sessionId) {
     m_keepAlive.renew(sessionId);
 }
 
+bool CpickerThread::lapses() {
+    return m_keepAlive.lapses(wallclock::now());
+}
+
+void CpickerThread::rest(timeval span) {
+    wallclock::sleepWhile(m_loopFlag, span);
+}
+
 void CpickerThread::pickerThread() {
     pthread_detach(pthread_self());
     MutexLock alive(m_threadMutex); // the engine may be gone as soon as this is released
     m_running.release();
 
     m_wakeTime = m_writeTime = wallclock::now();
-    m_keepAlive.begin(m_wakeTime);
     m_shm = {};
     if (shm_create(paths().ipcKey, static_cast<char>(kOutputMemoryProject), &m_shm, 1, kPictureBufferBytes,
                    kPictureBufferBytes, kOutputBlocks, 0) < 0) {
@@ -106,6 +115,7 @@ void CpickerThread::pickerThread() {
 
     // The search for parameter sets has moved the position since the main thread's call.
     preGetData();
+    m_watched = true;
     while (m_loopFlag) pass(buffer);
 
     logAt(LOG_INFO, "m_loopFlag off");

@@ -1,6 +1,3 @@
-// engine/: the playback thread, its play modes, movement and pacing. Opens neither index nor chunks itself;
-// asks the stream access object.
-//
 // CpickerThread is the frame of the one playback thread. The main thread commands it (startThread,
 // setKeepAlive, end); it owns the output memory and the picture buffer for as long as its loop runs, and
 // produces one block per pass. Locks, in order: m_threadMutex for the whole run; inside it the keep-alive's
@@ -48,6 +45,11 @@ public:
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId);
+    /// Whether the playback thread looks at the keep-alive. Until it does, and for ever when it could not
+    /// start or gave up, its owner has to, now and then, through lapses.
+    bool isWatched() const { return m_watched; }
+    /// Whether the session has been without a request for too long.
+    bool lapses();
 
     /// Room for one picture; also the output memory's block and data size.
     static constexpr unsigned long kPictureBufferBytes = 1536000;
@@ -62,6 +64,8 @@ protected:
     void pickerThread() EXCLUDES(m_threadMutex);
     /// One turn of the loop: pause, keep-alive watch, move, fetch, write.
     void pass(char* buffer) EXCLUDES(m_dataMutex);
+    /// Suspends the playback thread for `span`; not once the thread shall end, which also cuts it short.
+    void rest(timeval span);
     /// Sends a teardown request to the daemon's own control socket; 0, or -1.
     int m_sendTeardown();
 
@@ -78,6 +82,7 @@ private:
 
     std::binary_semaphore m_running{0}; ///< released once the thread holds m_threadMutex
     std::atomic<bool> m_loopFlag{true}; ///< cleared by end
+    std::atomic<bool> m_watched{false}; ///< set once passes are made
     static_assert(std::atomic<bool>::is_always_lock_free);
 
     // Playback thread only.

@@ -2,6 +2,7 @@
 // Differences of timevals are taken with timersub, which borrows as the pacing rules expect.
 #pragma once
 
+#include <atomic>
 #include <sys/time.h>
 
 namespace wallclock {
@@ -12,5 +13,12 @@ timeval now();
 /// Suspends the calling thread for `span` (tv_usec 0..999999). Returns early when a signal is handled on
 /// the calling thread; nobody relies on the full span.
 void sleepFor(timeval span);
+
+/// Suspends the calling thread for `span`, but no longer than `wanted` holds: whoever clears it calls
+/// wakeSleepers behind that. A signal handled meanwhile does not shorten it.
+void sleepWhile(const std::atomic<bool>& wanted, timeval span);
+
+/// Has every sleepWhile look at its flag; any thread.
+void wakeSleepers();
 
 } // namespace wallclock

@@ -58,6 +58,11 @@ class CtavirnShmServer : public CShmServer {
 public:
     CtavirnShmServer() = default;
 
-    /// The attach address, stored by whoever called creat; null before.
-    REC_STATUS* m_status = nullptr;
+    /// creat, and where the record lies; false on failure.
+    bool openStatus(int key) {
+        m_status = static_cast<REC_STATUS*>(creat(key));
+        return m_status != nullptr;
+    }
+
+    REC_STATUS* m_status = nullptr; ///< null until openStatus has succeeded
 };

@@ -43,10 +43,11 @@ void OpenStream::closeReaders() {
     }
 }
 
-void OpenStream::standAgainOn(const DB_STREAM& row, uint32_t offset) {
-    m_video.db = row;
-    m_openChunk();
-    goTo(offset);
+void OpenStream::standAgainOn(const Place& place) {
+    m_video.db = place.row;
+    const int opened = m_openChunk();
+    if (opened == 0 && place.row.status == DB_STATUS_RECORDING) m_video.stH.pictures = place.pictures;
+    goTo(place.offset);
 }
 
 int OpenStream::openGrown(uint32_t pictures) {

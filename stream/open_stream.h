@@ -2,6 +2,8 @@
 // Knows neither the index nor the recorder.
 #pragma once
 
+#include <optional>
+
 #include "stream/direction.h"
 #include "stream/error_flags.h"
 #include "stream/pb_video.h"
@@ -16,7 +18,7 @@ struct PlaceRecords {
 
 /// Looked at, a stream is a row with nothing open (clear, replaceRow); opened (m_openChunk), it is stood on.
 /// A search that looks at other streams leaves the one stood on first: whoever wants to come back keeps its
-/// row and offset, and returns (standAgainOn). Results are 0 or more, or -1 for failure, which is logged here
+/// place, and returns (standAgainOn). Results are 0 or more, or -1 for failure, which is logged here
 /// but for a search in a stream that is not open.
 class OpenStream {
 public:
@@ -28,6 +30,16 @@ public:
 
     // ---- which stream ----
 
+    /// What it takes to come back: looking at another stream may change each of them.
+    struct Place {
+        DB_STREAM row;
+        uint32_t offset;
+        uint32_t pictures; ///< of a stream under recording, as it was followed
+    };
+    Place place() const { return {m_video.db, m_video.offset, m_video.stH.pictures}; }
+    /// Back on a stream left for a search, at the picture it was left at, if both are still there.
+    void standAgainOn(const Place& place);
+
     const DB_STREAM& row() const { return m_video.db; }
     PB_STREAM_TIME startTime() const { return {m_video.db.startDate, m_video.db.startMSec}; }
     PB_STREAM_TIME endTime() const { return {m_video.db.endDate, m_video.db.endMSec}; }
@@ -36,8 +48,6 @@ public:
     void clear();
     /// Puts another row in place and nothing else; readers, headers and offset stay for what comes next.
     void replaceRow(const DB_STREAM& row) { m_video.db = row; }
-    /// Back on a stream left for a search, at the picture it was left at, if both are still there.
-    void standAgainOn(const DB_STREAM& row, uint32_t offset);
 
     /// Opens the row's areas, verifies its headers and stands on picture 0.
     int m_openChunk();
@@ -55,6 +65,8 @@ public:
     /// For a stream without pictures it wraps to the highest offset: no header read accepts that one, and as
     /// a result it is -1.
     uint32_t lastPicture() const { return m_video.stH.pictures - 1; }
+    /// The offset `count` pictures on, inside the stream; none past its start or end, however far.
+    std::optional<uint32_t> offsetAt(Direction direction, uint32_t count) const;
     void getPicH(PICTURE_HEADER* picH) const { *picH = m_video.picH; }
     void copyTo(const PlaceRecords& out) const;
 
@@ -85,8 +97,6 @@ public:
     void m_showStH() const;
     void m_showPicH() const;
 
-    PB_VIDEO m_video; ///< changed here only; open to tests, which put failing readers in
-
 private:
     void closeReaders();
     int createReaders();
@@ -99,6 +109,7 @@ private:
     PB_STREAM_TIME pictureTime() const { return startTime() + getNowPts() - m_topPts; }
     void showAll() const;
 
+    PB_VIDEO m_video;
     PB_STREAM_TIME m_topPts;
     ErrorFlags& m_errorFlags;
 };

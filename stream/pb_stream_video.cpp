@@ -19,6 +19,11 @@ QueryResult CPbStreamVideo::lookFor(const SqlText& sql) {
     return result;
 }
 
+void CPbStreamVideo::standAgainOn(const StoodOn& left) {
+    m_stream.standAgainOn(left.place);
+    m_recorder = left.recorder;
+}
+
 PB_STREAM_TIME CPbStreamVideo::getId(unsigned long id, DB_STREAM* db, STREAM_HEADER* stH,
                                      PICTURE_HEADER* picH, unsigned long) {
     DB_STREAM row{};
@@ -60,10 +65,9 @@ long CPbStreamVideo::move(unsigned char kind, unsigned long count, PICTURE_HEADE
     }
 
     const bool forward = kind == PBST_FORWARD;
-    const auto step = static_cast<uint32_t>(count);
-    const uint32_t from = m_stream.getOffset();
-    const uint32_t offset = forward ? from + step : from - step;
-    if (forward ? offset >= m_stream.pictures() : static_cast<int32_t>(offset) < 0) {
+    const auto offset =
+        m_stream.offsetAt(forward ? Direction::forward : Direction::backward, static_cast<uint32_t>(count));
+    if (!offset) {
         m_stream.goTo(forward ? m_stream.lastPicture() : 0);
         getPicH(picH);
         logAt(LOG_INFO, "%s", forward ? "offset >= pictures" : "(offset - move) < 0");
@@ -71,13 +75,13 @@ long CPbStreamVideo::move(unsigned char kind, unsigned long count, PICTURE_HEADE
     }
 
     if (searchMode == kSearchNone) {
-        if (m_stream.goTo(offset) == -1) {
+        if (m_stream.goTo(*offset) == -1) {
             logAt(LOG_ERR, "m_readPic() error");
             return -1;
         }
     } else {
         const auto direction = searchMode == kSearchBackward ? Direction::backward : Direction::forward;
-        if (m_stream.goToIPicture(offset, direction) == -1) {
+        if (m_stream.goToIPicture(*offset, direction) == -1) {
             getPicH(picH);
             logAt(LOG_INFO, "m_iPicSearch() error");
             return -1;

@@ -49,8 +49,8 @@ public:
     int over(unsigned char dir, DB_STREAM* db, STREAM_HEADER* stH, PICTURE_HEADER* picH,
              PB_STREAM_TIME* pbTime, unsigned long timeSearch);
 
-    /// Moves `count` pictures within the stream, then searches for an I-picture as `searchMode` says. The
-    /// new offset, or -1, parked on the first or last picture, when the stream ends first.
+    /// Moves `count` pictures (32 bits) within the stream, then searches for an I-picture as `searchMode`
+    /// says. The new offset, or -1, parked on the first or last picture, when the stream ends first.
     long move(unsigned char kind, unsigned long count, PICTURE_HEADER* picH, unsigned char searchMode);
 
     // ---- the current picture ----
@@ -96,6 +96,15 @@ private:
     /// Leaves the stream stood on, whatever the index says, and looks at the first one that fits.
     QueryResult lookFor(const SqlText& sql);
 
+    /// The picture stood on, and how its recorder was followed to it: other streams may be looked at with
+    /// the same link, which knows one count.
+    struct StoodOn {
+        OpenStream::Place place;
+        RecorderLink recorder;
+    };
+    StoodOn stoodOn() const { return {m_stream.place(), m_recorder}; }
+    void standAgainOn(const StoodOn& left);
+
     // crossing.cpp
     int cross(Direction direction, const PlaceRecords& out, const PB_STREAM_TIME* pbTime, bool locate);
     PB_STREAM_TIME referenceTime(const PB_STREAM_TIME* pbTime) const;
@@ -115,7 +124,7 @@ private:
     PB_STREAM_TIME m_skipLatest(const PlaceRecords& out, unsigned long backSec);
     PB_STREAM_TIME m_skipOldest(const PlaceRecords& out);
     PB_STREAM_TIME m_skipRecType(PB_STREAM_TIME pbTime, const PlaceRecords& out, Direction direction);
-    QueryResult lookForAlarmStream(PB_STREAM_TIME start, const DB_STREAM& stoodOn);
+    QueryResult lookForAlarmStream(PB_STREAM_TIME start, const StoodOn& left);
     int openAt(PB_STREAM_TIME time);
 
     RecorderLink m_recorder;

@@ -1,5 +1,5 @@
-// Finding a picture inside the open stream: the nearest one that decoding can start at, and the one recorded
-// at a clock time.
+// Finding a picture inside the open stream: so many pictures on, the nearest one that decoding can start at,
+// and the one recorded at a clock time.
 #include <algorithm>
 
 #include "platform/log.h"
@@ -54,6 +54,20 @@ uint32_t offsetBack(const PB_VIDEO& video, uint32_t step) {
 }
 
 } // namespace
+
+// ---- by count ----
+
+std::optional<uint32_t> OpenStream::offsetAt(Direction direction, uint32_t count) const {
+    const uint32_t from = m_video.offset;
+    // Compared before anything is added or taken away: a sum that wraps would come out on the other side.
+    if (direction == Direction::forward) {
+        if (from >= pictures() || count >= pictures() - from) return {};
+        return from + count;
+    }
+    if (count > from || static_cast<int32_t>(from - count) < 0) return {};
+    // A finished stream may turn out shorter than its recorder had said.
+    return std::min(from - count, lastPicture());
+}
 
 // ---- I-pictures ----
 

@@ -41,8 +41,9 @@ int RecorderLink::followGrowth(OpenStream& stream, uint32_t pictures) {
 
     m_recPictures = pictures;
     const uint32_t offset = stream.getOffset();
-    // Not yet readable is not damaged: the recorder may still be writing what it has announced. The open has
-    // logged what it found, and the recorder's next count is the next occasion to try.
+    // Not yet readable is not damaged: the recorder may still be writing what it has announced, so the
+    // position is kept. The same count is not tried again: the open has logged all it found and would do so
+    // at every look; the recorder's next count is the next occasion.
     if (stream.openGrown(pictures) == -1) return 0;
 
     if (stream.goTo(stream.lastPicture()) == -1) {
@@ -71,6 +72,6 @@ int RecorderLink::reloadFinished(OpenStream& stream, RecordingIndex& index, uint
     if (row.status == DB_STATUS_RECORDING)
         stream.replaceRow(row);
     else
-        stream.standAgainOn(row, stream.getOffset());
+        stream.standAgainOn({row, stream.getOffset(), stream.pictures()});
     return 0;
 }

@@ -24,8 +24,8 @@ PB_STREAM_TIME CPbStreamVideo::m_skipLatest(const PlaceRecords& out, unsigned lo
 }
 
 PB_STREAM_TIME CPbStreamVideo::m_skipOldest(const PlaceRecords& out) {
-    const DB_STREAM stoodOn = m_stream.row();
-    DB_STREAM oldest = stoodOn;
+    const StoodOn left = stoodOn();
+    DB_STREAM oldest = left.place.row;
     logAt(LOG_INFO, "enter");
     if (!m_index.selectOldestStream(&oldest)) {
         logAt(LOG_ERR, "Error: selectStreamOldestTime is failed");
@@ -34,7 +34,11 @@ PB_STREAM_TIME CPbStreamVideo::m_skipOldest(const PlaceRecords& out) {
     }
     m_stream.replaceRow(oldest);
     if (m_updateRecStream() == -1) {
-        m_stream.replaceRow(stoodOn);
+        // A refresh that fails late has opened the oldest stream's areas already.
+        if (left.place.row.streamID == 0)
+            clear();
+        else
+            standAgainOn(left);
         return {};
     }
     if (m_stream.m_openChunk() == -1 || m_stream.goTo(0) == -1) {
@@ -48,7 +52,7 @@ PB_STREAM_TIME CPbStreamVideo::m_skipOldest(const PlaceRecords& out) {
 
 PB_STREAM_TIME CPbStreamVideo::m_skipRecType(PB_STREAM_TIME pbTime, const PlaceRecords& out,
                                              Direction direction) {
-    const DB_STREAM stoodOn = m_stream.row();
+    const StoodOn left = stoodOn();
     DB_EVENT event{};
     const QueryResult found =
         m_index.m_setSqlEvent(direction == Direction::backward ? statements::previousAlarm(pbTime, m_eventID)
@@ -59,9 +63,9 @@ PB_STREAM_TIME CPbStreamVideo::m_skipRecType(PB_STREAM_TIME pbTime, const PlaceR
     if (found != QueryResult::found) return {};
 
     const PB_STREAM_TIME start(event.startDate, event.startMSec);
-    if (lookForAlarmStream(start, stoodOn) != QueryResult::found) return {};
+    if (lookForAlarmStream(start, left) != QueryResult::found) return {};
     if (m_updateRecStream() == -1) {
-        m_stream.standAgainOn(stoodOn, m_stream.getOffset());
+        standAgainOn(left);
         return {};
     }
     if (openAt(start) == -1) {
@@ -75,16 +79,14 @@ PB_STREAM_TIME CPbStreamVideo::m_skipRecType(PB_STREAM_TIME pbTime, const PlaceR
     return start;
 }
 
-QueryResult CPbStreamVideo::lookForAlarmStream(PB_STREAM_TIME start, const DB_STREAM& stoodOn) {
+QueryResult CPbStreamVideo::lookForAlarmStream(PB_STREAM_TIME start, const StoodOn& left) {
     QueryResult found = lookFor(statements::alarmHolding(start));
     if (found != QueryResult::noRow) return found;
 
     found = lookFor(statements::alarmRecording(start));
-    // Looking at the stream under recording may move the position, which belongs to the stream stood on.
-    const uint32_t offset = m_stream.getOffset();
     if (found == QueryResult::found && (m_updateRecStream() != 0 || start > m_stream.endTime()))
         found = QueryResult::noRow;
-    if (found == QueryResult::noRow) m_stream.standAgainOn(stoodOn, offset);
+    if (found == QueryResult::noRow) standAgainOn(left);
     return found;
 }
 

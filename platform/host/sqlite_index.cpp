@@ -1,11 +1,12 @@
-// The index over SQLite. The file comes from a removable card, so it is opened as one that isn't trusted, and
-// every query is bounded in time and memory. Rows are copied and the statement is finished before a query
-// returns: between queries this side holds no lock. After a failed query the connection is closed; the next
-// one starts afresh.
+// The index over SQLite. Every query is bounded in time and memory, whatever the file holds
+// (index_connection.h). Rows are copied and the statement is finished before a query returns: between queries
+// this side holds no lock. After a failed query the connection is closed; the next one starts afresh.
 #include "platform/api_db.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <optional>
@@ -15,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/index_connection.h"
 #include "platform/paths.h"
 #include "stream/records.h"
 
@@ -22,12 +24,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// A recorder's transaction is over sooner; a playback pass must not wait longer.
-constexpr int kBusyMs = 250;
-
-/// After this a query is given up, however the file is built.
+/// After this a query is given up, however the file is built. The clock is looked at between SQLite's own
+/// instructions; what the connection allows takes each of them milliseconds at the most.
 constexpr std::chrono::seconds kQueryTime{2};
-constexpr int kStepsBetweenLooks = 1000;
+constexpr int kStepsBetweenLooks = 100;
 
 /// More rows than this are a failed query. The daemon's texts ask for one row.
 constexpr size_t kMaxRows = 4096;
@@ -35,16 +35,6 @@ constexpr size_t kMaxRows = 4096;
 constexpr char kStreamById[] = "SELECT * FROM STREAM WHERE streamID = ?";
 constexpr char kOldestStream[] = "SELECT * FROM STREAM WHERE recSize<>0 OR status=1 "
                                  "ORDER BY startDate, startMSec, streamID LIMIT 1";
-
-struct CloseConnection {
-    void operator()(sqlite3* connection) const { sqlite3_close(connection); }
-};
-using Connection = std::unique_ptr<sqlite3, CloseConnection>;
-
-struct FinishStatement {
-    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-};
-using Statement = std::unique_ptr<sqlite3_stmt, FinishStatement>;
 
 /// A result in memory. Cells are what SQLite makes of them as integers; NULL is 0.
 struct Rows {
@@ -100,89 +90,34 @@ DB_EVENT eventOf(const Rows& rows, long row) {
     return event;
 }
 
-/// Nothing but reading: no transaction that stays open, no other file, no pragma, and no table with code
-/// behind it, since a virtual table has to be declared first.
-int allowReading(void*, int action, const char*, const char*, const char*, const char*) {
-    switch (action) {
-    case SQLITE_SELECT:
-    case SQLITE_READ:
-    case SQLITE_FUNCTION:
-    case SQLITE_RECURSIVE:
-        return SQLITE_OK;
-    default:
-        return SQLITE_DENY;
-    }
+/// The words that statements compare. SQLite does so in 64 bits, this side reads 32: a row with such a word
+/// beyond them would be found as one stream and opened as another, so it is damaged. Other cells wrap.
+bool isCompared(const char* column) {
+    static constexpr const char* kWords[] = {"streamID",  "eventID",   "recSize", "status", "extTrg",
+                                             "startDate", "startMSec", "endDate", "endMSec"};
+    return std::any_of(std::begin(kWords), std::end(kWords),
+                       [column](const char* word) { return sqlite3_stricmp(word, column) == 0; });
 }
 
-/// What the daemon's texts need with room to spare; a file's schema meets the same limits.
-void setLimits(sqlite3* connection) {
-    static constexpr std::pair<int, int> kLimits[] = {
-        {SQLITE_LIMIT_LENGTH, 1'000'000},   {SQLITE_LIMIT_SQL_LENGTH, 100'000},
-        {SQLITE_LIMIT_COLUMN, 100},         {SQLITE_LIMIT_EXPR_DEPTH, 32},
-        {SQLITE_LIMIT_COMPOUND_SELECT, 3},  {SQLITE_LIMIT_VDBE_OP, 25'000},
-        {SQLITE_LIMIT_FUNCTION_ARG, 8},     {SQLITE_LIMIT_ATTACHED, 0},
-        {SQLITE_LIMIT_VARIABLE_NUMBER, 10}, {SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 50},
-        {SQLITE_LIMIT_TRIGGER_DEPTH, 10},
-    };
-    for (const auto& [limit, value] : kLimits) sqlite3_limit(connection, limit, value);
-}
-
-/// The settings for a file that isn't trusted, before anything of it is read.
-bool secure(sqlite3* connection) {
-    static constexpr std::pair<int, int> kSettings[] = {
-        {SQLITE_DBCONFIG_DEFENSIVE, 1},
-        {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
-        {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},
-        {SQLITE_DBCONFIG_ENABLE_VIEW, 0},
-        {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
-    };
-    for (const auto& [setting, value] : kSettings) {
-        if (sqlite3_db_config(connection, setting, value, nullptr) != SQLITE_OK) return false;
-    }
-    setLimits(connection);
-    // Without a mapping a file that shrinks is a read error and no signal.
-    if (sqlite3_exec(connection, "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; PRAGMA query_only=ON",
-                     nullptr, nullptr, nullptr) != SQLITE_OK) {
-        return false;
-    }
-    sqlite3_set_authorizer(connection, allowReading, nullptr);
-    sqlite3_busy_timeout(connection, kBusyMs);
-    return true;
-}
-
-Connection openIndex(const char* path) {
-    sqlite3* raw = nullptr;
-    const int result = sqlite3_open_v2(path, &raw, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
-    Connection connection(raw); // there is one to close even after a failure
-    if (result != SQLITE_OK || !secure(raw)) return nullptr;
-    return connection;
-}
-
-/// One statement, with nothing but blanks and comments behind it.
-Statement prepare(sqlite3* connection, const char* sql) {
-    sqlite3_stmt* raw = nullptr;
-    const char* rest = nullptr;
-    if (sqlite3_prepare_v2(connection, sql, -1, &raw, &rest) != SQLITE_OK) return nullptr;
-    Statement statement(raw);
-    while (statement && *rest != '\0') {
-        if (sqlite3_prepare_v2(connection, rest, -1, &raw, &rest) != SQLITE_OK) return nullptr;
-        if (Statement(raw)) return nullptr;
-    }
-    return statement;
-}
-
+/// Nothing when there are too many, or one is damaged.
 std::optional<Rows> allRows(sqlite3_stmt* statement) {
     Rows rows;
+    std::vector<bool> compared;
     const int columns = sqlite3_column_count(statement);
     for (int i = 0; i < columns; ++i) {
         const char* name = sqlite3_column_name(statement, i);
         if (name == nullptr) return std::nullopt; // out of memory
         rows.columns.emplace_back(name);
+        compared.push_back(isCompared(name));
     }
     int step;
     while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
         if (rows.count() >= kMaxRows) return std::nullopt;
-        for (int i = 0; i < columns; ++i) rows.cells.push_back(sqlite3_column_int64(statement, i));
+        for (int i = 0; i < columns; ++i) {
+            const sqlite3_int64 cell = sqlite3_column_int64(statement, i);
+            if (compared[static_cast<size_t>(i)] && (cell < 0 || cell > UINT32_MAX)) return std::nullopt;
+            rows.cells.push_back(cell);
+        }
     }
     if (step != SQLITE_DONE) return std::nullopt;
     return rows;
@@ -214,7 +149,7 @@ private:
     std::optional<Rows> run(const char* sql, uint32_t parameter) {
         if (!connect()) return std::nullopt;
         queryEnd = Clock::now() + kQueryTime;
-        const Statement statement = prepare(connection.get(), sql);
+        const Statement statement = prepareOnly(connection.get(), sql);
         if (!statement) return std::nullopt;
         if (sqlite3_bind_parameter_count(statement.get()) > 0 &&
             sqlite3_bind_int64(statement.get(), 1, parameter) != SQLITE_OK) {
@@ -226,8 +161,7 @@ private:
     /// Makes the connection read the file that stands at the path now.
     bool connect() {
         struct stat file {};
-        // Anything but a file is refused before SQLite opens it: a pipe would hold it for ever.
-        if (stat(paths().index, &file) != 0 || !S_ISREG(file.st_mode)) {
+        if (!isFileAmongFiles(paths().index, file)) {
             connection.reset();
             return false;
         }

@@ -3,6 +3,7 @@
 
 TREE=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 SELF=$(basename "$0")
+. "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
 
 say() { printf '%s\n' "$*"; }
 fail() {
@@ -23,6 +24,13 @@ heading() {
     if [ -t 1 ]; then printf '\n\033[1m== %s ==\033[0m\n' "$*"; else printf '\n== %s ==\n' "$*"; fi
 }
 
+# Every script's help is the comment at its head.
+case " $* " in *" --help "* | *" -h "*)
+    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
+    exit 0
+    ;;
+esac
+
 # treeState: the commit that is measured, and whether the tree differs from it.
 treeState() {
     local commit changes
@@ -34,19 +42,28 @@ treeState() {
     say "$commit${changes:+ with changes}"
 }
 
-# configure DIRECTORY [cmake option...]: Ninja and ccache where the machine has them.
+# configure build/PRESET [cmake option...]: as CMakePresets.json says; Ninja and ccache where the machine has them,
+# and no other generator than the directory was configured with before.
 configure() {
-    local directory=$1 generator="Unix Makefiles" launcher=()
-    shift
-    if command -v ninja >/dev/null; then generator=Ninja; fi
-    if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
-    mkdir -p "$directory"
-    # A directory configured with another generator keeps it.
-    if [ -f "$directory/CMakeCache.txt" ]; then
-        generator=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$directory/CMakeCache.txt")
-    fi
-    cmake -S "$TREE" -B "$directory" -G "$generator" "${launcher[@]}" -DTAVIRN_WERROR=ON "$@" >"$directory.configure.log" 2>&1 || {
-        cat "$directory.configure.log" >&2
+    if command -v ninja >/dev/null; then export CMAKE_GENERATOR=Ninja; fi
+    if command -v ccache >/dev/null; then export CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
+    mkdir -p "$1"
+    (cd "$TREE" && cmake --preset "$(basename "$1")" "${@:2}") >"$1.configure.log" 2>&1 || {
+        cat "$1.configure.log" >&2
         return 1
     }
 }
+
+# waitFor SECONDS COMMAND...: false when the command does not succeed in time.
+waitFor() {
+    local tries=$(($1 * 50))
+    shift
+    until "$@"; do
+        tries=$((tries - 1))
+        if [ $tries -le 0 ]; then return 1; fi
+        sleep 0.02
+    done
+}
+
+# hasEnded PID: also when nobody has asked for its exit code yet.
+hasEnded() { ! grep -qs '^State:[[:space:]]*[^Z[:space:]]' "/proc/$1/status"; }

@@ -3,7 +3,6 @@
 #include <condition_variable>
 #include <mutex>
 #include <sched.h>
-#include <utility>
 
 #include "platform/clock.h"
 
@@ -14,6 +13,10 @@ constexpr size_t kSleepsKept = 1000;
 enum class Mode { runs, held, frozen };
 
 struct SimulatedClock {
+    SimulatedClock() {
+        sleeps.reserve(kSleepsKept);
+    } // sleeping allocates nothing, so that nothing fails there
+
     std::mutex mutex;
     std::condition_variable moved;
     timeval now{1704196800, 0}; // 2024-01-02 12:00:00 UTC
@@ -48,6 +51,11 @@ timeval now() {
 }
 
 void sleepFor(timeval span) {
+    static const std::atomic<bool> always{true};
+    sleepWhile(always, span);
+}
+
+void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
     SimulatedClock& clock = theClock();
     {
         std::unique_lock lock(clock.mutex);
@@ -55,9 +63,14 @@ void sleepFor(timeval span) {
         clock.sleeps.push_back(span);
         const timeval wake = sum(clock.now, span);
         if (clock.mode == Mode::runs) clock.now = wake;
-        clock.moved.wait(lock, [&] { return clock.mode != Mode::held || !timercmp(&clock.now, &wake, <); });
+        clock.moved.wait(
+            lock, [&] { return !wanted || clock.mode != Mode::held || !timercmp(&clock.now, &wake, <); });
     }
     sched_yield();
+}
+
+void wakeSleepers() {
+    change([](SimulatedClock&) {});
 }
 
 } // namespace wallclock
@@ -90,7 +103,9 @@ timeval now() {
 
 std::vector<timeval> takeSleeps() {
     const std::lock_guard lock(theClock().mutex);
-    return std::exchange(theClock().sleeps, {});
+    const std::vector<timeval> sleeps = theClock().sleeps;
+    theClock().sleeps.clear();
+    return sleeps;
 }
 
 } // namespace test::simulated

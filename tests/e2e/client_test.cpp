@@ -1,0 +1,17 @@
+// A client of somebody else's: the example of the documents, built from what is installed.
+#include "tests/e2e/session.h"
+#include "tests/support/card.h"
+
+namespace test {
+namespace {
+
+TEST(Client, BuiltFromWhatIsInstalledPlaysTheRecording) {
+    const World world;
+    Card(world).stream(1).from("12:00:00").pictures(45).gop(15).closed();
+    const DaemonProcess daemon(world.root());
+    EXPECT_EQ(runTool({TAVIRN_CLIENT}, world.root()), "45 pictures\n");
+    EXPECT_EQ(Viewer().status(), "error") << "its session has ended";
+}
+
+} // namespace
+} // namespace test

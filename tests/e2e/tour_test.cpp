@@ -1,0 +1,148 @@
+// The main road: the tour that scripts/demo shows, run to its end, and the judge that it trusts.
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+
+#include "tests/e2e/session.h"
+#include "tools/tour/judge.h"
+
+namespace test {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(Tour, PlaysWhatWasRecordedInEveryWayThereIs) {
+    const World world;
+    Process tour({TAVIRN_TOUR, "--root", world.root(), "--size", "320x240", "--daemon",
+                  runnable(TAVIRN_ROOTED, world.root()), "--recorder", TAVIRN_RECORD},
+                 world.root());
+    EXPECT_EQ(tour.wait(240000), 0) << tour.errors() << tour.output();
+    for (const char* line :
+         {"stream 3, picture 1 (I)\n", "streams 1 to 2, 29", "4 I-pictures: 4, 7 (gap), 4, 9 (gap) s on\n",
+          "4 I-pictures: 6 (gap), 2, 2, 2 s back\n", "none left out, half speed\n", "left behind: nothing\n",
+          "missed by the viewer: 0;"})
+        EXPECT_THAT(tour.output(), HasSubstr(line));
+}
+
+TEST(Tour, LeavesNothingWhenItIsToldToEnd) {
+    const World world;
+    const std::string directory = world.root() + "/t"; // short: a socket lies below
+    std::filesystem::create_directory(directory);
+    Process tour({"/usr/bin/env", "-u", "TAVIRN_ROOT", "TMPDIR=" + directory,
+                  runnable(TAVIRN_TOUR, world.root()), "--size", "320x240", "--daemon",
+                  runnable(TAVIRN_ROOTED, world.root()), "--recorder", TAVIRN_RECORD},
+                 world.root());
+    pid_t daemon = 0;
+    const auto serves = [&] {
+        for (const auto& place : std::filesystem::directory_iterator(directory))
+            std::ifstream(place.path() / "var/run/tavirn.pid") >> daemon;
+        return daemon > 1;
+    };
+    ASSERT_TRUE(eventually(serves, 60000)) << tour.errors();
+    tour.signal(SIGTERM);
+    EXPECT_EQ(tour.wait(), 128 + SIGTERM) << tour.errors();
+    EXPECT_NE(kill(daemon, 0), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(directory));
+}
+
+/// Two streams of six pictures a second apart, an I-picture first and fourth; ten seconds between them.
+Recording twoStreams() {
+    Recording recording;
+    for (const uint32_t stream : {1u, 2u})
+        for (uint32_t n = 0; n < 6; ++n)
+            recording.push_back({stream, n + 1, n % 3 == 0, 1000 + (stream - 1) * 15000 + n * 1000,
+                                 "picture " + std::to_string(stream) + std::to_string(n)});
+    return recording;
+}
+
+std::optional<size_t> placeOf(int place) {
+    return place < 0 ? std::nullopt : std::optional(static_cast<size_t>(place));
+}
+
+TEST(Tour, TheJudgeFindsEveryFault) {
+    const Recording recording = twoStreams();
+    struct {
+        Check check;
+        int64_t expected;
+        int before;            ///< place of the picture before
+        std::vector<int> came; ///< places in the recording; -1: never recorded
+        std::string remark, fault;
+    } const rows[] = {
+        {staysThere, 0, 3, {}, "stays there", ""},
+        {staysThere, 0, 3, {4}, "stays there", "1 picture came out"},
+        {isAt, 4000, 0, {3}, "stream 1, picture 4 (I)", ""},
+        {isAt, 4000, 0, {4}, "stream 1, picture 5", "another one was expected"},
+        {isAt, 4000, 0, {3, 4}, "stream 1, 2 pictures", "2 pictures came out instead of one"},
+        {isAt, 4000, 0, {}, "", "0 pictures came out instead of one"},
+        {isAt, 4000, 0, {-1}, "1 picture", "picture 1 was never recorded"},
+        {isFirstOf, 2, 0, {6}, "stream 2, picture 1 (I)", ""},
+        {isFirstOf, 2, 0, {0}, "stream 1, picture 1 (I)", "the first of stream 2 was expected"},
+        {isNewestOf, 2, 0, {9}, "stream 2, picture 4 (I), 1.0 s old", ""},
+        {isNewestOf, 2, 0, {6}, "stream 2, picture 1 (I), 4.0 s old", "that is no live picture"},
+        {isNewestOf, 2, 0, {10}, "stream 2, picture 5", "an I-picture of stream 2 was expected"},
+        {isNext, 0, 5, {6}, "stream 2, picture 1 (I)", ""},
+        {isNext, 0, 5, {7}, "stream 2, picture 2", "the next one was expected"},
+        {isIPictureBefore, 0, 6, {3}, "stream 1, picture 4 (I)", ""},
+        {isIPictureBefore, 0, 6, {6}, "stream 2, picture 1 (I)", "the I-picture before was expected"},
+        {crossesABorder, 0, 3, {4, 5, 6}, "streams 1 to 2, 3 pictures, none left out", ""},
+        {crossesABorder,
+         0,
+         3,
+         {4, 6},
+         "streams 1 to 2, 2 pictures",
+         "picture 2 of 2 does not follow the one before"},
+        {crossesABorder, 0, 3, {4, 5}, "stream 1, 2 pictures, none left out", "no border was crossed"},
+        {crossesABorder, 0, 3, {4, -1, 6}, "3 pictures", "picture 2 was never recorded"},
+        {followsClosely, 0, 5, {6, 7, 8}, "stream 2, 3 pictures, none left out, 2.0 s old", ""},
+        {followsClosely,
+         0,
+         -1,
+         {0, 1},
+         "stream 1, 2 pictures",
+         "picture 1 of 2 does not follow the one before"},
+        {followsClosely,
+         0,
+         0,
+         {1, 2},
+         "stream 1, 2 pictures, none left out, 17.0 s old",
+         "that is no live picture"},
+        {playsAtHalfSpeed, 0, 0, {1, 2}, "stream 1, 2 pictures, none left out, half speed", ""},
+        {playsAtHalfSpeed,
+         0,
+         4,
+         {5, 6},
+         "streams 1 to 2, 2 pictures, none left out",
+         "the stamps are not those of half speed"},
+        {skips, 2000, 0, {3, 6, 9}, "3 I-pictures: 3, 12 (gap), 3 s on", ""},
+        {skips, -2000, 9, {6, 3, 0}, "3 I-pictures: 3, 12 (gap), 3 s back", ""},
+        {skips,
+         2000,
+         0,
+         {3, 9, 6},
+         "3 I-pictures: 3, 15 (gap), -3 s on",
+         "picture 2 is another one than expected"},
+        {skips, 2000, 0, {3, 6}, "streams 1 to 2, 2 pictures", "only 2 pictures came"},
+    };
+    for (const auto& row : rows) {
+        std::vector<ShownPicture> pictures;
+        for (const int place : row.came) {
+            const auto stamp = static_cast<uint32_t>(pictures.size()) * 180'000 - 100; // over the wrap
+            pictures.push_back({"", stamp, 20'000, placeOf(place)});
+        }
+        const Verdict verdict = row.check({recording, pictures, placeOf(row.before)}, row.expected);
+        EXPECT_EQ(verdict.remark, row.remark);
+        EXPECT_EQ(verdict.fault, row.fault) << row.remark;
+    }
+}
+
+TEST(Tour, OneByteMakesAnotherPicture) {
+    Recording recording = twoStreams();
+    recording[7].data = recording[4].data; // of two that are the same, the one that is due
+    EXPECT_EQ(findPlace(recording, recording[4].data, 6), 7u);
+    EXPECT_EQ(findPlace(recording, recording[4].data, std::nullopt), 4u);
+    EXPECT_EQ(findPlace(recording, recording[4].data + '\0', 3), std::nullopt);
+    EXPECT_EQ(findPlace(recording, "Picture 10", std::nullopt), std::nullopt);
+}
+
+} // namespace
+} // namespace test

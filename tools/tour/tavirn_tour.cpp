@@ -1,0 +1,64 @@
+// tavirn-tour: plays through the daemon in every way there is, holds each picture against the recording, and
+// prints what came of each request.
+#include <CLI/CLI.hpp>
+#include <filesystem>
+
+#include "tools/common/command_line.h"
+#include "tools/tour/tour.h"
+#include "tools/tour/transcript.h"
+
+namespace {
+
+constexpr char kNotes[] =
+    "Records 24 seconds of a test pattern as three streams with two alarms, asks the daemon for\n"
+    "everything it can do, and then follows a recorder that records meanwhile. The world is a\n"
+    "temporary directory, or the one that --root names, which stays.\n"
+    "Exit codes: 0 all is as it should be, 1 it is not, 2 wrong usage, 128 and a signal's number.";
+
+/// A program of the same build, or installed in the same place.
+std::string besideThis(const std::string& folder, const std::string& name) {
+    const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::filesystem::path built = here.parent_path() / folder / name;
+    return std::filesystem::exists(built) ? built : here / name;
+}
+
+int tour(const TourSettings& settings, bool keep) {
+    endOnSignals();
+    World world;
+    if (keep) world.keep();
+    recordStreams(settings);
+    Tour tour(settings, world);
+    tour.playRecorded();
+    tour.playLive();
+    tour.endDaemon();
+    tour.conclude();
+    const std::vector<std::string> wrong = tour.wrong();
+    if (wrong.empty()) return kDone;
+    printHeading("NOT as it should be");
+    for (const std::string& sentence : wrong) std::printf("- %s\n", sentence.c_str());
+    return kFailed;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    TourSettings settings{.daemon = besideThis("daemon", "tavirn-rooted"),
+                          .recorder = besideThis("tools", "tavirn-record"),
+                          .size = "1280x720",
+                          .output = ""};
+    bool keep = false;
+    CLI::App app("Tours the play modes through a daemon of its own, and judges what comes out.",
+                 "tavirn-tour");
+    app.footer(kNotes);
+    app.add_option("--daemon", settings.daemon, "The tavirn-rooted to start")->check(CLI::ExistingFile);
+    app.add_option("--recorder", settings.recorder, "The tavirn-record to start")->check(CLI::ExistingFile);
+    app.add_option("--size", settings.size, "Picture size (1280x720)")->type_name("WIDTHxHEIGHT");
+    app.add_option(
+           "--output", settings.output,
+           "Directory for what came out: session-1.h264, session-2.h264, the longest play without a "
+           "jump as playback.h264, and captions: session, picture from 0 on and text of those worth a "
+           "look")
+        ->type_name("DIR");
+    app.add_flag("--keep", keep, "Keep the temporary directory, with the recording");
+    return runTool(app, argc, argv, [&] { return tour(settings, keep); });
+}
