@@ -1,6 +1,7 @@
 // Packets as a receiver sees them: the picture comes out of them again, in real time, and the replay
 // extension says what stands in the recording.
 #include <gmock/gmock.h>
+#include <gst/gst.h>
 #include <numeric>
 
 #include "rtsp/rtp_stream.h"
@@ -41,6 +42,8 @@ std::string received(const std::vector<Packet>& packets) {
 
 class Rtp : public testing::Test {
 protected:
+    static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
+
     std::vector<Packet> send(const std::string& bytes, std::optional<uint32_t> stamp, int64_t ms,
                              Pace pace = Pace::recorded, const Standing& standing = {}) {
         std::vector<Packet> packets;
