@@ -11,7 +11,7 @@ namespace {
 PB_STREAM_TIME aTime(Input& input) {
     const uint32_t far = input.byte();
     static const PB_STREAM_TIME start = test::at("12:00:00");
-    return far == 255 ? PB_STREAM_TIME(input.word(), input.word() % 1000)
+    return far == 255 ? PB_STREAM_TIME(input.take<uint32_t>(), input.take<uint16_t>() % 1000)
                       : PB_STREAM_TIME(start.seconds() + far / 4, far % 4 * 250);
 }
 
@@ -31,34 +31,33 @@ void operate(CPbStreamVideo& video, uint8_t what, Recording& recording, Input& i
     STREAM_HEADER stH{};
     PICTURE_HEADER picH{};
     PB_STREAM_TIME time;
+    video.setplaylastframemode(what >> 7);
     switch (what % 16) {
     case 0:
-    case 1:
         video.getId(input.number(), &db, &stH, &picH, 0);
         break;
-    case 2:
-    case 3:
+    case 1:
         video.move(input.byte() % 4, input.number(), &picH, input.byte() % 4);
         break;
-    case 4:
+    case 2:
         video.getTime(aTime(input), &db, &stH, &picH, 0, what >> 7, 0);
         break;
-    case 5:
+    case 3:
+    case 4:
         if (what & 64) time = aTime(input);
-        video.over(what >> 7, &db, &stH, &picH, &time, input.byte() & 1);
+        video.over(what >> 7, &db, &stH, &picH, &time, what % 16 - 3);
         break;
-    case 6:
+    case 5:
         time = aTime(input);
         video.getSkip(&time, &db, &stH, &picH, input.byte() % 4, what >> 7, 0, input.number());
         break;
+    case 6:
+        video.getDb(&db), video.getStH(&stH), video.getFrameRate(), video.clearEventID();
+        break;
     case 7:
-        show(video, recording);
-        break;
     case 8:
-        video.getDb(&db), video.getStH(&stH), video.getFrameRate(), video.getTimePts();
-        break;
     case 9:
-        video.setplaylastframemode(what >> 7), video.clearEventID();
+        show(video, recording);
         break;
     default:
         recording.damage(input);

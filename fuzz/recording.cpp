@@ -1,13 +1,12 @@
 #include "fuzz/recording.h"
 
+#include <array>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <sqlite3.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 #include "platform/api_db.h"
 #include "platform/paths.h"
@@ -18,19 +17,25 @@ namespace {
 constexpr uint32_t kChunkBytes = 1u << 16;
 constexpr uint8_t kRefused = 0xFF, kNoRow = 0xFE, kChanged = 0x80; ///< answers of the index
 
-std::vector<DB_STREAM> streams;
-PB_STREAM_TIME alarmStart;
+const uint32_t kStart = test::at("12:00:00").seconds();
+std::array<DB_STREAM, 3> streams; ///< five seconds each, as the index has them
 Input* answers = nullptr;
 
 template <class Record> void setWord(Record& record, uint32_t word, uint32_t value) {
     std::memcpy(reinterpret_cast<char*>(&record) + word % (sizeof record / 4) * 4, &value, sizeof value);
 }
 
-int addRow(void*, int words, char** cells, char**) {
-    DB_STREAM& row = streams.emplace_back();
-    for (int n = 0; n < words; ++n)
-        setWord(row, static_cast<uint32_t>(n), static_cast<uint32_t>(std::atol(cells[n])));
-    return 0;
+DB_STREAM rowOf(const STREAM_HEADER& header, uint32_t place) {
+    DB_STREAM row{};
+    row.streamID = header.id;
+    row.recSize = header.pictures;
+    row.chunkID = 1;
+    row.chunkOffset = place;
+    row.chunkSize = row.recSize == 0 ? 0 : (row.recSize + 1) * kHeaderBytes;
+    row.status = row.recSize == 0 ? DB_STATUS_RECORDING : 0;
+    row.startDate = kStart + (row.streamID - 1) * 5;
+    row.endDate = row.startDate + 5;
+    return row;
 }
 
 } // namespace
@@ -39,22 +44,18 @@ Recording::Recording() {
     test::Card card(m_world, kChunkBytes);
     card.stream(1).from("12:00:00").pictures(90).gop(10).closed();
     card.stream(2).from("12:00:05").fps(5).pictures(30).gop(5).closed();
-    card.stream(3).from("12:00:30").pictures(60).gop(15).recording();
-    sqlite3* index = nullptr;
-    sqlite3_open(paths().index, &index);
-    sqlite3_exec(
-        index,
-        "SELECT streamID, inTrg | frameSet << 16, bitrateSet, recSize, chunkID, chunkOffset, chunkSize, "
-        "status, startDate, endDate, startMSec | endMSec << 16, backOffset FROM STREAM",
-        addRow, nullptr, nullptr);
-    sqlite3_close(index);
-    alarmStart = test::at("12:00:01");
+    card.stream(3).from("12:00:10").pictures(60).gop(15).recording();
     status.m_status = static_cast<REC_STATUS*>(status.creat(m_world.statusKey()));
     m_path = std::filesystem::directory_iterator(paths().card)->path();
     m_sound = test::readFile(m_path);
     m_file = open(m_path.c_str(), O_RDWR | O_CLOEXEC);
     m_chunk = static_cast<char*>(mmap(nullptr, m_sound.size(), PROT_WRITE, MAP_SHARED, m_file, 0));
-    require(streams.size() == 3 && status.m_status != nullptr && m_chunk != MAP_FAILED);
+    require(status.m_status != nullptr && m_chunk != MAP_FAILED);
+    for (uint32_t place = 0; place < kChunkBytes; place += kHeaderBytes) {
+        STREAM_HEADER header;
+        std::memcpy(&header, m_chunk + place, sizeof header);
+        if (header.marker == kStreamMarker) streams.at(header.id - 1) = rowOf(header, place);
+    }
 }
 
 void Recording::restore(Input& input) {
@@ -80,7 +81,7 @@ void Recording::damage(Input& input) {
         m_cut = ftruncate(m_file, input.byte() * kHeaderBytes) == 0;
     } else if (kind == 4) {
         const std::string bytes = input.text(1 + input.byte() % 32);
-        bytes.copy(m_chunk + input.word() % (m_sound.size() - bytes.size()), bytes.size());
+        bytes.copy(m_chunk + input.take<uint32_t>() % (m_sound.size() - bytes.size()), bytes.size());
     } else {
         PICTURE_HEADER header; // or a stream's, which has its checksum in the same place
         const uint32_t area = streams[input.byte() % 3].chunkOffset, record = input.byte() % 91;
@@ -110,7 +111,7 @@ int ask() {
     const uint8_t answer = answers->byte();
     found = answer < kNoRow;
     stream = streams[answer % streams.size()];
-    event = {1, alarmStart.seconds(), 0, alarmStart.seconds() + 1, 0, 512};
+    event = {1, kStart + 1, 0, kStart + 2, 0, 512};
     if (found == 0 || (answer & kChanged) == 0) return answer == kRefused ? -1 : 0;
     setWord(stream, answers->byte(), answers->number());
     setWord(event, answers->byte(), answers->number());
