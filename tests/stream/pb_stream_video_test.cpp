@@ -75,6 +75,10 @@ TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
         chunkLibrary = {};
         log.clear();
     }
+    chunkLibrary.noMemory = true;
+    EXPECT_EQ(video.open(1), kNowhere);
+    EXPECT_EQ(said(log), "malloc error\n");
+    chunkLibrary.noMemory = false;
     video.open(1);
     chunkLibrary.readLimit = 8; // marker and id, but no flags
     EXPECT_EQ(video.move(PBST_FORWARD, 0, kSearchForward), -1);
