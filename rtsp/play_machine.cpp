@@ -38,7 +38,7 @@ void PlayMachine::play(const PlayOrder& order, int64_t nowUs) {
     const bool same = playing() && here && order.scale == m_order.scale && !order.until &&
                       order.iPicturesOnly == m_order.iPicturesOnly && order.intervalMs == m_order.intervalMs;
     if (same) {
-        answer(false, m_sentTime);
+        answer(false, m_sieve.sentTime());
         return;
     }
     m_replyDue = true;
@@ -88,10 +88,10 @@ void PlayMachine::takeUp(int64_t nowUs) {
 
 void PlayMachine::begin(const PlayOrder& order, int64_t nowUs) {
     const bool here = order.start == PlayOrder::Start::here;
-    if (here) sendHeld(false, false);
-    m_held.reset();
+    if (here) m_sieve.sendHeld(false, false);
     m_order = order;
-    m_ended = m_lost = false;
+    m_sieve.begin(order);
+    m_ended = false;
     if (here) {
         m_reached = m_state == State::paused;
         start(nowUs);
@@ -157,8 +157,8 @@ void PlayMachine::pictureCame(const Picture& picture, bool follows, int64_t nowU
     m_pauses = 0;
     const bool wasSeen = isSame(m_last, picture);
     // Fast play from here is known by leaving pictures out, or turning back.
-    if (m_state == State::starting && !m_reached && m_order.start == PlayOrder::Start::here && isFast() &&
-        m_last)
+    if (m_state == State::starting && !m_reached && m_order.start == PlayOrder::Start::here &&
+        m_order.isFast() && m_last)
         follows = follows || leaps(*m_last, picture);
     m_last = picture;
     switch (m_state) {
@@ -191,13 +191,13 @@ bool PlayMachine::leaps(const Picture& from, const Picture& to) const {
 bool PlayMachine::isFirst(const Picture& picture, bool follows) {
     if (m_reached) return true;
     // A play goes on from the picture before, whichever request that one answered; a fast one does not.
-    if (m_order.start == PlayOrder::Start::here) return follows || !isFast();
+    if (m_order.start == PlayOrder::Start::here) return follows || !m_order.isFast();
     if (isSame(m_order.target, picture)) return true;
     if (!follows) return false;
     // The daemon begins with an I-picture of the same second, which may be an earlier one.
     if (m_order.target && picture.time && m_order.scale > 0 && *picture.time < m_order.from) return false;
-    m_discontinuity = true;
-    m_lost = !picture.iPicture;
+    m_sieve.jump();
+    if (!picture.iPicture) m_sieve.lose();
     return true;
 }
 
@@ -228,7 +228,7 @@ void PlayMachine::pauseCame(bool follows, int64_t nowUs) {
         if (m_next) {
             takeUp(nowUs);
         } else {
-            sendHeld(false, false);
+            m_sieve.sendHeld(false, false);
             if (std::exchange(m_replyDue, false)) m_out.reply({});
         }
         break;
@@ -237,10 +237,10 @@ void PlayMachine::pauseCame(bool follows, int64_t nowUs) {
         start(nowUs);
         break;
     case State::starting: // fast play has turns that do not move on
-        if (!isFast()) giveUpWaiting(nowUs);
+        if (!m_order.isFast()) giveUpWaiting(nowUs);
         break;
     case State::playing:
-        if (++m_pauses < (isFast() ? kFastPauses : 1) || m_asked) break;
+        if (++m_pauses < (m_order.isFast() ? kFastPauses : 1) || m_asked) break;
         m_asked = true;
         control(RTSP_REQ_STATUS, nowUs);
         break;
@@ -259,65 +259,16 @@ void PlayMachine::giveUpWaiting(int64_t nowUs) {
 }
 
 void PlayMachine::first(const Picture& picture, int64_t nowUs) {
-    m_sentTime.reset();
-    m_discontinuity = true;
+    m_sieve.jump();
     if (m_replyDue) answer(true, picture.time);
     emit(picture, nowUs);
 }
 
 // ---- pictures ----
 
-bool PlayMachine::isBeyond(std::optional<int64_t> time) const {
-    if (!time || !m_order.until) return false;
-    return m_order.scale > 0 ? *time > *m_order.until : *time < *m_order.until;
-}
-
-/// Whether it is among those that the client wants.
-bool PlayMachine::passes(const Picture& picture) const {
-    if (!m_order.iPicturesOnly) return true;
-    if (!picture.iPicture) return false;
-    return !m_sentTime || !picture.time || std::abs(*picture.time - *m_sentTime) >= m_order.intervalMs;
-}
-
 void PlayMachine::emit(const Picture& picture, int64_t nowUs) {
     m_lastPicture = nowUs;
-    if (isBeyond(picture.time)) {
-        stop(nowUs);
-        return;
-    }
-    if (picture.gapBefore) m_discontinuity = true;
-    if (m_lost && !picture.iPicture) return;
-    if (m_lost) m_discontinuity = true;
-    m_lost = false;
-    if (passes(picture)) {
-        sendHeld(false, picture.gapBefore);
-        send(picture, {.discontinuity = std::exchange(m_discontinuity, false), .cseq = m_order.cseq});
-    }
-    // In normal play the next picture is known: no need to wait for it.
-    if (!isFast() && isBeyond(picture.next)) stop(nowUs);
-}
-
-void PlayMachine::send(const Picture& picture, Standing standing) {
-    m_sentTime = picture.time;
-    if (m_order.holdBack) {
-        m_held = picture;
-        m_heldStanding = standing;
-        return;
-    }
-    if (!isFast()) {
-        const bool atEnd = picture.time && !picture.next && !m_out.recordingGoesOn();
-        standing.endOfSection = picture.gapAfter || atEnd;
-        standing.terminal = atEnd || isBeyond(picture.next);
-    }
-    m_out.picture(picture, standing);
-}
-
-void PlayMachine::sendHeld(bool last, bool gap) {
-    if (!m_held) return;
-    m_heldStanding.terminal = last;
-    m_heldStanding.endOfSection = gap || (last && !m_order.until);
-    const Picture held = *std::exchange(m_held, std::nullopt);
-    m_out.picture(held, m_heldStanding);
+    if (!m_sieve.take(picture)) stop(nowUs);
 }
 
 // ---- the end ----
@@ -325,7 +276,7 @@ void PlayMachine::sendHeld(bool last, bool gap) {
 /// The end of a closed range.
 void PlayMachine::stop(int64_t nowUs) {
     m_ended = true;
-    sendHeld(true, false);
+    m_sieve.sendHeld(true, false);
     m_out.goodBye();
     if (m_state != State::settling) settle(nowUs);
 }
@@ -337,7 +288,7 @@ void PlayMachine::reachedEnd(int64_t nowUs) {
         enter(State::edge, nowUs);
         return;
     }
-    sendHeld(true, true);
+    m_sieve.sendHeld(true, true);
     m_out.goodBye();
     enter(State::paused, nowUs);
 }
@@ -356,7 +307,7 @@ void PlayMachine::tick(int64_t nowUs) {
         break;
     case State::edge:
         if (nowUs - m_lastPicture > kEdgeEnd) {
-            sendHeld(true, true);
+            m_sieve.sendHeld(true, true);
             m_out.goodBye();
             enter(State::paused, nowUs);
         } else if (waited > kEdgeStep && m_pending == 0) {

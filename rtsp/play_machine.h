@@ -20,57 +20,11 @@
 #include <optional>
 #include <string>
 
-#include "rtsp/picture.h"
-
-inline constexpr int kNormalScale = 10; ///< scales are in tenths, as the daemon cuts them
-inline constexpr int kSlowScale = 5;    ///< the one slow scale, in either direction
-inline constexpr int64_t kSkipMs = 333; ///< between two pictures of fast and reverse play
-
-/// A PLAY request, its times on the recording's clock and cut to the recording.
-struct PlayOrder {
-    enum class Start {
-        here,
-        at,     ///< `from`
-        newest, ///< the live edge
-    };
-    Start start = Start::here;
-    int64_t from = 0;                ///< when the picture asked for was recorded; for `newest` too
-    std::string clock{};             ///< the same as the daemon writes it: local, in whole seconds
-    std::optional<Picture> target{}; ///< that picture, when it can be read: it is sent at once
-    std::optional<int64_t> until{};  ///< the last picture is the last one at or before it (reverse: after it)
-    int scale = kNormalScale;        ///< not 0
-    bool iPicturesOnly = false;
-    int64_t intervalMs = 0; ///< at least so much of the recording between two pictures
-    bool holdBack = false;  ///< fast and reverse: send each picture when the next is known, to tell the last
-    uint8_t cseq = 0;
-};
-
-/// What a reply to PLAY says.
-struct PlayReply {
-    int status = 200;
-    std::optional<int64_t> from{}; ///< the time of the first picture
-    std::optional<int64_t> until{};
-    int scale = kNormalScale;
-    bool firstFollows = false; ///< the next picture sent is the first one of this PLAY
-};
-
-/// Where the machine's outcome goes. Called from inside its doors.
-class PlayOutput {
-public:
-    virtual ~PlayOutput() = default;
-    /// A request to the daemon; `controlDone` is to be called once for each.
-    virtual void control(int32_t type, const std::string& name, const std::string& value) = 0;
-    virtual void reply(const PlayReply& reply) = 0;
-    virtual void picture(const Picture& picture, const Standing& standing) = 0;
-    /// The end: nothing follows until the next PLAY.
-    virtual void goodBye() = 0;
-    /// Whether the newest stream is still being recorded.
-    virtual bool recordingGoesOn() = 0;
-};
+#include "rtsp/picture_sieve.h"
 
 class PlayMachine {
 public:
-    explicit PlayMachine(PlayOutput& output) : m_out(output) {}
+    explicit PlayMachine(PlayOutput& output) : m_out(output), m_sieve(output) {}
 
     /// A block, `picture` none for one that says PAUSE.
     void block(uint32_t sequence, const Picture* picture, int64_t nowUs);
@@ -82,7 +36,7 @@ public:
     /// To be called some ten times a second.
     void tick(int64_t nowUs);
     /// Pictures could not be sent: the next one that is, is an I-picture.
-    void picturesLost() { m_lost = true; }
+    void picturesLost() { m_sieve.lose(); }
 
     /// Another PLAY or PAUSE would have to wait.
     bool busy() const { return m_replyDue; }
@@ -109,14 +63,9 @@ private:
     bool isFirst(const Picture& picture, bool follows);
     void first(const Picture& picture, int64_t nowUs);
     void emit(const Picture& picture, int64_t nowUs);
-    bool passes(const Picture& picture) const;
-    void send(const Picture& picture, Standing standing);
-    void sendHeld(bool last, bool gap);
     void reachedEnd(int64_t nowUs);
     void stop(int64_t nowUs);
     bool isUnderWay() const { return m_state == State::jumping || m_state == State::starting; }
-    bool isFast() const { return m_order.scale > kNormalScale || m_order.scale < 0; }
-    bool isBeyond(std::optional<int64_t> time) const;
     static bool isSame(const std::optional<Picture>& one, const Picture& other);
 
     PlayOutput& m_out;
@@ -133,14 +82,10 @@ private:
     int64_t m_lastControl = 0;
 
     // Pictures.
-    std::optional<Picture> m_shown;    ///< while paused, and not yet sent
-    std::optional<Picture> m_last;     ///< seen last
-    bool m_reached = true;             ///< the order's picture has come, or something behind it
-    std::optional<int64_t> m_sentTime; ///< of the picture sent last
-    std::optional<Picture> m_held;
-    Standing m_heldStanding;
-    bool m_discontinuity = true;
-    bool m_lost = false;       ///< pictures before the next I-picture can't be decoded
+    std::optional<Picture> m_shown; ///< while paused, and not yet sent
+    std::optional<Picture> m_last;  ///< seen last
+    bool m_reached = true;          ///< the order's picture has come, or something behind it
+    PictureSieve m_sieve;
     bool m_ended = false;      ///< the end of the range has been passed
     int64_t m_lastPicture = 0; ///< when it came
     int m_pauses = 0;          ///< PAUSE blocks in a row while playing

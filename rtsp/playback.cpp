@@ -156,7 +156,7 @@ void Playback::goodBye() {
 }
 
 bool Playback::recordingGoesOn() {
-    return m_recording.goesOn();
+    return RecordingTime::goesOn();
 }
 
 // ---- the client's requests ----
@@ -188,6 +188,9 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
     order.holdBack = m_replay && (request.iPicturesOnly || request.scale > kNormalScale || !forward);
     const auto span = m_recording.span();
     if (!span) return order;
+    // The reply is to tell what follows: no end lies beyond the recording, unless that goes on.
+    if (order.until && !(forward && recordingGoesOn()))
+        order.until = std::clamp(*order.until, span->oldest, span->newest);
     std::optional<int64_t> from = request.from;
     // The beginning, unless the client says something else or has been playing.
     if (!request.hasRange && !m_played) from = forward ? span->oldest : span->newest;

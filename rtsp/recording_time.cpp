@@ -125,8 +125,8 @@ double RecordingTime::frameRate() const {
     return seconds == 0 || isLive(row) ? 0 : static_cast<double>(row.recSize) / seconds;
 }
 
-bool RecordingTime::goesOn() const {
-    return !m_rows.empty() && isLive(m_rows.back()) && recorderState().streamId == m_rows.back().streamID;
+bool RecordingTime::goesOn() {
+    return recorderState().streamId != 0;
 }
 
 // ---- where a time lies ----
@@ -187,8 +187,10 @@ bool RecordingTime::step(bool forward) {
     if (forward ? from.picture + 1 < m_stream.pictures() : from.picture > 0)
         return m_stream.goTo(forward ? from.picture + 1 : from.picture - 1) == 0;
     if (forward) { // what was the end may have moved on
-        if (isLive(m_rows[m_row]) && grow() && from.picture + 1 < m_stream.pictures())
-            return m_stream.goTo(from.picture + 1) == 0;
+        // While the recorder stays on this stream there is no other: asking the index for each picture would
+        // make this thread wait for the recorder's writes.
+        if (isLive(m_rows[m_row]) && grow())
+            return from.picture + 1 < m_stream.pictures() && m_stream.goTo(from.picture + 1) == 0;
         if (!loadRows() || !stand(from)) return false;
         if (from.picture + 1 < m_stream.pictures()) return m_stream.goTo(from.picture + 1) == 0;
     }

@@ -24,8 +24,8 @@ public:
     std::optional<Span> span();
     /// Pictures per second of the newest stream; 0 when nothing tells.
     double frameRate() const;
-    /// Whether the newest stream is being recorded.
-    bool goesOn() const;
+    /// Whether the recorder is writing.
+    static bool goesOn();
 
     struct Found {
         int64_t time;

@@ -35,9 +35,9 @@ int CZUVOChunkBase::closeChunkFile() {
 unsigned long CZUVOChunkBase::getChunkSize() {
     return m_chunkSize;
 }
-int CZUVOChunkBase::seekEvent(long position, int) {
+int CZUVOChunkBase::seekEvent(long position, int origin) {
     m_position = static_cast<unsigned long>(position);
-    return chunkLibrary.seekFails || m_file == -1 || m_position >= m_chunkSize ? -1 : 0;
+    return chunkLibrary.seekFails || m_file == -1 || origin != 0 || m_position >= m_chunkSize ? -1 : 0;
 }
 long CZUVOChunkBase::read(void* buffer, long length) {
     ++chunkLibrary.reads;

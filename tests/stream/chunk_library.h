@@ -1,5 +1,6 @@
 // The chunk library as its users may rely on it and no kinder: it takes no area without a size, and closes
-// only what it is told to. Keeps what it was asked, and breaks down when told to.
+// only what it is told to. Keeps what it was asked, and breaks down when told to. The program is linked with
+// it in place of platform/host's.
 #pragma once
 
 #include <functional>
