@@ -39,14 +39,25 @@ TEST(ControlChannelClient, TakesAnswersAndFieldsAtTheirSizesAndWaitsForNobodyFor
 
     const World world;
     const int silent = s_create_serv_socket(paths().controlSocket); // listens, but nobody accepts
+    errno = 0;
     EXPECT_FALSE(exchange(paths().controlSocket, request.record, 50));
     EXPECT_TRUE(errno == ETIMEDOUT || errno == EAGAIN) << errno;
     close(silent);
 }
 
+/// Daylight saving time in July, not in January.
+struct CentralEurope {
+    CentralEurope() { setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1); }
+    ~CentralEurope() {
+        before ? setenv("TZ", before->c_str(), 1) : unsetenv("TZ");
+        tzset();
+    }
+    const std::optional<std::string> before =
+        std::getenv("TZ") ? std::optional(std::getenv("TZ")) : std::nullopt;
+};
+
 TEST(PlayValues, AreWhatTheDaemonReads) {
-    const std::string before = std::getenv("TZ") ? std::getenv("TZ") : "";
-    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1); // daylight saving time in July, not in January
+    const CentralEurope zone;
     for (const auto& [typed, value] : {std::pair{"2024-01-02 03:04:05", "clock=20240102T030405Z"},
                                        {"clock=2024-07-02 03:04:05.25", "clock=20240702T020405Z"},
                                        {"2024-07-01 00:30:00", "clock=20240630T233000Z"},
@@ -55,8 +66,6 @@ TEST(PlayValues, AreWhatTheDaemonReads) {
                                        {"prev-alarm", "prev-alarm"}})
         EXPECT_EQ(jumpValue(typed), value);
     EXPECT_EQ(clockText(parseClock("2024-07-02 03:04:05.25").value_or(0)), "2024-07-02 03:04:05.250");
-    before.empty() ? unsetenv("TZ") : setenv("TZ", before.c_str(), 1);
-    tzset();
     EXPECT_EQ(rangeValue("prev-alarm"), std::nullopt);
     for (const char* wrong :
          {"", "Oldest", "npt=0-", "2024-01-02", "2024-02-31 03:04:05", "2024-01-02 03:04:05.1234",
@@ -66,6 +75,7 @@ TEST(PlayValues, AreWhatTheDaemonReads) {
 }
 
 TEST(IndexListing, TellsFinishedFromLiveAndDrawsThemInTime) {
+    const CentralEurope zone;
     const World world;
     Card card(world);
     card.stream(1).from("12:00:00").pictures(301).fps(10).closed();
@@ -83,11 +93,12 @@ TEST(IndexListing, TellsFinishedFromLiveAndDrawsThemInTime) {
               "alarms      !-                             !--------\n"
               "now                                                ^\n");
     listing.streams.pop_back();
-    EXPECT_EQ(asTimeline(listing, atMs("2024-01-12 12:00:30"), 1), // 40 at least
-              "2024-01-02  |12:00:00    |12:00:15\n"
+    listing.streams[0].endDate += 20 * 3600;
+    EXPECT_EQ(asTimeline(listing, atMs("2024-01-15 12:00:30"), 1), // 40 at least
+              "2024-01-02  |12:00  |18:00  |00:00\n"
               "streams     1===========================\n"
-              "alarms      !---\n"
-              "now         10 days later\n");
+              "alarms      !---------------------------\n"
+              "now         12 days later\n");
 }
 
 /// Plays blocks into the statistics, written as they would come.

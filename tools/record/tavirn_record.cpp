@@ -83,8 +83,8 @@ void runToEnd(Recorder& recorder) {
 }
 
 int record(const RecordOptions& options) {
-    RecorderSettings settings = recorderSettings(options);
     const TestPattern pattern = testPattern(options);
+    RecorderSettings settings = recorderSettings(options);
     const bool file = !options.testPattern && options.file != kStandardInput;
     if (file && access(options.file.c_str(), R_OK) == -1)
         throw Failure(kFailed,
