@@ -21,7 +21,7 @@ constexpr uint64_t kMaxChunkBytes = UINT32_MAX;
 
 int openFile(unsigned chunkId) {
     char path[PATH_MAX];
-    const int length = std::snprintf(path, sizeof path, "%s/chunk%05u", paths().card, chunkId);
+    const int length = std::snprintf(path, sizeof path, kChunkFile, paths().card, chunkId);
     if (length < 0 || static_cast<size_t>(length) >= sizeof path) return -1;
     int file;
     // Non-blocking, so that a pipe in a chunk's place can't hold the opener; files don't care.

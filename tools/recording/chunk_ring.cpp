@@ -2,14 +2,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
 
+#include "platform/paths.h"
 #include "stream/records.h"
+#include "tools/common/formatted.h"
 #include "tools/recording/recording_writer.h"
 
 namespace {
@@ -21,17 +23,20 @@ constexpr uint32_t kLastChunk = 0xFFFF; // a locator carries 16 bits
     throw RecordingError("cannot " + what + " " + path + ": " + std::strerror(error) + "; " + help);
 }
 
+std::string chunkFile(const std::string& directory, uint32_t number) {
+    return formatted(kChunkFile, directory.c_str(), number);
+}
+
 uint32_t highestChunk(const std::string& directory) {
     uint32_t highest = 0;
     std::error_code error;
     std::filesystem::directory_iterator entry(directory, error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        unsigned number = 0;
-        int used = 0;
-        const std::string name = entry->path().filename().string();
-        const bool isChunk = std::sscanf(name.c_str(), "chunk%5u%n", &number, &used) == 1 &&
-                             static_cast<size_t>(used) == name.size();
-        if (isChunk) highest = std::max<uint32_t>(highest, number);
+        const std::string name = entry->path().filename();
+        const size_t digits = std::min(name.find_first_of("0123456789"), name.size());
+        const auto number = static_cast<uint32_t>(std::strtoul(&name[digits], nullptr, 10));
+        if (number <= kLastChunk && entry->path() == chunkFile(entry->path().parent_path(), number))
+            highest = std::max(highest, number);
     }
     if (error)
         throw RecordingError("cannot read the card directory " + directory + ": " + error.message() +
@@ -73,9 +78,7 @@ void ChunkRing::next() {
 }
 
 std::string ChunkRing::pathOf(uint32_t number) const {
-    char name[24];
-    std::snprintf(name, sizeof name, "/chunk%05u", static_cast<unsigned>(number));
-    return m_directory + name;
+    return chunkFile(m_directory, number);
 }
 
 uint32_t ChunkRing::take(uint32_t bytes) {

@@ -1,13 +1,14 @@
 #include "tools/recording/recording_reader.h"
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sqlite3.h>
 
+#include "platform/paths.h"
+#include "tools/common/formatted.h"
 #include "tools/recording/recording_error.h"
 
 namespace {
@@ -79,9 +80,8 @@ std::vector<StreamRow> readStreams(const std::string& indexFile) {
 std::vector<RecordedPicture> readRecording(const std::string& indexFile, const std::string& cardDirectory) {
     std::vector<RecordedPicture> pictures;
     for (const StreamRow& row : readStreams(indexFile)) {
-        char name[24];
-        std::snprintf(name, sizeof name, "/chunk%05u", row.chunk);
-        if (!row.isRecording) appendStream(row, cardDirectory + name, pictures);
+        if (!row.isRecording)
+            appendStream(row, formatted(kChunkFile, cardDirectory.c_str(), row.chunk), pictures);
     }
     return pictures;
 }
