@@ -40,8 +40,8 @@ public:
 
     /// Starts the playback thread; returns once it holds its life mutex, or could not be created.
     void startThread();
-    /// Stops the thread after its current pass, waits for its clean-up and destroys the engine. Main thread
-    /// only.
+    /// Wakes the thread from its pause, waits for the pass in hand and the clean-up, and destroys the engine.
+    /// Main thread only.
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId);
