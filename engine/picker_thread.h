@@ -85,7 +85,7 @@ private:
     std::atomic<bool> m_watched{false}; ///< set once passes are made
     static_assert(std::atomic<bool>::is_always_lock_free);
 
-    // Playback thread only.
+    // Playback thread only, once it runs.
     KW_SHM m_shm{};
     timeval m_wakeTime{};  ///< after the last pause
     timeval m_writeTime{}; ///< after the last write
