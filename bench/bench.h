@@ -14,11 +14,10 @@
 
 namespace bench {
 
-/// A stream object whose inner state is open, with the records its operations fill.
+/// A stream object with the records its operations fill.
 class Stream : public CPbStreamVideo {
 public:
     using CPbStreamVideo::CPbStreamVideo;
-    PB_VIDEO& m_video = m_stream.m_video;
 
     bool open(uint32_t id) { return !getId(id, &db, &stH, &picH, 0).isNone(); }
     bool toTime(PB_STREAM_TIME time, unsigned char dir) {

@@ -46,6 +46,7 @@ void RequestLoop::watchUntilClientComes() {
     while (m_picker && !m_picker->isWatched()) {
         if (m_picker->lapses()) return tearDown({}); // as the thread's own notice would
         if (poll(&client, 1, kWatchMs) > 0) return;  // also on a stop
+        logCaughtSignals();
     }
 }
 

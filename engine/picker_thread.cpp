@@ -74,7 +74,7 @@ void* CpickerThread::runPickerThread(void* self) {
 
 void CpickerThread::end() {
     m_loopFlag = false;
-    wallclock::wakeSleepers();
+    wallclock::wakeSleeper();
     m_threadMutex.drain();
     delete this;
     m_Instance = nullptr;

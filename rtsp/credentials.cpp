@@ -21,7 +21,7 @@ bool isEqual(std::string_view a, std::string_view b) {
 /// The parameters of a Digest header.
 std::map<std::string, std::string> digestParameters(std::string_view authorization) {
     std::map<std::string, std::string> parameters;
-    GstRTSPMessage message;
+    GstRTSPMessage message{};
     gst_rtsp_message_init_request(&message, GST_RTSP_OPTIONS, "*");
     gst_rtsp_message_add_header(&message, GST_RTSP_HDR_AUTHORIZATION, std::string(authorization).c_str());
     GstRTSPAuthCredential** all =

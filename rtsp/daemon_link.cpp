@@ -1,6 +1,7 @@
 #include "rtsp/daemon_link.h"
 
 #include <atomic>
+#include <random>
 #include <utility>
 
 #include "platform/paths.h"
@@ -9,20 +10,18 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr char kSession[] = "1";
 constexpr char kSkipTime[] = "333";
 /// A new recording is asked for again until it has a whole GOP.
 constexpr int kOpenTries = 5;
 constexpr int kOpenPauseMs = 1000;
+/// And a daemon that has just been started soon listens.
+constexpr int kReachTries = 10;
+constexpr int kReachPauseMs = 100;
 /// The output memory comes with the playback thread, a moment after the answer.
 constexpr int kAttachTries = 100;
 constexpr int kAttachPauseMs = 10;
 /// How long an end may go unnoticed by the thread that waits for blocks.
 constexpr milliseconds kPatience{100};
-
-ControlRequest inSession(int32_t type) {
-    return std::move(ControlRequest(type).with("Session", kSession));
-}
 
 } // namespace
 
@@ -52,7 +51,8 @@ struct DaemonLink::Blocks {
 };
 
 DaemonLink::DaemonLink(Post post)
-    : m_post(std::move(post)), m_control([this](const std::stop_token& stop) { work(stop); }) {}
+    : m_number(std::to_string(1 + std::random_device()() % INT32_MAX)), m_post(std::move(post)),
+      m_control([this](const std::stop_token& stop) { work(stop); }) {}
 
 DaemonLink::~DaemonLink() {
     close();
@@ -91,6 +91,10 @@ bool DaemonLink::pause(int ms) {
     return !m_wake.wait_for(lock, milliseconds(ms), [this] { return m_stopping; });
 }
 
+ControlRequest DaemonLink::inSession(int32_t type) const {
+    return std::move(ControlRequest(type).with("Session", m_number));
+}
+
 DaemonLink::Done DaemonLink::ask(const ControlRequest& request) const {
     auto answer = exchange(paths().controlSocket, request.record);
     return {answer.has_value(), std::move(answer).value_or(""), 0};
@@ -98,8 +102,11 @@ DaemonLink::Done DaemonLink::ask(const ControlRequest& request) const {
 
 DaemonLink::Opening DaemonLink::openSession(std::string& parameterSets) {
     if (std::exchange(m_first, false)) ask(ControlRequest(RTSP_REQ_TEARDOWN));
+    int reaching = kReachTries;
     for (int tries = kOpenTries; tries > 0; --tries) {
-        const Done opened = ask(ControlRequest(RTSP_REQ_OPEN));
+        Done opened = ask(ControlRequest(RTSP_REQ_OPEN));
+        while (!opened.reached && --reaching > 0 && pause(kReachPauseMs))
+            opened = ask(ControlRequest(RTSP_REQ_OPEN));
         if (!opened.reached) return Opening::unreachable;
         switch (readOpenAnswer(opened.answer)) {
         case OpenAnswer::opened:

@@ -52,7 +52,9 @@ private:
     Opening openSession(std::string& parameterSets);
     Done ask(const ControlRequest& request) const;
     bool pause(int ms);
+    ControlRequest inSession(int32_t type) const;
 
+    const std::string m_number; ///< of its sessions: not that of a server before or beside it
     const Post m_post;
     std::mutex m_mutex;
     std::condition_variable_any m_wake;

@@ -10,7 +10,7 @@
 /// clock that never goes back.
 struct Picture {
     std::shared_ptr<const std::vector<char>> bytes; ///< Annex B
-    uint32_t stamp = 0;                             ///< the daemon's, 90 units per millisecond
+    std::optional<uint32_t> stamp; ///< the daemon's, 90 units per millisecond; none straight from the card
     bool iPicture = false;
     std::optional<int64_t> time; ///< when it was recorded; none when it was not found in the recording
     std::optional<int64_t> next; ///< the time of the picture recorded next

@@ -34,19 +34,18 @@ void PlayMachine::play(const PlayOrder& order, int64_t nowUs) {
         m_out.reply({.status = 455});
         return;
     }
-    const bool same = playing() && order.start == PlayOrder::Start::here && order.scale == m_order.scale &&
-                      !order.until && order.iPicturesOnly == m_order.iPicturesOnly &&
-                      order.intervalMs == m_order.intervalMs;
+    const bool here = order.start == PlayOrder::Start::here;
+    const bool same = playing() && here && order.scale == m_order.scale && !order.until &&
+                      order.iPicturesOnly == m_order.iPicturesOnly && order.intervalMs == m_order.intervalMs;
     if (same) {
-        answer(false, m_sentTime);
+        answer(false, m_sieve.sentTime());
         return;
     }
-    m_next = order;
-    m_replyDue = m_playDue = true;
-    if (m_state == State::paused)
-        proceed(nowUs);
-    else if (m_state != State::settling)
-        settle(nowUs);
+    m_replyDue = true;
+    if (m_state == State::settling || (here && isUnderWay()))
+        m_next = order;
+    else
+        begin(order, nowUs);
 }
 
 void PlayMachine::pause(int64_t nowUs) {
@@ -55,7 +54,8 @@ void PlayMachine::pause(int64_t nowUs) {
         return;
     }
     m_replyDue = true;
-    if (m_state != State::settling) settle(nowUs);
+    m_pauseDue = isUnderWay();
+    if (!m_pauseDue && m_state != State::settling) settle(nowUs);
 }
 
 void PlayMachine::control(int32_t type, int64_t nowUs, const std::string& name, const std::string& value) {
@@ -78,39 +78,38 @@ void PlayMachine::settle(int64_t nowUs) {
     control(RTSP_REQ_PAUSE, nowUs);
 }
 
-void PlayMachine::settled(int64_t nowUs) {
-    enter(State::paused, nowUs);
-    if (m_playDue) {
-        proceed(nowUs);
-    } else {
-        sendHeld(false, false);
-        if (std::exchange(m_replyDue, false)) m_out.reply({});
-    }
+/// What has waited for the request before, now that the daemon has acted on that one.
+void PlayMachine::takeUp(int64_t nowUs) {
+    if (m_next)
+        begin(*std::exchange(m_next, std::nullopt), nowUs);
+    else if (std::exchange(m_pauseDue, false))
+        settle(nowUs);
 }
 
-/// Paused, and to play.
-void PlayMachine::proceed(int64_t nowUs) {
-    m_playDue = false;
-    if (m_next.start == PlayOrder::Start::here) sendHeld(false, false);
-    m_held.reset();
+void PlayMachine::begin(const PlayOrder& order, int64_t nowUs) {
+    const bool here = order.start == PlayOrder::Start::here;
+    if (here) m_sieve.sendHeld(false, false);
+    m_order = order;
+    m_sieve.begin(order);
     m_ended = false;
-    m_order = m_next;
-    if (m_order.start == PlayOrder::Start::here) {
+    if (here) {
+        m_reached = m_state == State::paused;
         start(nowUs);
         return;
     }
     m_shown.reset();
-    if (m_order.start == PlayOrder::Start::at && m_order.scale == kNormalScale) {
-        enter(State::starting, nowUs);
-        control(RTSP_REQ_PLAY, nowUs, "Range", "clock=" + m_order.clock + "-");
-        return;
-    }
-    enter(State::jumping, nowUs);
-    control(RTSP_REQ_PLAY, nowUs, "Jump",
-            m_order.start == PlayOrder::Start::at ? "clock=" + m_order.clock : "latest");
+    m_reached = false;
+    const bool range = order.start == PlayOrder::Start::at && order.scale == kNormalScale;
+    enter(range ? State::starting : State::jumping, nowUs);
+    const std::string clock = "clock=" + order.clock;
+    if (range)
+        control(RTSP_REQ_PLAY, nowUs, "Range", clock + "-");
+    else
+        control(RTSP_REQ_PLAY, nowUs, "Jump", order.start == PlayOrder::Start::at ? clock : "latest");
+    if (order.target) first(*order.target, nowUs);
 }
 
-/// From where the daemon stands; the picture shown there comes first.
+/// From where the daemon stands; a picture shown there and not yet sent comes first.
 void PlayMachine::start(int64_t nowUs) {
     enter(State::starting, nowUs);
     if (m_order.scale == kNormalScale)
@@ -137,40 +136,41 @@ void PlayMachine::controlDone(int32_t type, uint32_t newest, const std::string& 
     }
     if (--m_pending > 0) return;
     m_from = newest + 2;
-    if (m_state == State::starting || m_state == State::jumping) m_since = nowUs;
-    if (m_state == State::jumping && m_shown) start(nowUs);
-}
-
-bool PlayMachine::isSame(const Picture& picture) const {
-    return m_last && *m_last->bytes == *picture.bytes;
+    if (!isUnderWay()) return;
+    m_since = nowUs;
+    if (m_state == State::jumping && m_reached) start(nowUs);
 }
 
 void PlayMachine::block(uint32_t sequence, const Picture* picture, int64_t nowUs) {
     const bool follows = m_from && static_cast<int32_t>(sequence - *m_from) >= 0;
     if (picture)
-        pictureCame(*picture, nowUs);
+        pictureCame(*picture, follows, nowUs);
     else
         pauseCame(follows, nowUs);
 }
 
-void PlayMachine::pictureCame(const Picture& picture, int64_t nowUs) {
+bool PlayMachine::isSame(const std::optional<Picture>& one, const Picture& other) {
+    return one && *one->bytes == *other.bytes;
+}
+
+void PlayMachine::pictureCame(const Picture& picture, bool follows, int64_t nowUs) {
     m_pauses = 0;
-    const bool wasSeen = isSame(picture);
+    const bool wasSeen = isSame(m_last, picture);
+    // Fast play from here is known by leaving pictures out, or turning back.
+    if (m_state == State::starting && !m_reached && m_order.start == PlayOrder::Start::here &&
+        m_order.isFast() && m_last)
+        follows = follows || leaps(*m_last, picture);
     m_last = picture;
     switch (m_state) {
     case State::paused: // what a session begins with
         if (!wasSeen) m_shown = picture;
         break;
-    case State::settling: // goes on until the pause is taken; of no use when play goes on elsewhere
-        if (!wasSeen && !m_ended && !(m_playDue && m_next.start != PlayOrder::Start::here))
-            emit(picture, nowUs);
+    case State::settling: // goes on until the pause is taken
+        if (!wasSeen && !m_ended && m_reached) emit(picture, nowUs);
         break;
     case State::jumping:
-        m_shown = picture;
-        if (m_pending == 0) start(nowUs);
-        break;
-    case State::starting: // a plain play may show once more what was shown while paused
-        if (!wasSeen || m_order.start == PlayOrder::Start::at) first(picture, nowUs);
+    case State::starting:
+        arrived(picture, follows, wasSeen, nowUs);
         break;
     case State::edge:
         if (wasSeen) break;
@@ -182,80 +182,93 @@ void PlayMachine::pictureCame(const Picture& picture, int64_t nowUs) {
     }
 }
 
+bool PlayMachine::leaps(const Picture& from, const Picture& to) const {
+    if (!from.time || !from.next || !to.time) return false;
+    return m_order.scale > 0 ? *to.time > *from.next : *to.time < *from.time;
+}
+
+/// Whether it belongs to the order that has been given.
+bool PlayMachine::isFirst(const Picture& picture, bool follows) {
+    if (m_reached) return true;
+    // A play goes on from the picture before, whichever request that one answered; a fast one does not.
+    if (m_order.start == PlayOrder::Start::here) return follows || !m_order.isFast();
+    if (isSame(m_order.target, picture)) return true;
+    if (!follows) return false;
+    // The daemon begins with an I-picture of the same second, which may be an earlier one.
+    if (m_order.target && picture.time && m_order.scale > 0 && *picture.time < m_order.from) return false;
+    m_sieve.jump();
+    if (!picture.iPicture) m_sieve.lose();
+    return true;
+}
+
+void PlayMachine::arrived(const Picture& picture, bool follows, bool wasSeen, int64_t nowUs) {
+    const bool here = m_order.start == PlayOrder::Start::here;
+    if ((here && wasSeen) || !isFirst(picture, follows)) return;
+    m_reached = true;
+    const bool sent = isSame(m_order.target, picture);
+    if (m_state == State::jumping) {
+        if (!sent) m_shown = picture;
+        if (m_pending == 0) start(nowUs);
+        return;
+    }
+    if (m_replyDue && !m_next && !m_pauseDue) {
+        first(picture, nowUs);
+    } else if (!sent && !wasSeen) {
+        emit(picture, nowUs);
+    }
+    if (m_state == State::starting) enter(State::playing, nowUs);
+    takeUp(nowUs);
+}
+
 void PlayMachine::pauseCame(bool follows, int64_t nowUs) {
     if (!follows) return;
-    if (m_state == State::settling) {
-        settled(nowUs);
-    } else if (m_state == State::jumping) { // it stands there already
+    switch (m_state) {
+    case State::settling:
+        enter(State::paused, nowUs);
+        if (m_next) {
+            takeUp(nowUs);
+        } else {
+            m_sieve.sendHeld(false, false);
+            if (std::exchange(m_replyDue, false)) m_out.reply({});
+        }
+        break;
+    case State::jumping: // it stands there already
+        m_reached = true;
         start(nowUs);
-    } else if (m_state == State::playing && ++m_pauses >= (isFast() ? kFastPauses : 1) && !m_asked) {
+        break;
+    case State::starting: // fast play has turns that do not move on
+        if (!m_order.isFast()) giveUpWaiting(nowUs);
+        break;
+    case State::playing:
+        if (++m_pauses < (m_order.isFast() ? kFastPauses : 1) || m_asked) break;
         m_asked = true;
         control(RTSP_REQ_STATUS, nowUs);
+        break;
+    case State::paused:
+    case State::edge:
+        break;
     }
 }
 
-void PlayMachine::first(const Picture& picture, int64_t nowUs) {
+/// No picture has come: the reply says so, and what happens is looked at as in play.
+void PlayMachine::giveUpWaiting(int64_t nowUs) {
+    m_reached = true;
     enter(State::playing, nowUs);
-    m_sentTime.reset();
-    m_discontinuity = true;
-    m_lost = false;
+    if (m_replyDue && !m_next && !m_pauseDue) answer(false, std::nullopt);
+    takeUp(nowUs);
+}
+
+void PlayMachine::first(const Picture& picture, int64_t nowUs) {
+    m_sieve.jump();
     if (m_replyDue) answer(true, picture.time);
     emit(picture, nowUs);
 }
 
 // ---- pictures ----
 
-bool PlayMachine::isBeyond(std::optional<int64_t> time) const {
-    if (!time || !m_order.until) return false;
-    return m_order.scale > 0 ? *time > *m_order.until : *time < *m_order.until;
-}
-
-/// Whether it is among those that the client wants.
-bool PlayMachine::passes(const Picture& picture) const {
-    if (!m_order.iPicturesOnly) return true;
-    if (!picture.iPicture) return false;
-    return !m_sentTime || !picture.time || std::abs(*picture.time - *m_sentTime) >= m_order.intervalMs;
-}
-
 void PlayMachine::emit(const Picture& picture, int64_t nowUs) {
     m_lastPicture = nowUs;
-    if (isBeyond(picture.time)) {
-        stop(nowUs);
-        return;
-    }
-    if (picture.gapBefore) m_discontinuity = true;
-    if (m_lost && !picture.iPicture) return;
-    if (m_lost) m_discontinuity = true;
-    m_lost = false;
-    if (passes(picture)) {
-        sendHeld(false, picture.gapBefore);
-        send(picture, {.discontinuity = std::exchange(m_discontinuity, false), .cseq = m_order.cseq}, nowUs);
-    }
-    // In normal play the next picture is known: no need to wait for it.
-    if (!isFast() && isBeyond(picture.next)) stop(nowUs);
-}
-
-void PlayMachine::send(const Picture& picture, Standing standing, int64_t) {
-    m_sentTime = picture.time;
-    if (m_order.holdBack) {
-        m_held = picture;
-        m_heldStanding = standing;
-        return;
-    }
-    if (!isFast()) {
-        const bool atEnd = picture.time && !picture.next && !m_out.recordingGoesOn();
-        standing.endOfSection = picture.gapAfter || atEnd;
-        standing.terminal = atEnd || isBeyond(picture.next);
-    }
-    m_out.picture(picture, standing);
-}
-
-void PlayMachine::sendHeld(bool last, bool gap) {
-    if (!m_held) return;
-    m_heldStanding.terminal = last;
-    m_heldStanding.endOfSection = gap || (last && !m_order.until);
-    const Picture held = *std::exchange(m_held, std::nullopt);
-    m_out.picture(held, m_heldStanding);
+    if (!m_sieve.take(picture)) stop(nowUs);
 }
 
 // ---- the end ----
@@ -263,7 +276,7 @@ void PlayMachine::sendHeld(bool last, bool gap) {
 /// The end of a closed range.
 void PlayMachine::stop(int64_t nowUs) {
     m_ended = true;
-    sendHeld(true, false);
+    m_sieve.sendHeld(true, false);
     m_out.goodBye();
     if (m_state != State::settling) settle(nowUs);
 }
@@ -275,7 +288,7 @@ void PlayMachine::reachedEnd(int64_t nowUs) {
         enter(State::edge, nowUs);
         return;
     }
-    sendHeld(true, true);
+    m_sieve.sendHeld(true, true);
     m_out.goodBye();
     enter(State::paused, nowUs);
 }
@@ -284,19 +297,17 @@ void PlayMachine::tick(int64_t nowUs) {
     const int64_t waited = nowUs - m_since;
     switch (m_state) {
     case State::settling:
-        if (m_pending == 0 && waited > kLongestSettling) settled(nowUs);
+        if (m_pending == 0 && waited > kLongestSettling) pauseCame(true, nowUs);
         break;
     case State::jumping:
-        if (m_pending == 0 && waited > kFirstPicture) start(nowUs);
+        if (m_pending == 0 && waited > kFirstPicture) pauseCame(true, nowUs);
         break;
     case State::starting:
-        if (m_pending > 0 || waited <= kFirstPicture) break;
-        enter(State::playing, nowUs);
-        if (m_replyDue) answer(false, std::nullopt);
+        if (m_pending == 0 && waited > kFirstPicture) giveUpWaiting(nowUs);
         break;
     case State::edge:
         if (nowUs - m_lastPicture > kEdgeEnd) {
-            sendHeld(true, true);
+            m_sieve.sendHeld(true, true);
             m_out.goodBye();
             enter(State::paused, nowUs);
         } else if (waited > kEdgeStep && m_pending == 0) {
@@ -313,8 +324,7 @@ void PlayMachine::tick(int64_t nowUs) {
 
 Expected PlayMachine::expected() const {
     using How = Expected::How;
-    const bool elsewhere = m_order.start != PlayOrder::Start::here;
-    if ((m_state == State::jumping || m_state == State::starting) && elsewhere)
+    if (isUnderWay() && m_order.start != PlayOrder::Start::here && !m_reached)
         return {How::around, m_order.from};
     if (m_order.scale < 0) return {How::backward};
     return {m_order.scale > kNormalScale ? How::onward : How::next};

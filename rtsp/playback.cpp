@@ -21,6 +21,13 @@ std::string daemonClock(int64_t ms) {
     return text;
 }
 
+void setPlace(Picture& picture, const RecordingTime::Found& found) {
+    picture.time = found.time;
+    picture.next = found.next;
+    picture.gapBefore = found.gapBefore;
+    picture.gapAfter = found.gapAfter;
+}
+
 } // namespace
 
 Playback::Playback(DaemonLink::Post post) : m_link(std::move(post)) {}
@@ -97,12 +104,8 @@ Picture Playback::pictureOf(OutputBlock& block) {
     Picture picture;
     picture.stamp = block.timestamp;
     picture.iPicture = isIPicture(block);
-    if (const auto found = m_recording.find(block.data, picture.iPicture, m_machine->expected())) {
-        picture.time = found->time;
-        picture.next = found->next;
-        picture.gapBefore = found->gapBefore;
-        picture.gapAfter = found->gapAfter;
-    }
+    if (const auto found = m_recording.find(block.data, picture.iPicture, m_machine->expected()))
+        setPlace(picture, *found);
     picture.bytes = std::make_shared<const std::vector<char>>(std::move(block.data));
     return picture;
 }
@@ -153,7 +156,7 @@ void Playback::goodBye() {
 }
 
 bool Playback::recordingGoesOn() {
-    return m_recording.goesOn();
+    return RecordingTime::goesOn();
 }
 
 // ---- the client's requests ----
@@ -163,6 +166,16 @@ void Playback::setUp(std::unique_ptr<MediaTransport> transport, uint32_t ssrc, s
     m_rtp = std::make_unique<RtpStream>(ssrc, static_cast<uint16_t>(g_random_int()), g_random_int());
     m_lost = std::move(lost);
     m_replay = false;
+}
+
+/// The picture that the recording stands on, as the one that a play begins with.
+std::optional<Picture> Playback::targetHere() {
+    Picture picture;
+    picture.bytes = std::make_shared<const std::vector<char>>(m_recording.read());
+    if (picture.bytes->empty()) return std::nullopt;
+    picture.iPicture = true;
+    setPlace(picture, m_recording.found());
+    return picture;
 }
 
 PlayOrder Playback::orderFor(const PlayRequest& request) {
@@ -175,6 +188,9 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
     order.holdBack = m_replay && (request.iPicturesOnly || request.scale > kNormalScale || !forward);
     const auto span = m_recording.span();
     if (!span) return order;
+    // The reply is to tell what follows: no end lies beyond the recording, unless that goes on.
+    if (order.until && !(forward && recordingGoesOn()))
+        order.until = std::clamp(*order.until, span->oldest, span->newest);
     std::optional<int64_t> from = request.from;
     // The beginning, unless the client says something else or has been playing.
     if (!request.hasRange && !m_played) from = forward ? span->oldest : span->newest;
@@ -186,7 +202,11 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
     }
     if (!from) return order;
     const int64_t cut = std::clamp(*from, span->oldest, span->newest);
-    order.from = m_recording.startFor(cut, forward).value_or(cut);
+    order.from = cut;
+    if (m_recording.goTo(cut, forward)) {
+        order.from = m_recording.time();
+        order.target = targetHere();
+    }
     order.clock = daemonClock(order.from);
     return order;
 }

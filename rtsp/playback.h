@@ -72,6 +72,7 @@ private:
     void block(OutputBlock block);
     Picture pictureOf(OutputBlock& block);
     void lost();
+    std::optional<Picture> targetHere();
     PlayOrder orderFor(const PlayRequest& request);
     void tick();
     void report(bool bye);

@@ -125,8 +125,8 @@ double RecordingTime::frameRate() const {
     return seconds == 0 || isLive(row) ? 0 : static_cast<double>(row.recSize) / seconds;
 }
 
-bool RecordingTime::goesOn() const {
-    return !m_rows.empty() && isLive(m_rows.back()) && recorderState().streamId == m_rows.back().streamID;
+bool RecordingTime::goesOn() {
+    return recorderState().streamId != 0;
 }
 
 // ---- where a time lies ----
@@ -181,19 +181,16 @@ bool RecordingTime::goTo(int64_t wanted, bool forward) {
     return false;
 }
 
-std::optional<int64_t> RecordingTime::startFor(int64_t wanted, bool forward) {
-    if (!goTo(wanted, forward)) return std::nullopt;
-    return time();
-}
-
 bool RecordingTime::step(bool forward) {
     if (!m_open) return false;
     const Place from = here();
     if (forward ? from.picture + 1 < m_stream.pictures() : from.picture > 0)
         return m_stream.goTo(forward ? from.picture + 1 : from.picture - 1) == 0;
     if (forward) { // what was the end may have moved on
-        if (isLive(m_rows[m_row]) && grow() && from.picture + 1 < m_stream.pictures())
-            return m_stream.goTo(from.picture + 1) == 0;
+        // While the recorder stays on this stream there is no other: asking the index for each picture would
+        // make this thread wait for the recorder's writes.
+        if (isLive(m_rows[m_row]) && grow())
+            return from.picture + 1 < m_stream.pictures() && m_stream.goTo(from.picture + 1) == 0;
         if (!loadRows() || !stand(from)) return false;
         if (from.picture + 1 < m_stream.pictures()) return m_stream.goTo(from.picture + 1) == 0;
     }
@@ -266,15 +263,19 @@ bool RecordingTime::gapBetween(size_t row, size_t other) const {
 std::optional<RecordingTime::Found> RecordingTime::find(std::span<const char> bytes, bool iPicture,
                                                         const Expected& expected) {
     using How = Expected::How;
+    if (m_rows.empty() && !loadRows()) return std::nullopt;
+    bool isFound = iPicture && expected.how == How::around && findAround(bytes, expected.around);
+    if (!isFound) isFound = findAlong(bytes, true, false, kMissed);
+    if (!isFound && iPicture)
+        isFound = findAlong(bytes, expected.how != How::backward, true, kFar) ||
+                  findAlong(bytes, expected.how == How::backward, true, kFar);
+    if (!isFound) return std::nullopt;
+    return found();
+}
+
+RecordingTime::Found RecordingTime::found() {
     const auto timeBefore = m_foundTime;
     const Place before = m_found;
-    if (m_rows.empty() && !loadRows()) return std::nullopt;
-    bool found = iPicture && expected.how == How::around && findAround(bytes, expected.around);
-    if (!found) found = findAlong(bytes, true, false, kMissed);
-    if (!found && iPicture)
-        found = findAlong(bytes, expected.how != How::backward, true, kFar) ||
-                findAlong(bytes, expected.how == How::backward, true, kFar);
-    if (!found) return std::nullopt;
     m_found = here();
     m_foundTime = time();
     Found result{*m_foundTime, std::nullopt, false, false};

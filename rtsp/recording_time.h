@@ -24,12 +24,8 @@ public:
     std::optional<Span> span();
     /// Pictures per second of the newest stream; 0 when nothing tells.
     double frameRate() const;
-    /// Whether the newest stream is being recorded.
-    bool goesOn() const;
-
-    /// The I-picture that a play from `time` begins with: the one at or before it; in a gap the first one
-    /// behind it (forward) or the last one before it. Beyond the ends: the first or last one of all.
-    std::optional<int64_t> startFor(int64_t time, bool forward);
+    /// Whether the recorder is writing.
+    static bool goesOn();
 
     struct Found {
         int64_t time;
@@ -42,12 +38,15 @@ public:
 
     // ---- walking over all pictures ----
 
-    /// To the I-picture that startFor would give.
+    /// To the I-picture that a play from this time begins with: the one at or before it; in a gap the first
+    /// one behind it (forward) or the last one before it. Beyond the ends: the first or last one of all.
     bool goTo(int64_t time, bool forward);
     /// To the picture recorded next, or before; false, staying, at the end.
     bool step(bool forward);
     int64_t time() const;
     bool atIPicture() const;
+    /// The picture stood on is the one found last.
+    Found found();
     /// The picture's bytes; empty when they can't be read.
     std::vector<char> read();
 

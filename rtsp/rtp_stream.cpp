@@ -55,15 +55,18 @@ uint32_t RtpStream::elapsed(int64_t nowUs) const {
 uint32_t RtpStream::begin(int64_t nowUs) {
     if (m_begun) m_time += std::max(elapsed(nowUs), 1u);
     m_timeUs = nowUs;
+    m_stepUs = 0;
     m_begun = m_fresh = true;
     return m_time;
 }
 
 void RtpStream::advance(const Picture& picture, Pace pace, int64_t sampleUs, int64_t nowUs) {
-    const uint32_t step = picture.stamp - m_stamp; // wraps at 32 bits on purpose
+    const uint32_t step =
+        picture.stamp && m_stamp ? *picture.stamp - *m_stamp : 0; // wraps at 32 bits on purpose
     m_stamp = picture.stamp;
     if (m_fresh) {
         m_fresh = false;
+        m_timeUs = nowUs; // it may have been held back
         return;
     }
     if (pace == Pace::recorded && step > 0 && step <= kLongestStep) {
@@ -77,7 +80,7 @@ void RtpStream::advance(const Picture& picture, Pace pace, int64_t sampleUs, int
     // Pictures of fast play come in jerks: a nominal step, drawn slowly to the clock, is smoother.
     if (pace == Pace::sampled && stepUs < 2 * sampleUs) stepUs = sampleUs + (stepUs - sampleUs) / 8;
     // The output runs a picture ahead: no two of them are closer together than they use to be.
-    stepUs = std::max(stepUs, pace == Pace::recorded ? m_stepUs : sampleUs / 2);
+    stepUs = std::max(stepUs, pace == Pace::recorded ? std::max<int64_t>(m_stepUs, 1000) : sampleUs / 2);
     m_time += static_cast<uint32_t>(stepUs * kUnitsPerMs / 1000);
     m_timeUs += stepUs;
 }

@@ -97,8 +97,6 @@ public:
     void m_showStH() const;
     void m_showPicH() const;
 
-    PB_VIDEO m_video; ///< changed here only; open to tests, which put failing readers in
-
 private:
     void closeReaders();
     int createReaders();
@@ -111,6 +109,7 @@ private:
     PB_STREAM_TIME pictureTime() const { return startTime() + getNowPts() - m_topPts; }
     void showAll() const;
 
+    PB_VIDEO m_video;
     PB_STREAM_TIME m_topPts;
     ErrorFlags& m_errorFlags;
 };

@@ -3,8 +3,7 @@
 
 TREE=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 SELF=$(basename "$0")
-# shellcheck source-path=SCRIPTDIR source=packages.sh
-. "$TREE/scripts/lib/packages.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
 
 say() { printf '%s\n' "$*"; }
 fail() {
@@ -43,20 +42,14 @@ treeState() {
     say "$commit${changes:+ with changes}"
 }
 
-# configure build/PRESET [cmake option...]: as CMakePresets.json says; Ninja and ccache where the machine has them.
+# configure build/PRESET [cmake option...]: as CMakePresets.json says; Ninja and ccache where the machine has them,
+# and no other generator than the directory was configured with before.
 configure() {
-    local directory=$1 generator="Unix Makefiles" launcher=()
-    shift
-    if command -v ninja >/dev/null; then generator=Ninja; fi
-    if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
-    # A directory configured with another generator keeps it.
-    if [ -f "$directory/CMakeCache.txt" ]; then
-        generator=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$directory/CMakeCache.txt")
-    fi
-    mkdir -p "$directory"
-    (cd "$TREE" && cmake --preset "$(basename "$directory")" -G "$generator" "${launcher[@]}" "$@") \
-        >"$directory.configure.log" 2>&1 || {
-        cat "$directory.configure.log" >&2
+    if command -v ninja >/dev/null; then export CMAKE_GENERATOR=Ninja; fi
+    if command -v ccache >/dev/null; then export CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
+    mkdir -p "$1"
+    (cd "$TREE" && cmake --preset "$(basename "$1")" "${@:2}") >"$1.configure.log" 2>&1 || {
+        cat "$1.configure.log" >&2
         return 1
     }
 }
@@ -71,3 +64,6 @@ waitFor() {
         sleep 0.02
     done
 }
+
+# hasEnded PID: also when nobody has asked for its exit code yet.
+hasEnded() { ! grep -qs '^State:[[:space:]]*[^Z[:space:]]' "/proc/$1/status"; }

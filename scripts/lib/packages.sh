@@ -1,5 +1,5 @@
-# Installs what is missing, on any recent Debian or Ubuntu. Sourced after common.sh.
-# shellcheck shell=bash
+# Installs what is missing, on any recent Debian or Ubuntu. Sourced by common.sh.
+# shellcheck shell=bash disable=SC2034 # the lists are asked for by name
 
 PACKAGES_BUILD="g++ cmake make pkg-config libsqlite3-dev libcli11-dev nlohmann-json3-dev
     libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev"
@@ -11,7 +11,8 @@ PACKAGES_BENCH="libbenchmark-dev python3"
 # llvm has the symbolizer: without it sanitizers and fuzzers complain, and their reports are bare addresses.
 PACKAGES_CHECK="clang clang-format llvm"
 PACKAGES_ARMHF="g++-arm-linux-gnueabihf qemu-user googletest"
-PACKAGES_PACKAGE="debootstrap dpkg-dev file"
+PACKAGES_PACKAGE="dpkg-dev file"
+PACKAGES_PLAYERS="ffmpeg"
 
 asRoot() {
     if [ "$(id -u)" -eq 0 ]; then
@@ -30,14 +31,19 @@ packageLists() {
     packageListsFetched=yes
 }
 
-# need PACKAGE...: installs those that are missing; touches nothing when none is.
+# need LIST|PACKAGE...: installs those that are missing; touches nothing when none is.
 need() {
-    local package missing=()
+    local word list package packages=() missing=()
     command -v dpkg-query >/dev/null || {
         say "$SELF: no dpkg here; taking it that these are installed: $*" >&2
         return
     }
-    for package in "$@"; do isInstalled "$package" || missing+=("$package"); done
+    for word in "$@"; do
+        list=PACKAGES_$word
+        # shellcheck disable=SC2206 # a list of words
+        case $word in [A-Z]*) packages+=(${!list}) ;; *) packages+=("$word") ;; esac
+    done
+    for package in "${packages[@]}"; do isInstalled "$package" || missing+=("$package"); done
     if [ ${#missing[@]} -eq 0 ]; then return; fi
     if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
         fail "these packages are missing and there is neither root nor sudo to install them: ${missing[*]}"

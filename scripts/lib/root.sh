@@ -1,11 +1,13 @@
-# Minimal Debian roots, and namespaces to use them in. Sourced after common.sh and packages.sh.
+# Minimal Debian roots, and namespaces to use them in. Sourced after common.sh.
 # shellcheck shell=bash
 
 # apart [unshare option...] COMMAND...: in namespaces of its own; whatever it has started or mounted ends with it.
 apart() { asRoot unshare --mount --pid --ipc --fork --kill-child --mount-proc "$@"; }
 
-# needRoots: skips the script where roots cannot be made or used.
+# needRoots LIST|PACKAGE...: installs these and debootstrap; skips the script where roots cannot be made or used.
 needRoots() {
+    # need ends the shell that it fails in.
+    (need debootstrap "$@") || skip "no debootstrap to be had here"
     if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then skip "neither root nor sudo here"; fi
     command -v debootstrap >/dev/null || skip "debootstrap is not there"
     apart mount -t tmpfs none /mnt 2>/dev/null || skip "this machine allows no private namespaces"

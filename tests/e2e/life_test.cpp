@@ -2,7 +2,9 @@
 #include <csignal>
 #include <filesystem>
 #include <functional>
+#include <gmock/gmock.h>
 #include <memory>
+#include <optional>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -75,6 +77,7 @@ TEST(Life, StopsWithinASecondAndAHalfInEveryStateAndLeavesNothing) {
         {"silent clients", SIGINT, [](Stand& stand) { stand.connect(2, 0); }},
         {"half a request", SIGQUIT, [](Stand& stand) { stand.connect(1, sizeof(rtsp_request) / 2); }},
         {"playing", SIGTERM, [](Stand& stand) { stand.play("1.0", "play"); }},
+        {"fast", SIGTERM, [](Stand& stand) { stand.play("8.0", "play"); }},
         {"paused", SIGINT, [](Stand& stand) { stand.play("0", "pause"); }},
         {"playing beside a silent client", SIGQUIT,
          [](Stand& stand) {
@@ -102,118 +105,68 @@ TEST(Life, StopsWithinASecondAndAHalfInEveryStateAndLeavesNothing) {
     for (std::thread& stop : stops) stop.join();
 }
 
-TEST(Life, SecondInstanceIsRefusedAndAKilledOnesLeftoversAreTakenOver) {
-    World world;
-    DaemonProcess first(world.root());
-    ASSERT_TRUE(first.serving());
-    {
-        DaemonProcess second(world.root());
-        EXPECT_FALSE(second.serving());
-        EXPECT_EQ(second.exitCode(), 5);
-    }
-    // One whose pid file is gone is found by its socket, and its successor writes no number that misleads.
-    std::filesystem::remove(world.root() + "/var/run/tavirn.pid");
-    {
-        Process second({TAVIRN_ROOTED}, world.root());
-        EXPECT_EQ(second.wait(), 5);
-        const std::string number = std::to_string(first.pid());
-        EXPECT_NE(second.errors().find("process " + number), std::string::npos) << second.errors();
-        EXPECT_FALSE(fileExists(world.root() + "/var/run/tavirn.pid"));
-    }
-    EXPECT_EQ(first.stop(SIGKILL), 128 + SIGKILL);
-    EXPECT_TRUE(fileExists(world.root() + "/tmp/tavirn"));
-    DaemonProcess third(world.root());
-    ASSERT_TRUE(third.serving());
-    EXPECT_EQ(Viewer().status(), "error");
-    kill(third.pid(), SIGTERM);
-    Process fourth({TAVIRN_ROOTED, "--foreground"}, world.root()); // waits until the one before has left
-    EXPECT_EQ(third.stop(SIGTERM), 0);
-    EXPECT_TRUE(eventually([] {
-        return exchange(paths().controlSocket, ControlRequest(0).record).has_value();
-    })) << fourth.errors();
-    fourth.signal(SIGTERM);
-    EXPECT_EQ(fourth.wait(), 0);
-    EXPECT_TRUE(leftNothing(world));
-}
-
 TEST(Life, TheRootedDaemonSaysWhyItDoesNotServe) {
     const World world;
-    const std::string root = world.root(), pidFile = root + "/var/run/tavirn.pid";
-    const auto nothing = [] {};
+    const std::string root = world.root(), pidFile = paths().pidFile;
+    std::optional<DaemonProcess> first;
+    const auto startFirst = [&] {
+        remove(pidFile.c_str());
+        first.emplace(root);
+    };
+    const auto endFirst = [&] {
+        EXPECT_FALSE(fileExists(pidFile)) << "who was refused wrote a number that misleads";
+        first.reset();
+        remove(paths().cardReadOnly);
+    };
     const struct {
-        std::vector<std::string> words;
+        std::vector<std::string> options;
         std::function<void()> spoil;
         int code;
         std::string says;
     } cases[] = {
-        {{"--nonsense"}, nothing, 2, "cannot take --nonsense"},
-        {{"--root", ""}, nothing, 2, "no world is named"},
-        {{"--root", root + "/none"}, nothing, 1, "no key file " + root + "/none/tmp/shm9"},
-        {{"--root", root + std::string(90, 'x')}, nothing, 6, "is longer than 107 bytes"},
+        {{"--nonsense"}, [] {}, 2, "cannot take --nonsense"},
+        {{"--root", ""}, [] {}, 2, "no world is named"},
+        {{"--root", root + "/none"}, [] {}, 1, "no key file " + root + "/none/tmp/shm9"},
+        {{"--root", root + std::string(90, 'x')}, [] {}, 6, "is longer than 107 bytes"},
         {{}, [&] { mkdir(paths().controlSocket, 0700); }, 6, "/tmp/tavirn is no socket"},
         {{}, [&] { writeFile(pidFile, ""); }, 5, pidFile + " holds no process id"},
         {{}, [&] { writeFile(pidFile, std::to_string(getpid())); }, 5, "process " + std::to_string(getpid())},
-        {{},
-         [&] {
-             std::filesystem::remove(pidFile);
-             std::filesystem::remove(paths().cardReadOnly);
-         },
-         1,
-         "ReadOnly (No such file or directory); make it with tavirn-record"},
+        {{}, startFirst, 5, "a daemon serves this world, process "},
+        {{}, [&] { remove(pidFile.c_str()); }, 5, "a daemon serves this world, process "},
+        {{}, endFirst, 1, "ReadOnly (No such file or directory); make it with tavirn-record"},
         {{},
          [&] { std::filesystem::remove_all(root + "/var/run"); },
          1,
          "cannot write to " + root + "/var/run"},
     };
-    for (const auto& [words, spoil, code, says] : cases) {
+    for (const auto& [options, spoil, code, says] : cases) {
         spoil();
-        std::vector<std::string> line{TAVIRN_ROOTED};
-        line.insert(line.end(), words.begin(), words.end());
-        Process refused(line, root);
+        std::vector<std::string> words{TAVIRN_ROOTED};
+        words.insert(words.end(), options.begin(), options.end());
+        Process refused(words, root);
         EXPECT_EQ(refused.wait(), code) << says;
-        EXPECT_TRUE(refused.errors().starts_with("tavirn-rooted: ")) << refused.errors();
-        EXPECT_NE(refused.errors().find(says), std::string::npos) << refused.errors();
+        EXPECT_THAT(refused.errors(), testing::StartsWith("tavirn-rooted: "));
+        EXPECT_THAT(refused.errors(), testing::HasSubstr(says));
         rmdir(paths().controlSocket);
     }
 }
 
-TEST(Life, TheRootedDaemonInTheForegroundLogsToStandardError) {
+TEST(Life, AKilledOnesLeftoversAreTakenOverAndOneThatIsLeavingIsWaitedFor) {
     const World world;
-    Process daemon({TAVIRN_ROOTED, "--foreground"}, world.root());
+    DaemonProcess killed(world.root());
+    EXPECT_EQ(killed.stop(SIGKILL), 128 + SIGKILL);
+    EXPECT_TRUE(fileExists(paths().controlSocket));
+    DaemonProcess leaving(world.root());
+    EXPECT_EQ(Viewer().status(), "error");
+    kill(leaving.pid(), SIGTERM);
+    Process next({TAVIRN_ROOTED, "--foreground"}, world.root());
+    EXPECT_EQ(leaving.stop(SIGTERM), 0);
     EXPECT_TRUE(
         eventually([] { return exchange(paths().controlSocket, ControlRequest(0).record).has_value(); }));
-    daemon.signal(SIGINT);
-    EXPECT_EQ(daemon.wait(), 0);
-    EXPECT_NE(daemon.errors().find("catch SIGINT|SIGTERM|SIGQUIT (2)"), std::string::npos) << daemon.errors();
-}
-
-/// Sends the signal and waits until it is no longer pending: two that are pending together are handled in
-/// no order to rely on.
-void deliver(pid_t pid, int signal) {
-    kill(pid, signal);
-    EXPECT_TRUE(eventually([&] {
-        const std::string status = readFile("/proc/" + std::to_string(pid) + "/status");
-        return status.find("ShdPnd:\t0000000000000000") != std::string::npos;
-    }));
-}
-
-TEST(Life, FormatSignalEndsTheSessionAtTheNextRequestUnlessTakenBack) {
-    World world;
-    Card(world).stream(1).from("12:00:00").pictures(3000).closed();
-    DaemonProcess daemon(world.root());
-    ASSERT_TRUE(daemon.serving());
-    Viewer viewer;
-    ASSERT_EQ(viewer.open(), OpenAnswer::opened);
-    viewer.registerSession();
-    viewer.play();
-    EXPECT_TRUE(eventually([&] { return viewer.status() == "play"; }));
-    deliver(daemon.pid(), SIGUSR1);
-    deliver(daemon.pid(), SIGUSR2);
-    EXPECT_EQ(viewer.status(), "play");
-    deliver(daemon.pid(), SIGUSR1);
-    kill(daemon.pid(), SIGHUP);                   // blocked: no effect
-    EXPECT_EQ(viewer.open(), OpenAnswer::opened); // the session before it was ended first
-    EXPECT_EQ(daemon.stop(SIGTERM), 0);
+    next.signal(SIGINT);
+    EXPECT_EQ(next.wait(), 0);
+    EXPECT_THAT(next.errors(), testing::HasSubstr("catch SIGINT|SIGTERM|SIGQUIT (2)"));
+    EXPECT_TRUE(leftNothing(world));
 }
 
 /// A client that connects and does not behave.

@@ -1,15 +1,13 @@
 // A whole session against the rooted daemon, in a line each.
 #pragma once
 
-#include <fcntl.h>
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
-#include "platform/output_reader.h"
 #include "platform/paths.h"
-#include "stream/records.h"
 #include "tests/support/process.h"
 #include "tests/support/world.h"
 #include "tools/client/control_client.h"
@@ -43,15 +41,22 @@ private:
     std::string m_number;
 };
 
-/// Reads blocks until the session has come to rest: a PAUSE block behind at least one picture.
-inline void waitUntilPaused(const World& world) {
-    OutputReader reader;
-    ASSERT_TRUE(eventually([&] { return reader.attach((world.root() + "/tmp/shm9").c_str(), 'z'); }));
-    reader.rewind();
-    OutputBlock block;
-    do {
-        ASSERT_EQ(reader.next(block, std::chrono::seconds(10)), ReadResult::block);
-    } while (!isPauseBlock(block));
+/// Starts a tool from a line as a person would type it: "ctl", "view", "record", or "pattern" for a small
+/// test pattern's recording. A "@" that begins a word is the world's directory, "_" a space, "''" an empty
+/// word.
+inline Process startTool(const World& world, const std::string& line) {
+    std::istringstream typed(line);
+    std::string tool, word;
+    typed >> tool;
+    std::vector<std::string> words{tool == "ctl" ? TAVIRN_CTL : tool == "view" ? TAVIRN_VIEW : TAVIRN_RECORD};
+    if (tool == "pattern") words.insert(words.end(), {"--test-pattern", "--size", "160x120"});
+    while (typed >> word) {
+        if (word == "''") word.clear();
+        std::replace(word.begin(), word.end(), '_', ' ');
+        if (word.starts_with('@')) word.replace(0, 1, world.root());
+        words.push_back(word);
+    }
+    return {words, world.root()};
 }
 
 } // namespace test

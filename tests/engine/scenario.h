@@ -2,9 +2,10 @@
 #pragma once
 
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <optional>
-#include <span>
 
 #include "shm/shm_server.h"
 #include "tests/engine/engine_fixture.h"
@@ -25,7 +26,8 @@ constexpr Start on(uint32_t stream, uint32_t picture = 0, unsigned long skipMs =
 
 /// A play request's header, its clock times as "clock=12:00:04", and how many passes follow it. Others that
 /// go by a name: "Play" without a header, "Pause", "Wait" for no request at all; and what the recorder does:
-/// "Grow" by so many pictures, "Begin" the next stream with so many once the present one is finished.
+/// "Grow" by so many pictures, "Begin" the next stream with so many once the present one is finished. "Clock"
+/// sets the wall clock by so many ms.
 struct Request {
     const char* name;
     const char* value = "";
@@ -43,14 +45,16 @@ inline constexpr State kPlays{PB_NORMAL}, kSlow{PB_SLOW}, kFast{PB_FF}, kReverse
     kSlowReverse{PB_SLOW_REW}, kPaused{PB_PAUSE}, kAtEnd{PB_PAUSE, kPauseEnd},
     kAtStart{PB_PAUSE, kPauseStart};
 
-/// The last pass's block, the picture landed on or PAUSE, and how far it moved the time stamp.
-struct Output {
-    bool picture = false;
-    std::optional<uint32_t> increment = 0; ///< none = between two scales, where a distance says nothing
-};
-inline constexpr Output still{}, shownFromOtherScale{true, std::nullopt};
+/// The last pass's block: PAUSE, or the picture landed on and how far it moved the time stamp.
+using Output = std::optional<uint32_t>;
+inline constexpr Output still{};
 constexpr Output shown(uint32_t increment) {
-    return {true, increment};
+    return increment;
+}
+
+/// What is logged of the time that a play request has aimed at.
+inline std::string aims(const char* clock) {
+    return "m_pbStreamTime = " + std::to_string(at(clock).sec) + "\n";
 }
 
 struct Move {
@@ -60,13 +64,15 @@ struct Move {
     Place lands;
     State state;
     Output output;
-    const char* says = nullptr; ///< a message logged on the way
+    std::string says = ""; ///< logged on the way, perhaps among others
 };
 
-/// Finished streams of many kinds, and alarms. `live` adds a stream behind them that is being recorded.
-class Recording {
-public:
-    explicit Recording(bool live = false) {
+/// Finished streams of many kinds, alarms, and a session that requests are made of one after the other.
+class Scenario : public EngineTest {
+protected:
+    Scenario() {
+        setenv("TZ", "JST-9", 1); // a clock text is local time, though it ends with a Z
+        tzset();
         stream(1, "12:00:00", 30, 40).pictures(100).closed();                      // to 12:00:03.300
         stream(2, "12:00:03.400", 25, 15).pictures(100).pictureSize(900).closed(); // to 12:00:07.360
         EXPECT_TRUE(card.writer().placement().wrapped) << "its pictures go on at the chunk's start";
@@ -74,13 +80,13 @@ public:
         // A gap of an hour. Then stream 5 begins inside stream 4.
         stream(4, "13:00:00", 5, 10).pictures(100).closed(); // to 13:00:19.800
         stream(5, "13:00:15", 1, 5).pictures(30).closed();   // to 13:00:44
-        // A time scale of its own and no frame-rate code; its end is the next one's start, where nothing
-        // counts as recorded.
+        // A time scale of its own, no frame-rate code and too few bytes to tell a rate. Its end is the next
+        // one's start, where nothing counts as recorded.
         stream(6, "13:01:00", 25, 25).frameSet(0).firstPts(1'000'000).pictures(76).closed(); // to 13:01:03
         stream(7, "13:01:03", 10, 10).pictures(20).closed(); // to 13:01:04.900
-        card.sql("UPDATE STREAM SET recSize = 0 WHERE streamID = 7");
+        card.sql("UPDATE STREAM SET recSize = 2 * (streamID = 6) WHERE streamID IN (6, 7)");
         // Stream 9 has one I-picture, further than a search goes; it begins inside 8 and holds all of 10.
-        stream(8, "13:02:57", 10, 10).pictures(50).closed();              // to 13:03:01.900
+        stream(8, "13:02:57", 10, 50).pictures(50).closed();              // to 13:03:01.900
         stream(9, "13:03:00", 10, 10).firstI(290).pictures(300).closed(); // to 13:03:29.900
         stream(10, "13:03:02", 10, 10).pictures(29).closed();             // to 13:03:04.800
         stream(11, "13:04:00", 10, 10).firstPts(0).pictures(50).closed(); // to 13:04:04.900
@@ -93,15 +99,95 @@ public:
         card.alarm("12:00:10", "12:00:11", 511);
         card.alarm("12:00:10.200", "12:00:11", 2048);
         card.alarm("12:00:11", ""); // not ended
-        card.alarm("12:30:00", "12:30:01");
         card.alarm("13:00:08", "13:00:09", 2047);
+        card.alarm("13:00:38", "13:00:39");
         card.alarm("13:04:00.500", "13:04:02");
-        if (!live) return;
+    }
+    /// Adds a stream that is being recorded.
+    void beginRecording() {
         card.alarm("13:06:03", "13:06:04");
         card.alarm("13:06:30", "13:06:31"); // its pictures are still to come
         segment.m_status = static_cast<REC_STATUS*>(segment.creat(world.statusKey()));
         stream(13, "13:06:00", 10, 10).pictures(50).recording(); // to 13:06:04.900 so far
         publish(13);
+    }
+    /// Opens a session and steps it to the picture.
+    void begin(Start start) {
+        engine = std::make_unique<Engine>(start.place.first, segment.m_status ? &segment : nullptr);
+        EXPECT_EQ(engine->preGetData(), 1);
+        if (start.skipMs != 0) engine->setFFSkipTime(start.skipMs);
+        run(wait); // paused, until the client says play
+        if (start.place.second != 0) run({"Step", std::to_string(start.place.second).c_str()});
+        EXPECT_EQ(place(), start.place);
+        m_shown.clear();
+    }
+    void run(const Request& request) {
+        const std::string name = request.name;
+        std::string value = request.value;
+        if (name == "Clock") {
+            simulated::advanceMs(std::stol(value));
+        } else if (name == "Grow") {
+            grow(static_cast<uint32_t>(std::stoul(value)));
+        } else if (name == "Begin") {
+            beginNext(static_cast<uint32_t>(std::stoul(value)));
+        } else if (name != "Wait") {
+            const size_t time = value.find("clock=") + 6;
+            if (std::erase(value, ':') != 0) value.insert(time, "20240102T").insert(time + 15, "Z");
+            ControlRequest asked(name == "Pause" ? RTSP_REQ_PAUSE : RTSP_REQ_PLAY);
+            asked.with("Session", "7").with(name, value);
+            if (name != "Play") asked.with("Scale", "-3"); // the first keyword decides
+            engine->analyzeEventData(&asked.record);
+        }
+        for (int passes = 0; passes != request.passes && passes < 3000; ++passes) {
+            const uint32_t before = engine->m_timestamp;
+            block = engine->turn();
+            increment = engine->m_timestamp - before;
+            if (block != kPauseBlock) m_shown.push_back(identify(block));
+            if (request.passes == kUntilRest && engine->getCurrentPlayMode() == PB_PAUSE) break;
+        }
+    }
+    /// Runs the rows in order.
+    void expectMoves(const std::vector<Move>& rows) {
+        for (const Move& row : rows) {
+            SCOPED_TRACE(row.what);
+            if (row.from.place.first != 0) begin(row.from);
+            log.clear();
+            run(row.request);
+            EXPECT_NE(log.dump().find(row.says), std::string::npos) << row.says;
+            EXPECT_EQ(engine->getCurrentPlayMode(), row.state.type);
+            const int reason = engine->getCurrentPauseMode();
+            EXPECT_TRUE(row.state.type != PB_PAUSE || reason == row.state.reason) << reason;
+            EXPECT_EQ(block == kPauseBlock ? Place{} : identify(block), row.output ? row.lands : Place{});
+            EXPECT_EQ(increment, row.output.value_or(0));
+            EXPECT_EQ(place(), row.lands);
+        }
+    }
+    /// The pictures shown since the session began, in order: "1:0-99 2:0-3 ".
+    std::string pictures() const {
+        std::string text;
+        Place last;
+        for (const auto& [stream, picture] : m_shown) {
+            if (last == Place{stream, picture - 1})
+                text.erase(text.rfind('-'));
+            else
+                text += std::to_string(stream) + ":" + std::to_string(picture);
+            text += "-" + std::to_string(picture) + " ";
+            last = {stream, picture};
+        }
+        return text;
+    }
+
+    CtavirnShmServer segment;
+    std::unique_ptr<Engine> engine;
+
+private:
+    /// Its time stamps are the wall clock's, as far as nothing else is said.
+    StreamBuilder stream(uint32_t id, const char* from, double fps, uint32_t gop) {
+        return card.stream(id).from(from).firstPts(atMs(from)).fps(fps).gop(gop);
+    }
+    void publish(uint32_t id) {
+        segment.m_status->recStreamID = id;
+        segment.m_status->recPictures = card.writer().pictures();
     }
     void grow(uint32_t pictures) {
         card.grow(pictures);
@@ -114,118 +200,24 @@ public:
         card.stream(14).fromMs(from).firstPts(from).fps(10).gop(10).pictures(pictures).recording();
         publish(14);
     }
-    /// The picture that a block shows; fails the test unless its bytes are the picture's.
-    Place identify(const std::string& block) {
-        Place place;
-        const size_t name = std::min(block.find(" stream "), block.size());
-        if (std::sscanf(block.c_str() + name, " stream %u picture %u ", &place.first, &place.second) != 2) {
-            ADD_FAILURE() << "no picture: " << testing::PrintToString(block);
-            return {};
-        }
-        const PICTURE_HEADER header = card.pictureHeader(place.first, place.second);
-        EXPECT_EQ(block, pictureBytes(place.first, place.second, isIPicture(header), header.size));
-        return place;
-    }
-
-    World world;
-    Card card{world};
-    LogRecorder log;
-    CtavirnShmServer segment;
-
-private:
-    /// Its time stamps are the wall clock's, as far as nothing else is said.
-    StreamBuilder stream(uint32_t id, const char* from, double fps, uint32_t gop) {
-        return card.stream(id).from(from).firstPts(atMs(from)).fps(fps).gop(gop);
-    }
-    void publish(uint32_t id) {
-        segment.m_status->recStreamID = id;
-        segment.m_status->recPictures = card.writer().pictures();
-    }
-};
-
-/// A session that requests are made of one after the other.
-class Session {
-public:
-    Session(Recording& recording, Start start)
-        : engine(start.place.first, recording.segment.m_status ? &recording.segment : nullptr),
-          m_recording(recording) {
-        EXPECT_EQ(engine.preGetData(), 1);
-        if (start.skipMs != 0) engine.setFFSkipTime(start.skipMs);
-        run(wait); // paused, until the client says play
-        if (start.place.second != 0) run({"Step", std::to_string(start.place.second).c_str()});
-        EXPECT_EQ(place(), start.place);
-        m_shown.clear();
-    }
-    void run(const Request& request) {
-        const std::string name = request.name;
-        std::string value = request.value;
-        if (name == "Grow") {
-            m_recording.grow(static_cast<uint32_t>(std::stoul(value)));
-        } else if (name == "Begin") {
-            m_recording.beginNext(static_cast<uint32_t>(std::stoul(value)));
-        } else if (name != "Wait") {
-            if (std::erase(value, ':') != 0) value.insert(6, "20240102T").insert(21, "Z");
-            const rtsp_request record =
-                makeRequest(name == "Pause" ? RTSP_REQ_PAUSE : RTSP_REQ_PLAY, {{request.name, value}});
-            engine.analyzeEventData(&record);
-        }
-        for (int passes = 0; passes != request.passes && passes < 3000; ++passes) {
-            const uint32_t before = engine.m_timestamp;
-            block = engine.turn();
-            increment = engine.m_timestamp - before;
-            if (block != kPauseBlock) m_shown.push_back(m_recording.identify(block));
-            if (request.passes == kUntilRest && engine.getCurrentPlayMode() == PB_PAUSE) break;
-        }
-    }
     Place place() {
         DB_STREAM db;
-        engine.video().getDb(&db);
-        return {db.streamID, engine.offset()};
+        engine->video().getDb(&db);
+        return {db.streamID, static_cast<uint32_t>(engine->video().getOffset())};
     }
-    /// The pictures shown since the start, in order: "1:0-99 2:0-3 ".
-    std::string pictures() const {
-        std::string text;
-        for (size_t i = 0; i < m_shown.size(); ++i) {
-            const auto& [stream, picture] = m_shown[i];
-            if (i > 0 && m_shown[i - 1] == Place{stream, picture - 1}) {
-                text.erase(text.rfind('-'));
-            } else {
-                text += std::to_string(stream) + ":" + std::to_string(picture);
-            }
-            text.append("-").append(std::to_string(picture)).append(" ");
-        }
-        return text;
+    /// The picture that a block shows; fails the test unless its bytes are the picture's.
+    Place identify(const std::string& bytes) {
+        Place shown;
+        const char* const name = bytes.c_str() + std::min(bytes.find(" stream "), bytes.size());
+        EXPECT_EQ(std::sscanf(name, " stream %u picture %u ", &shown.first, &shown.second), 2);
+        const PICTURE_HEADER header = card.pictureHeader(shown.first, shown.second);
+        EXPECT_EQ(bytes, pictureBytes(shown.first, shown.second, isIPicture(header), header.size));
+        return shown;
     }
 
-    Engine engine;
     std::string block;      ///< of the last pass
     uint32_t increment = 0; ///< of its time stamp
-
-private:
-    Recording& m_recording;
     std::vector<Place> m_shown;
 };
-
-/// Runs the rows in order.
-inline void expectMoves(Recording& recording, std::span<const Move> rows) {
-    std::unique_ptr<Session> session;
-    for (const Move& row : rows) {
-        SCOPED_TRACE(row.what);
-        if (row.from.place.first != 0) session = std::make_unique<Session>(recording, row.from);
-        recording.log.clear();
-        session->run(row.request);
-        EXPECT_TRUE(row.says == nullptr || recording.log.has(6, row.says)) << row.says;
-        EXPECT_EQ(session->engine.getCurrentPlayMode(), row.state.type);
-        const int reason = session->engine.getCurrentPauseMode();
-        EXPECT_TRUE(row.state.type != PB_PAUSE || reason == row.state.reason) << reason;
-        if (row.output.picture) {
-            EXPECT_EQ(recording.identify(session->block), row.lands) << "shown";
-        } else {
-            EXPECT_EQ(session->block, kPauseBlock);
-        }
-        EXPECT_EQ(session->increment, row.output.increment.value_or(session->increment));
-        EXPECT_EQ(session->place(), row.lands);
-    }
-}
 
 } // namespace test

@@ -8,25 +8,10 @@
 
 namespace test {
 
-class ThreadLifeTest : public EngineTest {
-protected:
-    ThreadLifeTest() { card.stream(1).from("12:00:00").pictures(40).gop(30).closed(); }
-    ~ThreadLifeTest() override {
-        simulated::resume();
-        if (CpickerThread::m_Instance != nullptr) CpickerThread::m_Instance->end();
-    }
-
-    static CpbPickerThread* openEngine() {
-        return static_cast<CpbPickerThread*>(
-            CpbPickerThread::Instance({.searchMode = kStartAtStream, .searchValue = 1}));
-    }
-};
-
-TEST_F(ThreadLifeTest, RunsUntilEndedWhileTheMainThreadCommands) {
-    CpbPickerThread* const engine = openEngine();
-    ASSERT_EQ(engine->preGetData(), 1);
-    char sets[kParameterSetAnswerBytes];
-    EXPECT_GT(engine->get_sps_pps(sets, 1), 0);
+TEST_F(EngineTest, ThreadRunsUntilEndedWhileTheMainThreadCommands) {
+    card.stream(1).from("12:00:00").pictures(40).gop(30).closed();
+    auto* const engine = static_cast<CpbPickerThread*>(
+        CpbPickerThread::Instance({.searchMode = kStartAtStream, .searchValue = 1}));
     simulated::hold(); // time moves only while the reader waits, so that it misses nothing
     engine->startThread();
     OutputReader reader;
@@ -36,43 +21,46 @@ TEST_F(ThreadLifeTest, RunsUntilEndedWhileTheMainThreadCommands) {
         simulated::advanceMs(100);
     simulated::resume();
     EXPECT_EQ(std::string(block.data.begin(), block.data.end()), pictureBytes(1, 0, true));
-    const rtsp_request play = makeRequest(RTSP_REQ_PLAY), pause = makeRequest(RTSP_REQ_PAUSE);
+    const ControlRequest play(RTSP_REQ_PLAY), pause(RTSP_REQ_PAUSE);
     for (int i = 0; i < 50; ++i) {
-        engine->analyzeEventData(i % 3 == 0 ? &pause : &play);
+        engine->analyzeEventData(i % 3 == 0 ? &pause.record : &play.record);
         engine->setKeepAlive(987);
         engine->setFFSkipTime(500);
         engine->getCurrentPlayMode();
         engine->getCurrentPauseMode();
         EXPECT_EQ(engine->getFatalError(), 0u);
-        ASSERT_EQ(reader.next(block, std::chrono::seconds(20)), ReadResult::block);
+        EXPECT_EQ(reader.next(block, std::chrono::seconds(20)), ReadResult::block);
     }
     simulated::hold();
     engine->end(); // wakes it from a pause that would not pass
     EXPECT_TRUE(log.lines().back().text.ends_with("endGetData")) << log.dump();
     EXPECT_FALSE(OutputReader().attach(paths().ipcKey, kOutputMemoryProject));
+    simulated::resume();
 }
 
-TEST_F(ThreadLifeTest, EngineWithoutOutputMemoryCanStillBeEnded) {
-    unlink(paths().ipcKey);
-    CpbPickerThread* const engine = openEngine();
-    engine->startThread();
-    engine->end();
-    EXPECT_TRUE(log.has(3, "shm_create error")) << log.dump();
-    EXPECT_FALSE(log.has(6, "preGetData()")) << log.dump();
-    EXPECT_FALSE(log.has(6, "endGetData", "pickerThread"));
-}
-
-TEST_F(ThreadLifeTest, TeardownIsTriedFromSecond61UntilItIsDelivered) {
-    Engine engine(1); // its thread begins at second 0, driven by hand and without output memory
+TEST_F(EngineTest, TeardownIsTriedFromSecond61UntilItIsDelivered) {
+    Engine byHand(1); // its thread begins at second 0, driven by hand and without output memory
     int listening = -1;
     for (const time_t second : {60, 61, 62, 63, 64}) {
         if (second == 63) listening = s_create_serv_socket(paths().controlSocket);
         if (second == 64) close(listening);
         simulated::set({.tv_sec = second, .tv_usec = 0});
-        engine.pass(engine.m_buffer.data());
+        byHand.pass(byHand.m_buffer.data());
     }
     EXPECT_EQ(log.count(3, "s_connect_serv error", "m_sendTeardown"), 2) << log.dump();
     EXPECT_EQ(log.count(3, "shm_write_data error", "pickerThread"), 5) << log.dump();
+}
+
+TEST_F(EngineTest, FirstPositioningNeedsTheStream) {
+    card.stream(1).from("12:00:00").pictures(50).closed();
+    const std::tuple<uint32_t, uint32_t, int, const char*> cases[] = {
+        {kStartAtStream, 9, 0, "sendThread will return.[video stream error]"},
+        {kStartAtTime, at("12:00:01").sec, 1, "search startdate["},
+        {7, 1, 0, "sendThread will return.[pb mode error]"}};
+    for (const auto& [mode, value, result, message] : cases) {
+        EXPECT_EQ(CpbPickerThread({.searchMode = mode, .searchValue = value}).preGetData(), result);
+        EXPECT_NE(log.dump().find(message), std::string::npos) << message;
+    }
 }
 
 } // namespace test

@@ -1,246 +1,146 @@
-// Asks a running daemon for everything, at random, for a given time, and sees that it neither dies, nor
-// leaves a request unanswered, nor grows. scripts/soak starts what it needs: a daemon, and a recorder beside
-// it.
-#include <algorithm>
+// Asks a daemon that follows a live recorder for everything, at random, and sees that it neither dies, nor
+// leaves a request unanswered, nor grows. scripts/soak builds and runs it.
+#include <CLI/CLI.hpp>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <sqlite3.h>
-#include <sys/ipc.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include "platform/output_reader.h"
 #include "platform/paths.h"
-#include "platform/paths_rooted.h"
-#include "stream/records.h"
-#include "tools/client/control_client.h"
-#include "tools/ctl/play_value.h"
+#include "tools/common/command_line.h"
+#include "tools/common/stop_signals.h"
+#include "tools/tour/session.h"
+#include "tools/tour/tour.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
+using namespace std::chrono;
 
-constexpr long kRssToleranceKb = 256; ///< pages of the libraries that are touched late
-constexpr int kStreamsKept = 4;       ///< the others are deleted under the daemon, as a full card's are
-
-/// What may not grow. Taken between two sessions. `ipc` counts what exists, and what the daemon is attached
-/// to.
-struct Sample {
-    long descriptors = 0, threads = 0, rssKb = 0, ipc = 0;
+const std::pair<std::string, std::vector<std::string>> kPlays[] = {
+    {"", {""}},
+    {"Scale", {"0.1", "0.5", "1", "2", "4", "16", "1024", "-0.5", "-1", "-2", "-64", "0", "nan"}},
+    {"Step", {"1", "-1", "2", "-7", "100", "-100", "4294967295"}},
+    {"Jump", {"oldest", "latest", "next-alarm", "prev-alarm", "nowhere", "clock=20240102T030411Z"}},
+    {"Range", {"clock=20240102T030434Z"}},
 };
+const std::vector<int32_t> kOthers{RTSP_REQ_OPEN, RTSP_REQ_PAUSE, RTSP_REQ_FFTIME, 99, -1};
+
+/// What may not grow, taken between two sessions.
+using Sample = std::map<std::string, long>;
+constexpr long kRssToleranceKb = 256; ///< pages of the libraries that are touched late
+
+Sample sampleOf(const std::string& process) {
+    Sample sample;
+    for (const auto& file : std::filesystem::directory_iterator(process + "/fd"))
+        sample["descriptors"] += !file.path().empty();
+    std::ifstream status(process + "/status"), maps(process + "/maps");
+    for (std::string word; status >> word;) {
+        if (word == "VmRSS:") status >> sample["RSS, KB"];
+        if (word == "Threads:") status >> sample["threads"];
+    }
+    for (std::string word; maps >> word;) sample["IPC objects"] += word.starts_with("/SYSV");
+    return sample;
+}
+
+bool hasGrown(Sample before, Sample after) {
+    bool grown = false;
+    for (const auto& [what, count] : after) {
+        std::printf("%-12s %6ld, then %6ld\n", what.c_str(), before[what], count);
+        grown = grown || count > before[what] + (what == "RSS, KB" ? kRssToleranceKb : 0);
+    }
+    return grown;
+}
 
 class Soak {
 public:
-    Soak(pid_t daemon, uint32_t seed) : m_daemon(daemon), m_chance(seed) {}
+    explicit Soak(unsigned seed) : m_chance(seed) {}
 
-    /// Between two samples; the daemon is idle at the end.
-    void run(Clock::time_point until, int least) {
-        for (int n = 0; n < least || Clock::now() < until; ++n) {
+    void run(steady_clock::time_point until) {
+        do {
             session();
-            if (n % 50 == 0) forgetOldStreams();
-        }
-        request(ControlRequest(RTSP_REQ_TEARDOWN));
+            if (++sessions % 50 == 0) forgetOldStreams();
+        } while (steady_clock::now() < until);
+        exchange(paths().controlSocket, ControlRequest(RTSP_REQ_TEARDOWN).record);
     }
 
-    Sample sample() const {
-        Sample now;
-        now.descriptors = countLines("ls /proc/" + std::to_string(m_daemon) + "/fd");
-        for (const int project : {kStatusSegmentProject, kOutputMemoryProject})
-            now.ipc += countLines("grep -hE '^ *" + std::to_string(ftok(paths().ipcKey, project)) +
-                                  " ' /proc/sysvipc/shm /proc/sysvipc/sem");
-        now.ipc += countLines("grep SYSV /proc/" + std::to_string(m_daemon) + "/maps");
-        std::ifstream status("/proc/" + std::to_string(m_daemon) + "/status");
-        for (std::string word; status >> word;) {
-            if (word == "VmRSS:") status >> now.rssKb;
-            if (word == "Threads:") status >> now.threads;
-        }
-        return now;
-    }
-
-    long requests = 0, sessions = 0, refused = 0, pictures = 0, pauses = 0, viewersKilled = 0;
+    size_t sessions = 0, refused = 0, requests = 0, pictures = 0;
 
 private:
-    static long countLines(const std::string& command) {
-        FILE* lines = popen((command + " | wc -l").c_str(), "r");
-        char text[16]{};
-        if (!lines || !std::fgets(text, sizeof text, lines)) std::abort();
-        pclose(lines);
-        return std::atol(text);
-    }
-
-    int below(int limit) { return static_cast<int>(m_chance() % static_cast<unsigned>(limit)); }
-    template <class T> T of(std::initializer_list<T> values) {
-        return values.begin()[below(static_cast<int>(values.size()))];
-    }
-
-    std::string request(const ControlRequest& request) {
-        ++requests;
-        const auto answer = exchange(paths().controlSocket, request.record);
-        if (answer) return *answer;
-        std::printf("request %ld (type %d) was not answered: %s\n", requests, request.record.type,
-                    std::strerror(errno));
-        std::exit(1);
-    }
-    ControlRequest ours(int32_t type) {
-        return std::move(ControlRequest(type).with("Session", std::to_string(sessions)));
-    }
+    size_t below(size_t limit) { return m_chance() % limit; }
 
     void session() {
-        const OpenAnswer answer = readOpenAnswer(request(ControlRequest(RTSP_REQ_OPEN)));
-        ++sessions;
-        if (answer != OpenAnswer::opened) ++refused;
-        request(ours(RTSP_REQ_SESSION));
-        if (below(20) == 0) killAViewer();
-        OutputReader reader;
-        reader.attach(paths().ipcKey, kOutputMemoryProject);
-        reader.rewind();
-        for (int n = below(30); n > 0; --n) {
-            ask();
-            watch(reader, milliseconds(below(10) == 0 ? below(1000) : below(40)));
-        }
-        if (below(4) != 0) request(ours(RTSP_REQ_TEARDOWN)); // else the next open is refused, then it ends
-        if (below(2) == 0) request(ControlRequest(RTSP_REQ_TEARDOWN));
-    }
-
-    void ask() {
-        switch (below(12)) {
-        case 0:
-            request(ours(RTSP_REQ_PLAY));
-            break;
-        case 1:
-        case 2:
-            play("Scale",
-                 of({"0.1", "0.5", "1", "2", "4", "16", "1024", "-0.5", "-1", "-2", "-64", "0", "nan"}));
-            break;
-        case 3:
-        case 4:
-            play("Step", of({"1", "-1", "2", "-7", "100", "-100", "4294967295"}));
-            break;
-        case 5:
-        case 6:
-            play("Jump", of({"oldest", "latest", "next-alarm", "prev-alarm", "nowhere"}));
-            break;
-        case 7:
-            play(of({"Jump", "Range"}), clockText());
-            break;
-        case 8:
-            request(ours(RTSP_REQ_PAUSE));
-            break;
-        case 9:
-            request(ours(RTSP_REQ_FFTIME).with("FFTime", std::to_string(below(3000))));
-            break;
-        case 10:
-            request(ControlRequest(of({0, 2, 4, 5, 7, 8, 99, -1})).with("Session", "999999"));
-            break;
-        default:
-            status();
-            break;
-        }
-    }
-    void play(const char* header, const std::string& value) {
-        request(ours(RTSP_REQ_PLAY).with(header, value));
-    }
-
-    /// Up to ten minutes ago, or a little ahead.
-    std::string clockText() {
-        char text[32];
-        const time_t when = time(nullptr) - below(600) + 20;
-        tm local{};
-        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime_r(&when, &local));
-        return jumpValue(text).value_or("");
-    }
-
-    void status() {
-        const std::string word = readStatusAnswer(request(ours(RTSP_REQ_STATUS)));
-        for (const char* known : {"play", "pause", "pause(sof)", "pause(eof)", "init", "error"})
-            if (word == known) return;
-        std::printf("the status is '%s'\n", word.c_str());
-        std::exit(1);
-    }
-
-    void watch(OutputReader& reader, milliseconds span) {
-        const Clock::time_point end = Clock::now() + span;
-        for (milliseconds left = span; left.count() > 0;
-             left = std::chrono::duration_cast<milliseconds>(end - Clock::now())) {
-            if (!reader.attached()) {
-                usleep(static_cast<useconds_t>(left.count()) * 1000);
-                return;
+        Session session;
+        if (!session.open()) ++refused; // by the one before, which was not ended
+        for (size_t n = below(30); n > 0; --n, ++requests) {
+            const auto& [header, values] = kPlays[below(std::size(kPlays))];
+            if (below(4) != 0)
+                session.ask(RTSP_REQ_PLAY, header, values[below(values.size())]);
+            else
+                session.ask(kOthers[below(kOthers.size())], "FFTime", std::to_string(below(3000)));
+            if (Session::status().empty()) throw Failure(kFailed, "the status is none that there is");
+            if (below(200) == 0) {
+                Child viewer({TAVIRN_VIEW, "--wait", "1"}, "/dev/null");
+                session.readUntil(milliseconds(below(100)), [] { return false; });
+                kill(viewer.pid(), SIGKILL);
             }
-            const ReadResult result = reader.next(m_block, left);
-            if (result == ReadResult::damaged) {
-                std::puts("the output memory contradicts itself");
-                std::exit(1);
-            }
-            if (result == ReadResult::ended || result == ReadResult::abandoned) reader.detach();
-            if (result == ReadResult::block) ++(m_block.data.size() == 5 ? pauses : pictures);
+            session.readUntil(milliseconds(below(10) == 0 ? below(1000) : below(40)), [] { return false; });
         }
+        pictures += session.pictures().size();
+        if (below(4) != 0) session.ask(RTSP_REQ_TEARDOWN);
     }
 
-    void killAViewer() {
-        const pid_t viewer = fork();
-        if (viewer == 0) {
-            OutputReader reader;
-            if (reader.attach(paths().ipcKey, kOutputMemoryProject))
-                while (reader.next(m_block, milliseconds(1000)) == ReadResult::block) continue;
-            _exit(0);
-        }
-        request(ours(RTSP_REQ_PLAY));
-        usleep(static_cast<useconds_t>(below(100'000)));
-        kill(viewer, SIGKILL);
-        waitpid(viewer, nullptr, 0);
-        ++viewersKilled;
-    }
-
-    void forgetOldStreams() {
+    /// Deletes all but the newest four under the daemon, as a full card's are.
+    static void forgetOldStreams() {
         sqlite3* index = nullptr;
         sqlite3_open(paths().index, &index);
         sqlite3_busy_timeout(index, 5000);
-        const std::string old = "DELETE FROM STREAM WHERE status <> 1 AND streamID NOT IN "
-                                "(SELECT streamID FROM STREAM ORDER BY streamID DESC LIMIT " +
-                                std::to_string(kStreamsKept) + ")";
-        sqlite3_exec(index, old.c_str(), nullptr, nullptr, nullptr);
+        const char* old = "DELETE FROM STREAM WHERE status <> 1 AND streamID NOT IN "
+                          "(SELECT streamID FROM STREAM ORDER BY streamID DESC LIMIT 4)";
+        sqlite3_exec(index, old, nullptr, nullptr, nullptr);
         sqlite3_close(index);
     }
 
-    const pid_t m_daemon;
     std::mt19937 m_chance;
-    OutputBlock m_block;
 };
 
-bool grew(const char* what, long before, long after, long tolerance) {
-    std::printf("%-12s %6ld at the start, %6ld at the end%s\n", what, before, after,
-                after > before + tolerance ? "  <-- grew" : "");
-    return after > before + tolerance;
+int soak(int span, unsigned seed) {
+    stopOnSignals({SIGINT, SIGTERM, SIGHUP});
+    const World world;
+    const TourSettings settings{TAVIRN_ROOTED, TAVIRN_RECORD, "320x240", ""};
+    recordStreams(settings);
+    Child recorder(recorderWords(settings, {"--live", "--split", "10", "--event", "20", "--bitrate", "128"}),
+                   world.root() + "/live");
+    Child daemon({TAVIRN_ROOTED, "--foreground"}, "/dev/null");
+    awaitService(daemon);
+    std::printf("soaking for %d minutes, seed %u\n", span, seed);
+    std::fflush(stdout);
+    Soak soak(seed);
+    const auto begin = steady_clock::now();
+    soak.run(begin + std::min<seconds>(minutes(1), minutes(span) / 4));
+    const std::string process = "/proc/" + std::to_string(daemon.pid());
+    const Sample before = sampleOf(process);
+    soak.run(begin + minutes(span));
+    const bool grown = hasGrown(before, sampleOf(process));
+    std::printf("%zu requests in %zu sessions, %zu of them refused; %zu pictures seen\n", soak.requests,
+                soak.sessions, soak.refused, soak.pictures);
+    recorder.stop(seconds(20));
+    daemon.stop(seconds(20));
+    if (!world.left().empty()) throw Failure(kFailed, "the daemon left behind: " + world.left());
+    if (grown) throw Failure(kFailed, "the daemon has grown");
+    if (soak.pictures == 0 || soak.refused > soak.sessions / 2)
+        throw Failure(kFailed, "too little was played");
+    std::printf("nothing grew in %d minutes\n", span);
+    return kDone;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 5) {
-        std::fputs("Usage: tavirn-soak ROOT DAEMON_PID SECONDS SEED (scripts/soak calls it)\n", stderr);
-        return 2;
-    }
-    setPathsRoot(argv[1]);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    Soak soak(std::atoi(argv[2]), static_cast<uint32_t>(std::atol(argv[4])));
-    const auto end = Clock::now() + std::chrono::seconds(std::atoi(argv[3]));
-    soak.run(Clock::now() + std::chrono::seconds(std::min(60, std::atoi(argv[3]) / 4)), 0);
-    const Sample before = soak.sample();
-    soak.run(end, 1);
-    const Sample after = soak.sample();
-    std::printf("%ld requests in %ld sessions, %ld of them refused; %ld pictures, %ld pauses seen; %ld "
-                "viewers killed\n",
-                soak.requests, soak.sessions, soak.refused, soak.pictures, soak.pauses, soak.viewersKilled);
-    const bool failed[] = {grew("descriptors", before.descriptors, after.descriptors, 0),
-                           grew("threads", before.threads, after.threads, 0),
-                           grew("IPC objects", before.ipc, after.ipc, 0),
-                           grew("RSS, KB", before.rssKb, after.rssKb, kRssToleranceKb),
-                           soak.pictures == 0 || soak.refused > soak.sessions / 2};
-    if (failed[4]) std::puts("so little was played that this says nothing");
-    return std::any_of(std::begin(failed), std::end(failed), [](bool one) { return one; });
+    int span = 2;
+    unsigned seed = std::random_device()();
+    CLI::App app("Random requests against a daemon that follows a live recorder.", "tavirn-soak");
+    app.add_option("MINUTES", span, "How long (2)")->check(CLI::Range(1, 100'000));
+    app.add_option("--seed", seed, "Of the requests");
+    return runTool(app, argc, argv, [&] { return soak(span, seed); });
 }

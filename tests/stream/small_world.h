@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tests/support/card.h"
+#include "tools/recording/index_writer.h"
 
 namespace small_world {
 
@@ -15,8 +16,11 @@ constexpr Ms kFirstMs = 1'704'196'800'000; ///< about when the worlds begin
 constexpr uint32_t kRingBytes = 4096;      ///< of the one chunk; the largest world takes three quarters
 constexpr uint32_t kDataBytes = 8;
 
-inline Ms ms(uint32_t seconds, uint32_t milliseconds) {
-    return Ms{seconds} * 1000 + milliseconds;
+inline Ms msOf(PB_STREAM_TIME time) {
+    return Ms{time.seconds()} * 1000 + time.mSec;
+}
+inline PB_STREAM_TIME pbTime(Ms time) {
+    return {static_cast<uint32_t>(time / 1000), static_cast<uint32_t>(time % 1000)};
 }
 
 /// mt19937 reduced by our own arithmetic: the library's distributions differ from machine to machine. Never
@@ -42,23 +46,12 @@ struct SmallStream {
     std::vector<bool> damaged; ///< picture by picture
     bool opens = true;         ///< row, chunk, stream header and picture 0 are sound
 
-    Ms start() const { return ms(row.startDate, row.startMSec); }
-    Ms end() const { return ms(row.endDate, row.endMSec); }
+    Ms start() const { return msOf({row.startDate, row.startMSec}); }
+    Ms end() const { return msOf({row.endDate, row.endMSec}); }
     uint32_t last() const { return header.pictures - 1; }
     Ms timeOf(uint32_t picture) const {
         const PICTURE_HEADER &top = pictures[0], &here = pictures[picture];
-        return start() + ms(here.pts, here.msec) - ms(top.pts, top.msec);
-    }
-    std::string describe() const {
-        const auto text = [](Ms value) { return std::string(" ").append(std::to_string(value)); };
-        std::string line = "stream" + text(row.streamID) + ":" + text(start() - kFirstMs) + " .." +
-                           text(end() - kFirstMs) + ", frame-rate code" + text(row.frameSet & 15) +
-                           ", recSize" + text(row.recSize) + (opens ? "" : ", does not open") +
-                           ", pictures at";
-        for (uint32_t n = 0; n < pictures.size(); ++n)
-            line +=
-                text(timeOf(n) - kFirstMs) + (isIPicture(pictures[n]) ? "I" : "") + (damaged[n] ? "!" : "");
-        return line + ", first stamp" + text(ms(pictures[0].pts, pictures[0].msec)) + "\n";
+        return start() + msOf({here.pts, here.msec}) - msOf({top.pts, top.msec});
     }
 };
 
@@ -66,7 +59,6 @@ class SmallWorld {
 public:
     explicit SmallWorld(uint32_t worldSeed) : seed(worldSeed), m_chance(worldSeed) {
         m_gridMs = m_chance.of({125u, 250u, 500u, 1000u});
-        m_damages = m_chance.oneIn(2);
         m_place = m_chance.below(kRingBytes);
         for (uint32_t count = 1 + m_chance.below(6); streams.size() < count;) addStream();
     }
@@ -100,22 +92,18 @@ private:
         s.row.streamID = (streams.empty() ? 0 : streams.back().row.streamID) + 1 + m_chance.below(2);
         s.row.frameSet = static_cast<uint16_t>(m_chance.below(12) + 0x10);
         s.row.recSize = m_chance.oneIn(5) ? 0 : count;
-        s.row.chunkOffset = take((count + 1) * kHeaderBytes);
         s.row.chunkSize = (count + 1) * kHeaderBytes;
-        s.header.marker = kStreamMarker;
-        s.header.id = 100 + s.row.streamID;
-        s.header.offset = m_place;
-        s.header.size = count * kDataBytes;
-        s.header.pictures = count;
-        s.header.gops = m_chance.of({1u, 30u, 120u, 0u, 121u});
-        s.header = sealed(s.header);
+        s.row.chunkOffset = take(s.row.chunkSize);
+        s.row.startDate = pbTime(start).seconds();
+        s.row.startMSec = pbTime(start).mSec;
+        const uint32_t gops = m_chance.of({1u, 30u, 120u, 0u, 121u});
+        s.header = sealed(
+            STREAM_HEADER{kStreamMarker, s.row.streamID, m_place, count * kDataBytes, 0, count, gops, 0, 0});
         const Ms span = addPictures(s);
         const Ms end = m_chance.oneIn(8) ? start : start + span + m_chance.of({0u, 0u, 0u, m_gridMs});
-        s.row.startDate = static_cast<uint32_t>(start / 1000);
-        s.row.startMSec = static_cast<uint16_t>(start % 1000);
-        s.row.endDate = static_cast<uint32_t>(end / 1000);
-        s.row.endMSec = static_cast<uint16_t>(end % 1000);
-        if (m_damages && m_chance.oneIn(3)) damage(s);
+        s.row.endDate = pbTime(end).seconds();
+        s.row.endMSec = pbTime(end).mSec;
+        if (m_chance.oneIn(6)) damage(s);
 
         put(s.row.chunkOffset, &s.header, kHeaderBytes);
         put(s.row.chunkOffset + kHeaderBytes, s.pictures.data(), count * kHeaderBytes);
@@ -130,32 +118,32 @@ private:
         Ms pts = first;
         for (uint32_t n = 0; n < s.header.pictures; ++n) {
             if (n > 0) pts += even ? stepMs : m_chance.below(4) * stepMs / 2;
-            PICTURE_HEADER picture{};
-            picture.marker = kPictureMarker;
-            picture.offset = take(kDataBytes);
-            picture.size = m_chance.oneIn(40) ? kMinPictureBytes - 1 : kDataBytes;
-            picture.pts = static_cast<uint32_t>(pts / 1000);
-            picture.msec = static_cast<uint16_t>(pts % 1000);
-            picture.pictures = 8 | m_chance.below(4);
-            s.pictures.push_back(sealed(picture));
+            const uint32_t odd = m_chance.of({kMinPictureBytes - 1, kMinPictureBytes, kMaxPictureBytes + 1});
+            const uint32_t size = m_chance.oneIn(20) ? odd : kDataBytes;
+            const uint32_t flags = 8 | m_chance.below(4), place = take(kDataBytes);
+            s.pictures.push_back(
+                sealed(PICTURE_HEADER{kPictureMarker, s.row.streamID, place, size, pbTime(pts).seconds(),
+                                      flags, 0, pbTime(pts).mSec, 0}));
             s.damaged.push_back(false);
-            put(picture.offset, data(s, n).data(), kDataBytes);
+            put(place, data(s, n).data(), kDataBytes);
         }
         return pts - first;
     }
 
     /// A false marker is sealed, and a false checksum leaves the marker right: each has a test of its own.
     void damage(SmallStream& s) {
-        const uint32_t kind = m_chance.below(8);
+        const uint32_t kind = m_chance.below(9);
         const uint32_t n = m_chance.below(s.header.pictures);
         if (kind == 0) s.row.chunkID = 7; // no such chunk
         if (kind == 1) s.row.chunkSize = 0;
         if (kind == 2) s.header.pts ^= 1;
         if (kind == 3) s.header = falselyMarked(s.header);
-        if (kind == 4 || kind == 5) s.pictures[n].msec ^= 1;
-        if (kind >= 6) s.pictures[n] = falselyMarked(s.pictures[n]);
-        s.damaged[n] = kind >= 4;
-        s.opens = kind >= 4 && !s.damaged[0];
+        if (kind == 4) s.header.offset = kRingBytes;
+        if (kind == 4) s.header = sealed(s.header);
+        if (kind == 5 || kind == 6) s.pictures[n].msec ^= 1;
+        if (kind >= 7) s.pictures[n] = falselyMarked(s.pictures[n]);
+        s.damaged[n] = kind >= 5;
+        s.opens = kind >= 5 && !s.damaged[0];
     }
     template <class Header> static Header falselyMarked(Header header) {
         header.marker ^= 1; // the other kind's
@@ -170,26 +158,15 @@ private:
 
     Chance m_chance;
     uint32_t m_gridMs;
-    bool m_damages;
     uint32_t m_place; ///< in the chunk, of the next free byte
 };
 
-/// Puts the world in the place of the one before. `chunk` must be there, in its size.
-inline void hold(const SmallWorld& world, test::Card& card, const std::string& chunk) {
-    test::patchFile(chunk, 0, world.chunk);
-    // In memory, as far as it goes: nothing of it has to last.
-    std::string sql = "PRAGMA synchronous = OFF; PRAGMA journal_mode = MEMORY; BEGIN; DELETE FROM STREAM;";
-    for (const auto& [row, header, pictures, damaged, opens] : world.streams) {
-        sql += "INSERT INTO STREAM (endMSec, streamID, frameSet, recSize, chunkID, chunkOffset, chunkSize,"
-               " startDate, startMSec, endDate) VALUES (" +
-               std::to_string(row.endMSec);
-        for (const uint32_t cell :
-             {row.streamID, uint32_t{row.frameSet}, row.recSize, row.chunkID, row.chunkOffset, row.chunkSize,
-              row.startDate, uint32_t{row.startMSec}, row.endDate})
-            sql.append(",").append(std::to_string(cell));
-        sql += ");";
-    }
-    card.sql(sql + "COMMIT");
+/// Puts the world in the place of the one before.
+inline void hold(const SmallWorld& world, test::Card& card) {
+    test::writeFile(paths().card + std::string("/chunk00000"), world.chunk);
+    card.sql("DELETE FROM STREAM");
+    IndexWriter index(paths().index);
+    for (const SmallStream& stream : world.streams) index.addStream(stream.row);
 }
 
 } // namespace small_world

@@ -24,7 +24,7 @@ const std::string kSei = "\0\0\0\1\x06\x05\x01\x55\x80"s;
 const std::string kISlice = "\0\0\0\1\x65\x88\x84"s;
 const std::string kOtherSlice = "\0\0\0\1\x41\x9A\x24"s;
 
-constexpr uint32_t kGrowth = 1000; // pictures that a recording stream can grow by
+constexpr uint32_t kGrowth = 400; // pictures that a recording stream can grow by
 
 /// Record `n` of a stream's header area; one that reaches the chunk's end goes on at its start.
 template <class Header> Header readRecord(Card& card, uint32_t streamId, uint64_t n) {

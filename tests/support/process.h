@@ -21,6 +21,7 @@ public:
     Process& operator=(const Process&) = delete;
 
     pid_t pid() const { return m_pid; }
+    /// To one that has not been waited for.
     void signal(int number) const { kill(m_pid, number); }
     /// The exit code; 128 + the signal's number for a killed one; -1 when it does not end in time.
     int wait(int timeoutMs = 60000);
@@ -29,6 +30,7 @@ public:
 
 private:
     pid_t m_pid = -1;
+    int m_code = -1;     ///< of one that has ended
     std::string m_files; ///< path that ".out" and ".err" are appended to
 };
 
@@ -39,9 +41,6 @@ std::string runTool(const std::vector<std::string>& words, const std::string& ro
 /// is a script in `root`.
 std::string runnable(const std::string& program, const std::string& root);
 
-/// Waits for a child (or an adopted descendant) to end, as Process::wait does.
-int waitForEnd(pid_t pid, int timeoutMs);
-
 /// Polls until `condition` holds; false when it does not within the time.
 template <class Condition> bool eventually(Condition condition, int timeoutMs = 20000) {
     for (int waited = 0; waited < timeoutMs; waited += 2) {
@@ -51,28 +50,21 @@ template <class Condition> bool eventually(Condition condition, int timeoutMs = 
     return condition();
 }
 
-/// The rooted daemon, started as init would start it. The test adopts the detached process, so that it sees
-/// its exit code; should the test itself be killed, a keeper kills the daemon.
+/// The rooted daemon in the foreground.
 class DaemonProcess {
 public:
-    /// Starts the daemon and waits until it serves its socket, or has ended (then `exitCode` says how).
+    /// Starts it and waits until it serves its socket or has ended.
     explicit DaemonProcess(const std::string& root);
-    ~DaemonProcess();
-    DaemonProcess(const DaemonProcess&) = delete;
-    DaemonProcess& operator=(const DaemonProcess&) = delete;
+    ~DaemonProcess() { stop(SIGTERM); }
 
-    bool serving() const { return m_pid > 0; }
-    pid_t pid() const { return m_pid; }
-    /// The exit code of a daemon that has ended; -1 while it runs.
-    int exitCode() const { return m_exitCode; }
-    /// Sends the signal and waits for the end; the exit code.
+    bool serving() const { return m_serving; }
+    pid_t pid() const { return m_process.pid(); }
+    /// Sends the signal, unless it has ended, and waits for the end; as Process::wait.
     int stop(int signal, int timeoutMs = 20000);
 
 private:
-    pid_t m_pid = -1;
-    pid_t m_keeper = -1;
-    int m_keeperPipe = -1;
-    int m_exitCode = -1;
+    Process m_process;
+    bool m_serving = false;
 };
 
 } // namespace test

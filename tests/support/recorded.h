@@ -7,7 +7,7 @@
 
 namespace test {
 
-/// All pictures of the streams, in order, as the index and chunks of paths() hold them.
+/// All pictures of the finished streams, in order, as the index and chunks of paths() hold them.
 std::vector<std::string> recordedPictures(const std::vector<uint32_t>& streamIds);
 std::string joined(const std::vector<std::string>& pictures);
 

@@ -3,7 +3,6 @@
 #include <condition_variable>
 #include <mutex>
 #include <sched.h>
-#include <utility>
 
 #include "platform/clock.h"
 
@@ -14,6 +13,9 @@ constexpr size_t kSleepsKept = 1000;
 enum class Mode { runs, held, frozen };
 
 struct SimulatedClock {
+    /// Sleeping allocates nothing, so that nothing can fail there.
+    SimulatedClock() { sleeps.reserve(kSleepsKept); }
+
     std::mutex mutex;
     std::condition_variable moved;
     timeval now{1704196800, 0}; // 2024-01-02 12:00:00 UTC
@@ -66,7 +68,7 @@ void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
     sched_yield();
 }
 
-void wakeSleepers() {
+void wakeSleeper() {
     change([](SimulatedClock&) {});
 }
 
@@ -100,7 +102,9 @@ timeval now() {
 
 std::vector<timeval> takeSleeps() {
     const std::lock_guard lock(theClock().mutex);
-    return std::exchange(theClock().sleeps, {});
+    const std::vector<timeval> sleeps = theClock().sleeps;
+    theClock().sleeps.clear();
+    return sleeps;
 }
 
 } // namespace test::simulated

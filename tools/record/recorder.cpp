@@ -17,11 +17,6 @@ constexpr uint32_t kBytesPerPictureAtLeast = 512;
 /// How soon a stop ends a wait for a picture's time.
 constexpr uint64_t kStopCheckMs = 50;
 
-uint64_t realMs() {
-    const timeval now = wallclock::now();
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
-}
-
 /// The code of the table's rate within 1 %, so that 29.97 counts as 30; 0 when there is none.
 uint16_t frameSetOf(double framesPerSecond) {
     for (uint16_t code = 1; code <= std::size(kFrameRates); ++code) {
@@ -40,6 +35,11 @@ uint32_t gopFigure(const MediaInfo& info) {
 }
 
 } // namespace
+
+uint64_t nowMs() {
+    const timeval now = wallclock::now();
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+}
 
 Recorder::Recorder(MediaSource& source, RecordingWriter& writer, const RecorderSettings& settings,
                    const std::atomic<bool>& stop)
@@ -98,7 +98,7 @@ void Recorder::recordAll(const std::function<void(const RecordingProgress&)>& pr
         if (!m_open && gop.last && !m_stop)
             throw RecordingError("a session opens on two I-pictures at least, and there is only one; "
                                  "record more pictures, or with a smaller --gop");
-        if (m_launchMs == 0) m_launchMs = realMs();
+        if (m_launchMs == 0) m_launchMs = nowMs();
         changeStream(gop);
         for (const MediaPicture& picture : gop.pictures) {
             if (m_stop && (!m_open || m_iPictures >= 2)) return;
@@ -202,7 +202,7 @@ uint32_t Recorder::streamCapacity() const {
 /// Waits for the time of a picture, or for the stop.
 void Recorder::waitUntil(uint64_t wallMs) const {
     const uint64_t due = m_launchMs + wallMs - m_settings.timeline.startMs;
-    for (uint64_t now = realMs(); now < due && !m_stop; now = realMs()) {
+    for (uint64_t now = nowMs(); now < due && !m_stop; now = nowMs()) {
         const uint64_t pause = std::min(due - now, kStopCheckMs);
         wallclock::sleepFor({0, static_cast<suseconds_t>(pause * 1000)});
     }

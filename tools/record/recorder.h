@@ -14,6 +14,9 @@
 
 class StatusPublisher;
 
+/// The clock by which a recording is dated and, live, paced; milliseconds since the epoch.
+uint64_t nowMs();
+
 struct Alarm {
     uint64_t startMs = 0; ///< by the clock, since the recording's start
     uint64_t endMs = 0;   ///< ends earlier when the recording does

@@ -28,14 +28,14 @@ std::string answerTo(const ControlRequest& request) {
 
 } // namespace
 
-void Session::open() {
-    if (readOpenAnswer(answerTo(ControlRequest(RTSP_REQ_OPEN))) != OpenAnswer::opened)
-        throw Failure(kFailed, "the daemon does not open a session");
+bool Session::open() {
+    if (readOpenAnswer(answerTo(ControlRequest(RTSP_REQ_OPEN))) != OpenAnswer::opened) return false;
     ask(RTSP_REQ_SESSION);
     if (!m_reader.attach(paths().ipcKey, kOutputMemoryProject))
         throw Failure(kFailed, std::string("there is no output memory: ") + std::strerror(errno));
     m_reader.rewind();
     while (m_reader.next(m_block, milliseconds(0)) == ReadResult::block) take(std::nullopt);
+    return true;
 }
 
 std::string Session::ask(int32_t type, const std::string& header, const std::string& value) {
@@ -51,22 +51,8 @@ std::string Session::status(unsigned number) {
         answerTo(ControlRequest(RTSP_REQ_STATUS).with("Session", std::to_string(number))));
 }
 
-bool Session::readToTheEnd(std::chrono::seconds atMost) {
-    return readUntil(atMost, [&] { return m_ended; });
-}
-
-bool Session::readPictures(size_t count, std::chrono::seconds atMost) {
-    return readUntil(atMost, [&] { return m_pictures.size() >= count; });
-}
-
-bool Session::readUntilQuiet(size_t count, std::chrono::seconds atMost) {
-    return readUntil(atMost, [&] {
-        return m_pictures.size() >= count && m_blocks >= kTaken + kResting && m_pausesInARow >= kResting;
-    });
-}
-
-void Session::rest(milliseconds span) {
-    readUntil(span, [] { return false; });
+bool Session::isQuiet() const {
+    return m_blocks >= kTaken + kResting && m_pausesInARow >= kResting;
 }
 
 bool Session::readUntil(milliseconds atMost, const std::function<bool()>& enough) {

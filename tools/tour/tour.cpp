@@ -5,7 +5,6 @@
 #include <fstream>
 
 #include "platform/paths.h"
-#include "tools/client/control_client.h"
 #include "tools/common/clock_text.h"
 #include "tools/common/command_line.h"
 #include "tools/common/formatted.h"
@@ -18,24 +17,13 @@ using std::chrono::seconds;
 constexpr seconds kRecords{300}; ///< the recording is encoded as fast as the machine can
 constexpr seconds kComesUp{20};
 constexpr seconds kEnds{20};
-/// Two GOPs, so that there is a picture to jump to.
-constexpr seconds kRecordedBefore{2};
+constexpr seconds kRecordedBefore{2}; ///< two GOPs, so that there is a picture to jump to
 
 /// When the stream began that is being recorded.
 std::optional<uint64_t> recordingSinceMs() {
     for (const StreamRow& row : readStreams(paths().index))
         if (row.isRecording) return row.startMs;
     return std::nullopt;
-}
-
-std::vector<std::string> recorderWords(const TourSettings& settings, const std::vector<std::string>& more) {
-    std::vector<std::string> words{settings.recorder, "--test-pattern",
-                                   "--size",          settings.size,
-                                   "--fps",           "30",
-                                   "--gop",           "30",
-                                   "--chunk-size",    "8M"};
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
 }
 
 std::string joined(std::span<const ShownPicture> pictures) {
@@ -51,6 +39,16 @@ void write(const std::string& file, const std::string& content) {
 
 } // namespace
 
+std::vector<std::string> recorderWords(const TourSettings& settings, const std::vector<std::string>& more) {
+    std::vector<std::string> words{settings.recorder, "--test-pattern",
+                                   "--size",          settings.size,
+                                   "--fps",           "30",
+                                   "--gop",           "30",
+                                   "--chunk-size",    "8M"};
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
 void recordStreams(const TourSettings& settings) {
     printHeading("recording");
     Child(recorderWords(settings, recordedWords()), "").finish(kRecords);
@@ -61,10 +59,7 @@ Tour::Tour(const TourSettings& settings, const World& world)
       m_daemon({settings.daemon, "--foreground"}, world.root() + "/daemon.log"),
       m_recording(readRecording(paths().index, paths().card)), m_visits{{1, m_recording, m_begin},
                                                                         {2, m_recording, m_begin}} {
-    const auto serves = [] { return exchange(paths().controlSocket, ControlRequest(0).record).has_value(); };
-    if (waitUntil(kComesUp, [&] { return m_daemon.hasEnded() || serves(); }) && !m_daemon.hasEnded()) return;
-    m_daemon.stop(kEnds); // which says why, if it has ended by itself
-    throw Failure(kFailed, "the daemon does not serve " + std::string(paths().controlSocket));
+    awaitService(m_daemon);
 }
 
 double Tour::now() const {
@@ -90,9 +85,11 @@ void Tour::playLive() {
     Child recorder(recorderWords(m_settings, {"--live"}), m_world.root() + "/recorder.log");
     const double asked = now();
     std::optional<uint64_t> sinceMs;
-    if (!waitUntil(kComesUp, [&] { return recorder.hasEnded() || (sinceMs = recordingSinceMs()); }) ||
-        !sinceMs)
-        recorder.stop(kEnds);
+    waitUntil(kComesUp, [&] { return recorder.hasEnded() || (sinceMs = recordingSinceMs()); });
+    if (!sinceMs) {
+        recorder.stop(kEnds); // which says why, if it has ended by itself
+        throw Failure(kFailed, "the recorder does not record");
+    }
     printTableHead();
     printLine(asked, "(tavirn-record --live begins)", "", timeOfDay(*sinceMs), "stream 4");
     waitUntil(kRecordedBefore, [] { return false; });
@@ -101,8 +98,8 @@ void Tour::playLive() {
     for (const Step& step : liveSteps()) visit.play(step);
     visit.tearDown();
     recorder.stop(kEnds);
-    m_recording =
-        readRecording(paths().index, paths().card); // only now it can be known which picture is which
+    // Only now it can be known which picture is which.
+    m_recording = readRecording(paths().index, paths().card);
     visit.tell();
 }
 

@@ -15,6 +15,9 @@ struct TourSettings {
     std::string output;   ///< directory for what came out; empty: it is not kept
 };
 
+/// How to start the recorder; `more` tells what and how long.
+std::vector<std::string> recorderWords(const TourSettings& settings, const std::vector<std::string>& more);
+
 /// Records the three streams in the world that paths() names. Throws Failure.
 void recordStreams(const TourSettings& settings);
 

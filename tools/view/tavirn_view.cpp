@@ -1,8 +1,6 @@
 // tavirn-view: reads the output memory as the RTSP server would, keeps the pictures and measures them.
 #include <CLI/CLI.hpp>
-#include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -13,6 +11,7 @@
 #include "platform/paths.h"
 #include "tools/common/command_line.h"
 #include "tools/common/formatted.h"
+#include "tools/common/stop_signals.h"
 #include "tools/common/terminal.h"
 #include "tools/view/view_output.h"
 #include "tools/view/view_stats.h"
@@ -40,9 +39,6 @@ constexpr uint32_t kFirstSequence = 1;
 constexpr double kMaxSeconds = 1e8;
 /// How long an end by signal may go unnoticed.
 constexpr milliseconds kPatience{100};
-
-std::atomic<bool> g_stop{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "set in a signal handler");
 
 struct Options {
     std::string output;
@@ -235,17 +231,8 @@ void printStats(const Options& options, const ViewStats& stats, Outputs& outputs
         std::fputs(text.c_str(), stderr);
 }
 
-void endOnSignals() {
-    struct sigaction action {};
-    action.sa_handler = [](int) { g_stop = true; };
-    action.sa_flags = static_cast<int>(SA_RESETHAND); // a second one ends the program at once
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
-}
-
 int view(const Options& options) {
-    endOnSignals();
+    stopOnSignals({SIGINT, SIGTERM});
     Outputs outputs;
     outputs.open(options); // told before anybody waits for a session
     OutputReader reader;

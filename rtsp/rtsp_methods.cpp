@@ -1,0 +1,202 @@
+// What each method does: the requests of rtsp_server.h.
+#include <gst/rtsp/gstrtspurl.h>
+
+#include "rtsp/description.h"
+#include "rtsp/rtsp_server.h"
+#include "tools/common/formatted.h"
+
+namespace {
+
+/// A client is told that its session lasts a minute without a sign of it.
+constexpr int kSessionSeconds = 60;
+constexpr guint kWrongCredentialsMs = 1000;
+constexpr char kRetryAfter[] = "5";
+
+} // namespace
+
+/// What the URI's path stands for: the path given as an option has npt, /onvif clock times. Nothing: neither.
+std::optional<RangeUnit> RtspServer::unitOf(const std::string& uri) const {
+    GstRTSPUrl* url = nullptr;
+    if (gst_rtsp_url_parse(uri.c_str(), &url) != GST_RTSP_OK) return std::nullopt;
+    std::string path = url->abspath ? url->abspath : "";
+    gst_rtsp_url_free(url);
+    const std::string track = std::string("/") + kTrack;
+    if (path.ends_with('/')) path.pop_back();
+    if (path.ends_with(track)) path.resize(path.size() - track.size());
+    if (path.ends_with('/')) path.pop_back();
+    if (path == "/" + m_options.path) return RangeUnit::npt;
+    if (path == "/onvif") return RangeUnit::clock;
+    return std::nullopt;
+}
+
+bool RtspServer::hasSession(const Connection& connection, const RtspRequest& request) const {
+    const std::string_view named = request.header("Session");
+    return m_session && m_session->connection == connection.id() &&
+           named.substr(0, named.find(';')) == m_session->id;
+}
+
+bool RtspServer::authenticated(Connection& connection, const RtspRequest& request, const Asked& asked) {
+    if (!m_options.credentials || connection.authenticated) return true;
+    const std::string_view given = request.header("Authorization");
+    if (!given.empty() && m_options.credentials->allow(given, request.method, connection.nonce)) {
+        connection.authenticated = true;
+        return true;
+    }
+    if (connection.nonce.empty()) connection.nonce = Credentials::newNonce();
+    const Headers challenge{{"WWW-Authenticate", Credentials::challenge(connection.nonce)}};
+    if (given.empty()) {
+        reply(asked, 401, challenge);
+        return false;
+    }
+    // Guessing takes its time.
+    struct Late {
+        RtspServer* server;
+        Asked asked;
+        Headers headers;
+    };
+    const GSourceFunc run = [](gpointer data) -> gboolean {
+        const auto* late = static_cast<Late*>(data);
+        late->server->reply(late->asked, 401, late->headers);
+        return G_SOURCE_REMOVE;
+    };
+    g_timeout_add_full(G_PRIORITY_DEFAULT, kWrongCredentialsMs, run, new Late{this, asked, challenge},
+                       [](gpointer data) { delete static_cast<Late*>(data); });
+    return false;
+}
+
+void RtspServer::request(Connection& connection, const RtspRequest& request) {
+    const Asked asked{connection.id(), std::string(request.header("CSeq"))};
+    if (asked.cseq.empty() || asked.cseq.find_first_not_of("0123456789") != std::string::npos) {
+        connection.send("RTSP/1.0 400 Bad Request\r\n\r\n");
+        connection.closeWhenSent();
+        return;
+    }
+    constexpr char kPublic[] =
+        "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, GET_PARAMETER, SET_PARAMETER, TEARDOWN";
+    const std::string& method = request.method;
+    const std::string_view required = request.header("Require");
+    if (method == "OPTIONS")
+        reply(asked, 200, {{"Public", kPublic}});
+    else if (std::string_view(kPublic).find(method) == std::string_view::npos)
+        reply(asked, 501, {{"Public", kPublic}});
+    else if (!authenticated(connection, request, asked))
+        return;
+    else if (!required.empty() && required != "onvif-replay")
+        reply(asked, 551, {{"Unsupported", std::string(required)}});
+    else if (!unitOf(request.uri))
+        reply(asked, 404);
+    else if (method == "DESCRIBE")
+        describe(connection, request, asked);
+    else if (method == "SETUP")
+        setUp(connection, request, asked);
+    else if (method.ends_with("_PARAMETER") && request.header("Session").empty())
+        reply(asked, 200);
+    else if (!hasSession(connection, request))
+        reply(asked, 454);
+    else if (method == "PLAY")
+        play(request, asked);
+    else if (method == "PAUSE")
+        pause(asked);
+    else {
+        const Headers session{{"Session", m_session->id}};
+        if (method == "TEARDOWN") endSession();
+        reply(asked, 200, session);
+    }
+}
+
+void RtspServer::endSession() {
+    m_session.reset();
+    m_playback.end();
+}
+
+void RtspServer::describe(const Connection& connection, const RtspRequest& request, const Asked& asked) {
+    std::string base = request.uri;
+    if (!base.ends_with('/')) base += '/';
+    const RangeUnit unit = *unitOf(request.uri);
+    m_described = g_get_monotonic_time();
+    m_playback.describe([this, asked, base, unit, address = connection.local()](
+                            DaemonLink::Opening opening, const Description& description) {
+        m_described = g_get_monotonic_time();
+        if (opening != DaemonLink::Opening::opened) {
+            reply(asked, 503, {{"Retry-After", kRetryAfter}});
+            return;
+        }
+        const auto now = static_cast<uint64_t>(g_get_real_time());
+        reply(asked, 200, {{"Content-Type", "application/sdp"}, {"Content-Base", base}},
+              sessionDescription(description, unit, address, now));
+    });
+}
+
+void RtspServer::setUp(Connection& connection, const RtspRequest& request, const Asked& asked) {
+    const auto wish = readTransport(request.header("Transport"));
+    if (m_session && m_session->connection != connection.id()) {
+        reply(asked, 453, {{"Retry-After", kRetryAfter}});
+    } else if (m_session) {
+        reply(asked, 455);
+    } else if (!wish) {
+        reply(asked, 461);
+    } else {
+        m_described = g_get_monotonic_time();
+        m_playback.describe([this, wish, request, asked](DaemonLink::Opening opening, const Description&) {
+            if (opening != DaemonLink::Opening::opened)
+                reply(asked, 503, {{"Retry-After", kRetryAfter}});
+            else if (m_session)
+                reply(asked, 453, {{"Retry-After", kRetryAfter}});
+            else
+                finishSetUp(*wish, request, asked);
+        });
+    }
+}
+
+void RtspServer::finishSetUp(const TransportWish& wish, const RtspRequest& request, const Asked& asked) {
+    Connection* connection = connectionOf(asked);
+    if (!connection) return;
+    auto transport = wish.tcp ? interleavedTransport(*connection, wish) : udpTransport(*connection, wish);
+    if (!transport) {
+        reply(asked, 500);
+        return;
+    }
+    const uint32_t ssrc = g_random_int();
+    const std::string described = transport->description(ssrc);
+    m_session = Session{Credentials::newNonce(), asked.connection, request.uri, *unitOf(request.uri)};
+    m_playback.setUp(std::move(transport), ssrc, [this] { m_session.reset(); });
+    if (!request.header("Require").empty()) m_playback.setReplayExtension();
+    reply(asked, 200,
+          {{"Transport", described},
+           {"Session", m_session->id + ";timeout=" + std::to_string(kSessionSeconds)}});
+}
+
+void RtspServer::play(const RtspRequest& request, const Asked& asked) {
+    PlayRequest play;
+    RangeUnit unit = m_session->unit;
+    const int status = readPlay(request, m_playback.zero(), play, unit);
+    if (status != 200) {
+        reply(asked, status, {{"Session", m_session->id}});
+        return;
+    }
+    if (play.replay) m_playback.setReplayExtension();
+    m_playback.play(play, [this, asked, unit](const PlayAnswer& answer) { replyPlay(asked, answer, unit); });
+}
+
+void RtspServer::replyPlay(const Asked& asked, const PlayAnswer& answer, RangeUnit unit) {
+    const PlayReply& played = answer.reply;
+    if (played.status != 200 || !m_session) {
+        reply(asked, played.status);
+        return;
+    }
+    Headers headers{
+        {"Session", m_session->id}, {"Scale", formatted("%.1f", played.scale / 10.0)}, {"Speed", "1.0"}};
+    if (played.from)
+        headers.emplace_back("Range", rangeText(unit, played.from, played.until, m_playback.zero()));
+    std::string info = "url=" + m_session->track;
+    if (played.firstFollows)
+        info += formatted(";seq=%u;rtptime=%u", unsigned{answer.sequence}, answer.rtpTime);
+    headers.emplace_back("RTP-Info", info);
+    reply(asked, 200, headers);
+}
+
+void RtspServer::pause(const Asked& asked) {
+    m_playback.pause([this, asked](const PlayAnswer& answer) {
+        reply(asked, answer.reply.status, {{"Session", m_session ? m_session->id : ""}});
+    });
+}

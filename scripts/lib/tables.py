@@ -1,0 +1,206 @@
+"""Puts measured figures into the marked tables of a page; the text around them stays. Called by scripts/bench and
+scripts/compare-players: tables.py bench PAGE COMMIT FIGURES.json, or players PAGE COMMIT DIRECTORY SECONDS ROUNDS,
+where NAME.figures in DIRECTORY has a line of name=value pairs for each round.
+"""
+import datetime
+import json
+import os
+import re
+import statistics
+import sys
+
+SIZES = (100, 1000, 10_000, 100_000, 1_000_000)
+RATIO_GOALS = {2: None, 20: 1.5, 100: 1.15, 800: 1.15}
+JUMP_GOAL_MS = 20
+BLOCK_GOAL_MS = 10
+PLAYERS = {
+    "tavirn": "tavirn-rooted",
+    "ffmpeg": "`ffmpeg -re`",
+    "gstreamer": "GStreamer, `sync=true`",
+    "floor": "the floor",
+    "live": "tavirn-rooted, live",
+}
+
+
+def table(head, rows):
+    return "\n".join("| " + " | ".join(str(cell) for cell in line) + " |" for line in [head, ["---"] * len(head), *rows])
+
+
+def verdict(value, goal):
+    return f"{goal}, {'met' if value <= goal else '**missed**'}"
+
+
+def number(value):
+    return f"{value:.3g}" if value < 100 else f"{value:.0f}"
+
+
+def processor():
+    with open("/proc/cpuinfo", encoding="utf-8") as file:
+        model = re.search(r"model name\s*: (.*)", file.read())
+    return f"{os.cpu_count()} cores of {model.group(1) if model else os.uname().machine}"
+
+
+class Bench:
+    """A method for each mark: <!-- bench NAME -->."""
+
+    def __init__(self, commit, figures):
+        with open(figures, encoding="utf-8") as file:
+            run = json.load(file)
+        self.context = run["context"]
+        self.commit = commit
+        self.all = {figure["name"]: figure for figure in run["benchmarks"]}
+        failed = [name for name, figure in self.all.items() if figure.get("error_occurred")]
+        if failed:
+            sys.exit("these benchmarks failed: " + ", ".join(failed))
+
+    def of(self, start):
+        """The figure whose name begins so; of repeated ones the median."""
+        named = [figure for name, figure in self.all.items() if name == start or name.startswith(start + "/")]
+        return next((f for f in named if f.get("aggregate_name") == "median"), named[0] if named else None)
+
+    def machine(self):
+        load = self.context.get("load_avg") or [0]
+        return f"Measured {self.context['date'][:10]} at commit {self.commit}, on {processor()}, load {load[0]:.1f} at the start."
+
+    def pictures(self):
+        rows = []
+        for size, goal in RATIO_GOALS.items():
+            f = self.of(f"picturePath/{size}")
+            rows.append([f"{size} KiB", number(f["real_time"]), number(f["floor_us"]), f"{f['ratio']:.2f}",
+                         verdict(round(f["ratio"], 2), goal) if goal else "none"])
+        return table(["picture", "pass, µs", "floor, µs", "ratio", "goal"], rows)
+
+    def streams(self):
+        rows = []
+        for size in SIZES[1:]:
+            row = [f"{size:,}"]
+            for rate in (30, 25):
+                f = self.of(f"timeInStream/{size}/{rate}")
+                row += [number(f["real_time"] / 1000), f"{f['mean_reads']:.1f}, {f['most_reads']:.0f}"]
+            rows.append(row + [number(self.of(f"followRecorder/{size}")["real_time"] / 1000)])
+        return table(["pictures", "time search, µs", "headers read: mean, most", "the same, false rate, µs",
+                      "headers read: mean, most", "following the recorder, µs"], rows)
+
+    def questions(self):
+        return dict.fromkeys(name.split("/")[1] for name in self.all if name.startswith("index/"))
+
+    def asked(self, question, size, keys, cache="warm"):
+        f = self.of(f"index/{question}/{size}/{keys}/{cache}")
+        if not f:
+            return None
+        failed = f" ({f['failed']:.0f} of {f['iterations']} gave up)" if f["failed"] else ""
+        return f"{number(f['median_ms'])}, {number(f['most_ms'])}{failed}"
+
+    def index(self, cache="warm"):
+        rows = [[question] + [self.asked(question, size, "schema", cache) for size in SIZES]
+                for question in self.questions()]
+        return table([f"ms: median, most ({cache})"] + [f"{size:,} streams" for size in SIZES],
+                     [row for row in rows if row[1]])
+
+    def cold(self):
+        return self.index("cold")
+
+    def jumps(self):
+        rows = []
+        for cache in ("warm", "cold"):
+            for question in ("clock time", "clock time backward", "next alarm", "previous alarm"):
+                f = self.of(f"index/{question}/100000/schema/{cache}")
+                each = number((f["median_ms"] * 1000) / f["reads"]) if cache == "cold" and f["reads"] else ""
+                rows.append([f"{question}, {cache}", number(f["median_ms"]), number(f["most_ms"]),
+                             number(f["reads"]), each, verdict(f["most_ms"], JUMP_GOAL_MS)])
+        return table(["at 100,000 streams", "median, ms", "most, ms", "reads of the file", "µs a read", "goal for the most"],
+                     rows)
+
+    def keys(self):
+        columns = [(size, keys) for size in SIZES[3:] for keys in ("schema", "none", "by time")]
+        rows = [[question] + [self.asked(question, *column) for column in columns] for question in self.questions()]
+        return table(["ms: median, most"] + [f"{size:,}: {keys}" for size, keys in columns], rows)
+
+    def statements(self):
+        rows = []
+        for question in self.questions():
+            f = self.of(f"index/{question}/100000/schema/warm")
+            rows.append([question] + [number(f[key]) if key in f else "" for key in ("statement1_ms", "statement2_ms")])
+        return table(["ms at 100,000 streams", "first statement", "second"], [row for row in rows if any(row[1:])])
+
+    def control(self):
+        status, opened = self.of("statusRoundTrip"), self.of("openSession")
+        beyond = opened["beyond_pause_ms"]
+        return table(["", "", "goal"], [
+            ["status round trips per second", number(status["items_per_second"]), ""],
+            ["open: request to answer, ms", number(opened["answer_ms"]), ""],
+            ["open: request to first picture block, ms", number(opened["block_ms"]), ""],
+            ["… beyond the pause of 100 ms", number(beyond), verdict(beyond, BLOCK_GOAL_MS)]])
+
+
+class Players:
+    """Of the rounds the medians; of peaks and maxima the greatest."""
+
+    def __init__(self, commit, directory, seconds, rounds):
+        self.title = (f"{processor()}, Linux {os.uname().release}; {datetime.date.today()}; commit {commit}; load "
+                      f"{os.getloadavg()[1]:.1f}; {rounds} rounds of {seconds} s each: 1920x1080, 25 pictures a second, "
+                      "4 Mb/s. Lateness is p50 / p99 / max.")
+        self.of = {name: self.figures(f"{directory}/{name}.figures") for name in PLAYERS}
+
+    @staticmethod
+    def figures(path):
+        with open(path, encoding="utf-8") as file:
+            rounds = [dict(pair.split("=") for pair in line.split()) for line in file]
+        of = {}
+        for key in rounds[0]:
+            values = [float(one[key]) for one in rounds]
+            of[key] = max(values) if key == "peak" or key.endswith("Max") else statistics.median(values)
+            of[key + " spread"] = f"({min(values):.2f} to {max(values):.2f})"
+        return of
+
+    def rows(self):
+        late = "{:.2f} / {:.2f} / {:.2f}"
+        for name, title in PLAYERS.items():
+            of = self.of[name]
+            yield [title, f"{of['cpu']:.3f}", f"{of['playing'] / of['pictures'] * 1e6:.0f}", f"{of['peak'] / 1024:.1f}",
+                   f"{of['switches'] / of['pictures']:.2f}", late.format(of["stamp50"], of["stamp99"], of["stampMax"]),
+                   late.format(of["own50"], of["own99"], of["ownMax"])]
+
+    def goals(self):
+        of, tavirn, floor = self.of, self.of["tavirn"], self.of["floor"]
+        goals = []
+        for key, said in (("cpu", "CPU, whole process"), ("playing", "CPU while playing")):
+            best = min(of["ffmpeg"][key], of["gstreamer"][key])
+            goals.append((f"{said}, over the better of ffmpeg and GStreamer", tavirn[key] / best, "", 0.7, ""))
+        goals.append(("CPU while playing, live over normal", of["live"]["playing"] / tavirn["playing"], "", 1.4, ""))
+        goals.append(("peak memory", tavirn["peak"] / 1024, " MB", 8, ""))
+        for name, said in (("tavirn", ""), ("live", ", live")):
+            for key, less in (("stamp99", ""), ("own99", ", less waits for a CPU")):
+                goals.append((f"late on picture time{said}{less}, p99", of[name][key], " ms", 1, of[name][key + " spread"]))
+        lines = [f"- {said}: {value:.2f}{unit}, goal {limit}{unit}: {verdict(value, limit).split(', ')[1]} {spread}".rstrip()
+                 for said, value, unit, limit, spread in goals]
+        return lines + [f"- the floor's p99: {floor['stamp99']:.2f} ms {floor['stamp99 spread']}, less waits "
+                        f"{floor['own99']:.2f} ms",
+                        f"- CPU while playing, over the floor: {tavirn['playing'] / floor['playing']:.2f}"]
+
+    def text(self):
+        head = ["player", "CPU s, whole process", "µs a picture, playing", "peak MB", "switches a picture",
+                "late on picture time, ms", "less waits for a CPU, ms"]
+        return "\n".join([self.title, "", table(head, self.rows()), "", *self.goals()])
+
+
+def main(what, page, commit, *figures):
+    if what == "bench":
+        bench = Bench(commit, *figures)
+        mark, text = r"bench (\w+)", lambda found: getattr(bench, found.group(2))()
+    else:
+        players = Players(commit, *figures).text()
+        print(players)
+        mark, text = r"(compare-players)", lambda found: players
+    with open(page, encoding="utf-8") as file:
+        before = file.read()
+    after, count = re.subn(rf"(<!-- {mark} -->\n).*?(<!-- /[a-z-]+ -->)",
+                           lambda found: found.group(1) + text(found) + "\n" + found.group(3), before, flags=re.S)
+    if count == 0:
+        sys.exit(f"{page} has no place for these figures")
+    with open(page, "w", encoding="utf-8") as file:
+        file.write(after)
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])
