@@ -4,17 +4,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <fcntl.h>
 #include <memory>
 #include <new>
 #include <optional>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
+#include "platform/chunk_name.h"
 #include "platform/paths.h"
 #include "stream/records.h"
 
@@ -109,15 +109,13 @@ public:
 private:
     /// The chunk as it is now, through the descriptor of `before` where that is still good.
     OpenedChunk look(OpenedChunk before) const {
-        char path[PATH_MAX];
-        const int length = std::snprintf(path, sizeof path, "%s/chunk%05u", paths().card, m_chunkId);
-        if (length < 0 || static_cast<size_t>(length) >= sizeof path) return {};
+        const std::string path = chunkPath(paths().card, m_chunkId);
         if (before.file) {
-            const std::optional<struct statx> now = lookAt(AT_FDCWD, path);
+            const std::optional<struct statx> now = lookAt(AT_FDCWD, path.c_str());
             if (now && isSameFile(*now, *before.file->seen())) return {std::move(before.file), now->stx_size};
         }
         before = {}; // closed before the next one is opened
-        auto file = std::make_shared<const ChunkFile>(path);
+        auto file = std::make_shared<const ChunkFile>(path.c_str());
         if (!file->seen()) return {};
         const uint64_t size = file->seen()->stx_size;
         return {std::move(file), size};

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "platform/chunk_name.h"
 #include "stream/records.h"
 #include "tools/recording/recording_writer.h"
 
@@ -73,9 +74,7 @@ void ChunkRing::next() {
 }
 
 std::string ChunkRing::pathOf(uint32_t number) const {
-    char name[24];
-    std::snprintf(name, sizeof name, "/chunk%05u", static_cast<unsigned>(number));
-    return m_directory + name;
+    return chunkPath(m_directory, number);
 }
 
 uint32_t ChunkRing::take(uint32_t bytes) {
