@@ -71,36 +71,31 @@ TEST_F(ChunkFile, OpensAnAreaOfTheChunkAsItIsNowAndKeepsADescriptorNoLongerThanI
         for (const auto& [what, offset, id, kind] : refused) {
             ASSERT_NE(open(9), -1);
             EXPECT_EQ(open(offset, id, kind), -1) << what;
-            EXPECT_EQ(chunk.getChunkSize(), 0u) << what << ": the area open before is closed";
-            EXPECT_EQ(read(1), "-") << what;
+            EXPECT_TRUE(chunk.getChunkSize() == 0 && read(1) == "-") << what << ": what was open is closed";
         }
         for (const std::string now : {"replaced", "and replaced by a longer one"}) {
             test::writeFile(path + ".new", now);
             fs::rename(path + ".new", path);
-            ASSERT_NE(open(0), -1);
-            EXPECT_EQ(read(99), now);
+            EXPECT_TRUE(open(0) != -1 && read(99) == now);
         }
         fs::resize_file(path, 5);
-        ASSERT_NE(open(0), -1);
-        EXPECT_EQ(chunk.getChunkSize(), 5u);
+        EXPECT_TRUE(open(0) != -1 && chunk.getChunkSize() == 5);
         fs::remove(path);
         EXPECT_EQ(open(0), -1) << "removed under the descriptor";
         test::writeFile(path, "back");
-        ASSERT_NE(open(0), -1);
+        EXPECT_NE(open(0), -1);
         chunk.closeChunkFile();
     };
     areas();
     EXPECT_EQ(descriptors(), before) << "the first thread, which never ends, keeps none";
     std::thread([&] {
         areas();
-        EXPECT_EQ(descriptors(), before + 1);
-        ASSERT_NE(open(0), -1);
         CZUVOStreamChunk other{1};
         CHUNK_EVENT area{7, CHUNK_KIND_STREAM, 1, 3};
-        ASSERT_NE(other.openChunkFile(&area), -1);
+        EXPECT_TRUE(open(0) != -1 && other.openChunkFile(&area) != -1);
         EXPECT_EQ(descriptors(), before + 1) << "one for both areas of a stream";
-        EXPECT_EQ(read(9), "back");
     }).join();
+    EXPECT_EQ(read(9), "back");
     chunk.closeChunkFile();
     EXPECT_EQ(descriptors(), before);
 }

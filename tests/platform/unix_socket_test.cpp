@@ -59,8 +59,7 @@ TEST_F(UnixSocket, ATransferIsWholeOrEndsWithItsTimeOrPeer) {
         const auto begin = Clock::now();
         EXPECT_LT(transfer(near, record.data(), 8'000'000), 0);
         EXPECT_EQ(errno, ETIMEDOUT);
-        EXPECT_GE(Clock::now() - begin, 190ms);
-        EXPECT_LT(Clock::now() - begin, 20s);
+        EXPECT_TRUE(Clock::now() - begin >= 190ms && Clock::now() - begin < 20s);
     };
     fails(s_read_data); // a silent peer
     fails(s_write_data);
@@ -72,8 +71,7 @@ TEST_F(UnixSocket, ATransferIsWholeOrEndsWithItsTimeOrPeer) {
     shutdown(far, SHUT_RDWR);
     EXPECT_EQ(s_read_data(near, record.data(), 8'000'000), -1) << "the stream ends inside the record";
     EXPECT_EQ(s_write_data(near, record.data(), 8'000'000), -1) << "and no SIGPIPE";
-    close(near);
-    close(far);
+    for (const int socket : ends) close(socket);
 }
 
 TEST_F(UnixSocket, ConnectingToAServerThatNeverAcceptsEnds) {
