@@ -26,9 +26,6 @@ inline constexpr FixedPaths kFixedPaths{
     .card = "/mnt/card",
 };
 
-/// A chunk's file, for printf: the card's directory and the chunk's number (host platform only).
-inline constexpr char kChunkFile[] = "%s/chunk%05u";
-
 /// ftok project ids on FixedPaths::ipcKey.
 inline constexpr int kStatusSegmentProject = 'y';
 inline constexpr int kOutputMemoryProject = 'z';

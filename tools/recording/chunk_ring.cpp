@@ -9,9 +9,8 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "platform/paths.h"
+#include "platform/chunk_name.h"
 #include "stream/records.h"
-#include "tools/common/formatted.h"
 #include "tools/recording/recording_writer.h"
 
 namespace {
@@ -23,10 +22,6 @@ constexpr uint32_t kLastChunk = 0xFFFF; // a locator carries 16 bits
     throw RecordingError("cannot " + what + " " + path + ": " + std::strerror(error) + "; " + help);
 }
 
-std::string chunkFile(const std::string& directory, uint32_t number) {
-    return formatted(kChunkFile, directory.c_str(), number);
-}
-
 uint32_t highestChunk(const std::string& directory) {
     uint32_t highest = 0;
     std::error_code error;
@@ -35,7 +30,7 @@ uint32_t highestChunk(const std::string& directory) {
         const std::string name = entry->path().filename();
         const size_t digits = std::min(name.find_first_of("0123456789"), name.size());
         const auto number = static_cast<uint32_t>(std::strtoul(&name[digits], nullptr, 10));
-        if (number <= kLastChunk && entry->path() == chunkFile(entry->path().parent_path(), number))
+        if (number <= kLastChunk && entry->path() == chunkPath(entry->path().parent_path(), number))
             highest = std::max(highest, number);
     }
     if (error)
@@ -78,7 +73,7 @@ void ChunkRing::next() {
 }
 
 std::string ChunkRing::pathOf(uint32_t number) const {
-    return chunkFile(m_directory, number);
+    return chunkPath(m_directory, number);
 }
 
 uint32_t ChunkRing::take(uint32_t bytes) {

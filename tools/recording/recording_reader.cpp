@@ -7,8 +7,7 @@
 #include <memory>
 #include <sqlite3.h>
 
-#include "platform/paths.h"
-#include "tools/common/formatted.h"
+#include "platform/chunk_name.h"
 #include "tools/recording/recording_error.h"
 
 namespace {
@@ -80,8 +79,7 @@ std::vector<StreamRow> readStreams(const std::string& indexFile) {
 std::vector<RecordedPicture> readRecording(const std::string& indexFile, const std::string& cardDirectory) {
     std::vector<RecordedPicture> pictures;
     for (const StreamRow& row : readStreams(indexFile)) {
-        if (!row.isRecording)
-            appendStream(row, formatted(kChunkFile, cardDirectory.c_str(), row.chunk), pictures);
+        if (!row.isRecording) appendStream(row, chunkPath(cardDirectory, row.chunk), pictures);
     }
     return pictures;
 }
