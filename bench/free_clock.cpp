@@ -26,6 +26,6 @@ void sleepWhile(const std::atomic<bool>&, timeval span) {
     sleepFor(span);
 }
 
-void wakeSleepers() {}
+void wakeSleeper() {}
 
 } // namespace wallclock

@@ -7,36 +7,35 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 /// The fuzzer's bytes, taken from the front. Once they have run out everything is 0.
 class Input {
 public:
-    Input(const uint8_t* data, size_t size) : m_next(data), m_end(data + size) {}
+    Input(const uint8_t* data, size_t size) : m_left(reinterpret_cast<const char*>(data), size) {}
 
-    bool empty() const { return m_next == m_end; }
-    uint8_t byte() { return empty() ? uint8_t{0} : *m_next++; }
-    uint32_t word() {
-        uint32_t value = 0;
-        for (int shift = 0; shift < 32; shift += 8) value |= uint32_t{byte()} << shift;
-        return value;
+    bool empty() const { return m_left.empty(); }
+    std::string text(size_t length) {
+        const std::string taken(m_left.substr(0, length));
+        m_left.remove_prefix(taken.size());
+        return taken;
     }
+    template <class Number> Number take() {
+        Number number = 0;
+        m_left.remove_prefix(m_left.copy(reinterpret_cast<char*>(&number), sizeof number));
+        return number;
+    }
+    uint8_t byte() { return take<uint8_t>(); }
     /// Mostly small, and sometimes anything.
     uint32_t number() {
         const uint8_t first = byte();
-        return first == 0xFF ? word() : first;
-    }
-    std::string text(size_t length) {
-        const size_t left = static_cast<size_t>(m_end - m_next);
-        const std::string taken(reinterpret_cast<const char*>(m_next), std::min(length, left));
-        m_next += taken.size();
-        return taken;
+        return first == 0xFF ? take<uint32_t>() : first;
     }
 
 private:
-    const uint8_t* m_next;
-    const uint8_t* m_end;
+    std::string_view m_left;
 };
 
 /// A promise that was not kept.

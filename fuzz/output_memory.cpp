@@ -12,23 +12,23 @@
 namespace {
 
 constexpr uint32_t kBlockBytes = 200, kDataBytes = 1000;
-constexpr int kBlocks = 4;
+constexpr int kBlocks = 4, kSteps = 24;
 
-/// A small memory with some blocks in it, which can be put back as it was.
+/// A small memory with some blocks in it, as the writer leaves it, and mapped again.
 struct Memory {
     Memory() {
+        const std::string block(150, 'b');
         require(shm_create(paths().ipcKey, 'z', &handle, 1, kBlockBytes, kDataBytes, kBlocks, 0) >= 0);
-        for (int n = 0; n < 6; ++n) write();
+        for (uint32_t n = 0; n < 6; ++n) shm_write_data(&handle, block.data(), 150, 0, 0, 0, 90 * n, 0);
         base = static_cast<char*>(shmat(static_cast<int>(handle.shmId), nullptr, 0));
-        sound.assign(base, 64 + kBlocks * 16 + kDataBytes);
+        sound.assign(base, sizeof(OutputHeader) + kBlocks * sizeof(OutputSlot) + kDataBytes);
     }
     ~Memory() { shm_destroy(&handle); }
-    void write() { shm_write_data(&handle, block.data(), 150, 0, 0, 0, 90, 0); }
 
     const test::World world;
     KW_SHM handle{};
     char* base;
-    std::string sound, block = std::string(kBlockBytes, 'b');
+    std::string sound;
 };
 
 } // namespace
@@ -36,41 +36,27 @@ struct Memory {
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static Memory memory;
     Input input(data, size);
-    std::memcpy(memory.base, memory.sound.data(), memory.sound.size());
+    memory.sound.copy(memory.base, memory.sound.size());
     OutputReader reader;
     OutputBlock block;
     uint32_t longest = 0; // as the header said when the reader attached: need not be what was created
-    const auto read = [&] {
-        const ReadResult result = reader.next(block, std::chrono::milliseconds(0));
-        require(result != ReadResult::block || (!block.data.empty() && block.data.size() <= longest));
-        return result;
-    };
-    bool attached = false;
-    while (!input.empty()) {
-        switch (input.byte() % 6) {
-        case 0:
-            if (!attached) std::memcpy(&longest, memory.base + offsetof(OutputHeader, blockBytes), 4);
-            attached = attached || reader.attach(paths().ipcKey, 'z');
-            break;
-        case 1:
-            if (attached) reader.rewind();
-            break;
-        case 2:
-            if (attached && read() == ReadResult::damaged) reader.detach(), attached = false;
-            break;
-        case 3: {
-            const uint32_t place = input.byte() % 32 * 4, value = input.word();
-            std::memcpy(memory.base + place, &value, sizeof value);
-            break;
-        }
-        case 4: {
-            const std::string bytes = input.text(input.byte());
-            std::memcpy(memory.base, bytes.data(), bytes.size());
-            break;
-        }
-        default:
-            if (attached)
-                for (int n = 0; n < kBlocks + 1 && read() == ReadResult::block; ++n) continue;
+    for (int steps = 0; steps < kSteps && !input.empty(); ++steps) {
+        const uint8_t what = input.byte() % 6;
+        if (what < 2) {
+            const std::string bytes = input.text(what == 0 ? 4 : input.byte());
+            bytes.copy(memory.base + (what == 0 ? input.byte() % 32 * 4 : 0), bytes.size());
+        } else if (!reader.attached()) {
+            std::memcpy(&longest, memory.base + offsetof(OutputHeader, blockBytes), sizeof longest);
+            reader.attach(paths().ipcKey, 'z');
+        } else if (what == 2) {
+            reader.rewind();
+        } else {
+            ReadResult result = ReadResult::block;
+            for (int n = what == 3 ? kBlocks : 0; n <= kBlocks && result == ReadResult::block; ++n) {
+                result = reader.next(block, std::chrono::milliseconds(0));
+                require(result != ReadResult::block || (!block.data.empty() && block.data.size() <= longest));
+            }
+            if (result == ReadResult::damaged) reader.detach();
         }
     }
     return 0;

@@ -14,11 +14,11 @@ timeval now();
 /// the calling thread; nobody relies on the full span.
 void sleepFor(timeval span);
 
-/// Suspends the calling thread for `span`, but no longer than `wanted` holds: whoever clears it calls
-/// wakeSleepers behind that. A signal handled meanwhile does not shorten it.
+/// As sleepFor, but no longer than `wanted` holds: whoever clears it calls wakeSleeper behind that. For one
+/// thread at a time.
 void sleepWhile(const std::atomic<bool>& wanted, timeval span);
 
-/// Has every sleepWhile look at its flag; any thread.
-void wakeSleepers();
+/// Has sleepWhile look at its flag; any thread.
+void wakeSleeper();
 
 } // namespace wallclock

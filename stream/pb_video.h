@@ -11,7 +11,7 @@
 inline constexpr unsigned char PBST_FORWARD = 0;
 inline constexpr unsigned char PBST_BACKWARD = 1;
 
-/// Search modes of `move`.
+/// Search modes of `move`. `getTime` is passed its direction's, too, and does not read it.
 inline constexpr unsigned char kSearchNone = 0;
 inline constexpr unsigned char kSearchForward = 1;
 inline constexpr unsigned char kSearchBackward = 2;

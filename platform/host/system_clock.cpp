@@ -1,23 +1,16 @@
 #include "platform/clock.h"
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
 #include <ctime>
-#include <mutex>
+#include <semaphore.h>
 
 namespace {
 
-struct Sleepers {
-    std::mutex mutex;
-    std::condition_variable woken;
-};
-
 /// Never destroyed: a thread may sleep until the process has gone.
-Sleepers& sleepers() {
-    static Sleepers& instance = *new Sleepers;
-    return instance;
-}
+struct Bell {
+    Bell() { sem_init(&rung, 0, 0); }
+    sem_t rung;
+} g_bell;
 
 } // namespace
 
@@ -36,19 +29,26 @@ void sleepFor(timeval span) {
     nanosleep(&request, nullptr);
 }
 
-// One system call a sleep, and on the monotonic clock, as sleepFor.
+// A semaphore, since its wait is one system call, as nanosleep is; a condition's is two, and C++'s own
+// semaphores look around first.
 void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
     constexpr time_t kLongest = 1 << 30; // 34 years: the end fits every clock
-    const auto length =
-        std::chrono::seconds(std::min(span.tv_sec, kLongest)) + std::chrono::microseconds(span.tv_usec);
-    std::unique_lock lock(sleepers().mutex);
-    sleepers().woken.wait_for(lock, length, [&] { return !wanted; });
+    constexpr long kSecond = 1'000'000'000;
+    timespec end{};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += std::min(span.tv_sec, kLongest);
+    end.tv_nsec += static_cast<long>(span.tv_usec) * 1000;
+    if (end.tv_nsec >= kSecond) {
+        ++end.tv_sec;
+        end.tv_nsec -= kSecond;
+    }
+    // Rung for a sleep that was over, it is waited for again.
+    while (wanted && sem_clockwait(&g_bell.rung, CLOCK_MONOTONIC, &end) == 0) {
+    }
 }
 
-void wakeSleepers() {
-    // Through the lock: whoever saw the flag still set is asleep by now.
-    { const std::lock_guard lock(sleepers().mutex); }
-    sleepers().woken.notify_all();
+void wakeSleeper() {
+    sem_post(&g_bell.rung);
 }
 
 } // namespace wallclock

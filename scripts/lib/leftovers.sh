@@ -5,6 +5,10 @@
 # Shared memory and semaphores carry no mark: there, what is new and has no living owner counts.
 # shellcheck shell=bash
 
+ipcObjects() {
+    awk 'FNR > 1 { print (FILENAME ~ /shm$/ ? "shared memory " : "semaphore set ") $2 }' /proc/sysvipc/shm /proc/sysvipc/sem | sort
+}
+
 # orphans: segments that nobody is attached to and whose creator is gone; semaphore sets without a segment of the
 # same key, since the two live and go together.
 orphans() {
@@ -24,7 +28,7 @@ markLeftovers() {
     export ASAN_OPTIONS="detect_leaks=1:log_path=$reports/asan"
     export UBSAN_OPTIONS="print_stacktrace=1:log_path=$reports/ubsan"
     export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:log_path=$reports/tsan"
-    orphansBefore=$(orphans)
+    ipcBefore=$(ipcObjects)
 }
 
 # Not to be piped: what a shell starts beside it carries the mark too.
@@ -35,7 +39,7 @@ leftovers() {
         pid=$(basename "$(dirname "$environment")")
         if [ -d "/proc/$pid" ]; then say "process $pid $(tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null)"; fi
     done
-    comm -13 <(say "$orphansBefore") <(orphans)
+    comm -13 <(say "$ipcBefore") <(orphans)
     find "$TMPDIR" -mindepth 1 -maxdepth 1 -printf 'file or directory %p\n'
 }
 

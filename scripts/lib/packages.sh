@@ -33,17 +33,15 @@ packageLists() {
 
 # need LIST|PACKAGE...: installs those that are missing; touches nothing when none is.
 need() {
-    local word list package packages=() missing=()
+    local word list package missing=()
     command -v dpkg-query >/dev/null || {
         say "$SELF: no dpkg here; taking it that these are installed: $*" >&2
         return
     }
     for word in "$@"; do
-        list=PACKAGES_$word
-        # shellcheck disable=SC2206 # a list of words
-        case $word in [A-Z]*) packages+=(${!list}) ;; *) packages+=("$word") ;; esac
+        list=PACKAGES_${word//[^A-Z]/} # a package's own name has no capitals
+        for package in ${!list:-$word}; do isInstalled "$package" || missing+=("$package"); done
     done
-    for package in "${packages[@]}"; do isInstalled "$package" || missing+=("$package"); done
     if [ ${#missing[@]} -eq 0 ]; then return; fi
     if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
         fail "these packages are missing and there is neither root nor sudo to install them: ${missing[*]}"

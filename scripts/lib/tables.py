@@ -1,8 +1,6 @@
-"""Puts measured figures into the marked tables of a page; the text around them stays.
-
-Usage: tables.py bench PAGE.md COMMIT FIGURES.json              of scripts/bench
-       tables.py players PAGE.md COMMIT DIRECTORY SECONDS ROUNDS  of scripts/compare-players: NAME.figures in
-                                                                 DIRECTORY, name=value pairs, a line a round
+"""Puts measured figures into the marked tables of a page; the text around them stays. Called by scripts/bench and
+scripts/compare-players: tables.py bench PAGE COMMIT FIGURES.json, or players PAGE COMMIT DIRECTORY SECONDS ROUNDS,
+where NAME.figures in DIRECTORY has a line of name=value pairs for each round.
 """
 import datetime
 import json
@@ -65,11 +63,9 @@ class Bench:
         return f"Measured {self.context['date'][:10]} at commit {self.commit}, on {processor()}, load {load[0]:.1f} at the start."
 
     def pictures(self):
-        rows = []
-        for size, goal in RATIO_GOALS.items():
-            f = self.of(f"picturePath/{size}")
-            rows.append([f"{size} KiB", number(f["real_time"]), number(f["floor_us"]), f"{f['ratio']:.2f}",
-                         verdict(round(f["ratio"], 2), goal) if goal else "none"])
+        rows = [[f"{size} KiB", number(f["real_time"]), number(f["floor_us"]), f"{f['ratio']:.2f}",
+                 verdict(round(f["ratio"], 2), goal) if goal else "none"]
+                for size, goal in RATIO_GOALS.items() for f in [self.of(f"picturePath/{size}")]]
         return table(["picture", "pass, µs", "floor, µs", "ratio", "goal"], rows)
 
     def streams(self):
@@ -119,13 +115,9 @@ class Bench:
         return table(["ms: median, most"] + [f"{size:,}: {keys}" for size, keys in columns], rows)
 
     def statements(self):
-        rows = []
-        for question in self.questions():
-            f = self.of(f"index/{question}/100000/schema/warm")
-            times = [number(f[f"statement{i}_ms"]) if f"statement{i}_ms" in f else "" for i in (1, 2)]
-            if any(times):
-                rows.append([question] + times)
-        return table(["ms at 100,000 streams", "first statement", "second"], rows)
+        rows = [[question] + [number(f[key]) if key in f else "" for key in ("statement1_ms", "statement2_ms")]
+                for question in self.questions() for f in [self.of(f"index/{question}/100000/schema/warm")]]
+        return table(["ms at 100,000 streams", "first statement", "second"], [row for row in rows if any(row[1:])])
 
     def control(self):
         status, opened = self.of("statusRoundTrip"), self.of("openSession")
@@ -207,6 +199,4 @@ def main(what, page, commit, *figures):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) < 5:
-        sys.exit(__doc__)
     main(*sys.argv[1:])

@@ -15,7 +15,6 @@ thread_local bool t_product = true;
 namespace {
 
 std::atomic<const char*> g_call = nullptr;
-std::atomic<int> g_error = 0;
 std::atomic<long> g_left = 0; ///< calls until the one that fails
 std::atomic<bool> g_forGood = false;
 
@@ -24,15 +23,14 @@ bool fails(const char* call) {
     if (!t_product || armed == nullptr || std::strcmp(armed, call) != 0) return false;
     const long left = --g_left;
     if (left > 0 || (left < 0 && !g_forGood)) return false;
-    errno = g_error;
+    errno = EIO;
     return true;
 }
 
 } // namespace
 
-void arm(const char* call, int error, long n, bool forGood) {
+void arm(const char* call, long n, bool forGood) {
     g_call = nullptr;
-    g_error = error;
     g_left = n;
     g_forGood = forGood;
     g_call = call;
@@ -72,7 +70,7 @@ extern "C" __attribute__((weak)) int __interceptor_pthread_create(void*, const v
                                                                   void*);
 extern "C" int failing_pthread_create(void*, const void*, void* (*)(void*), void*) asm("pthread_create");
 int failing_pthread_create(void* thread, const void* attributes, void* (*run)(void*), void* argument) {
-    if (fails("pthread_create")) return errno;
+    if (fails("pthread_create")) return EIO;
     static const auto real =
         reinterpret_cast<decltype(&failing_pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
     const auto create = __interceptor_pthread_create ? __interceptor_pthread_create : real;

@@ -3,9 +3,9 @@
 
 namespace failing {
 
-/// The n-th `call` (the names stand in failing_calls.cpp) from now on fails with `error`, and with `forGood`
+/// The n-th `call` (the names stand in failing_calls.cpp) from now on fails with EIO, and with `forGood`
 /// every later one. Null: none does.
-void arm(const char* call, int error = 0, long n = 1, bool forGood = false);
+void arm(const char* call, long n = 1, bool forGood = false);
 /// Whether there has been an n-th call since `arm`.
 bool reached();
 

@@ -44,8 +44,6 @@ public:
 
 class EngineTest : public testing::Test {
 protected:
-    EngineTest() { simulated::set({.tv_sec = 1'000'000, .tv_usec = 0}); }
-
     World world;
     Card card{world};
     LogRecorder log;

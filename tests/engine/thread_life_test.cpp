@@ -8,23 +8,10 @@
 
 namespace test {
 
-class ThreadLifeTest : public EngineTest {
-protected:
-    ThreadLifeTest() {
-        card.stream(1).from("12:00:00").pictures(40).gop(30).closed();
-        engine = static_cast<CpbPickerThread*>(
-            CpbPickerThread::Instance({.searchMode = kStartAtStream, .searchValue = 1}));
-    }
-    ~ThreadLifeTest() override {
-        simulated::resume();
-        if (CpickerThread::m_Instance != nullptr) CpickerThread::m_Instance->end();
-    }
-
-    CpbPickerThread* engine;
-};
-
-TEST_F(ThreadLifeTest, RunsUntilEndedWhileTheMainThreadCommands) {
-    ASSERT_EQ(engine->preGetData(), 1);
+TEST_F(EngineTest, ThreadRunsUntilEndedWhileTheMainThreadCommands) {
+    card.stream(1).from("12:00:00").pictures(40).gop(30).closed();
+    auto* const engine = static_cast<CpbPickerThread*>(
+        CpbPickerThread::Instance({.searchMode = kStartAtStream, .searchValue = 1}));
     simulated::hold(); // time moves only while the reader waits, so that it misses nothing
     engine->startThread();
     OutputReader reader;
@@ -42,22 +29,16 @@ TEST_F(ThreadLifeTest, RunsUntilEndedWhileTheMainThreadCommands) {
         engine->getCurrentPlayMode();
         engine->getCurrentPauseMode();
         EXPECT_EQ(engine->getFatalError(), 0u);
-        ASSERT_EQ(reader.next(block, std::chrono::seconds(20)), ReadResult::block);
+        EXPECT_EQ(reader.next(block, std::chrono::seconds(20)), ReadResult::block);
     }
     simulated::hold();
     engine->end(); // wakes it from a pause that would not pass
     EXPECT_TRUE(log.lines().back().text.ends_with("endGetData")) << log.dump();
     EXPECT_FALSE(OutputReader().attach(paths().ipcKey, kOutputMemoryProject));
+    simulated::resume();
 }
 
-TEST_F(ThreadLifeTest, EngineWithoutOutputMemoryCanStillBeEnded) {
-    unlink(paths().ipcKey);
-    engine->startThread();
-    engine->end();
-    EXPECT_TRUE(log.dump().ends_with("3 shm_create error\n")) << log.dump();
-}
-
-TEST_F(ThreadLifeTest, TeardownIsTriedFromSecond61UntilItIsDelivered) {
+TEST_F(EngineTest, TeardownIsTriedFromSecond61UntilItIsDelivered) {
     Engine byHand(1); // its thread begins at second 0, driven by hand and without output memory
     int listening = -1;
     for (const time_t second : {60, 61, 62, 63, 64}) {

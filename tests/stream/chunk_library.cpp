@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <new>
 #include <unistd.h>
 
 #include "platform/paths.h"
@@ -11,6 +12,7 @@
 using test::chunkLibrary;
 
 CZUVOStreamChunk::CZUVOStreamChunk(unsigned char mode) {
+    if (chunkLibrary.noMemory) throw std::bad_alloc();
     chunkLibrary.asked += "mode " + std::to_string(mode) + " ";
 }
 CZUVOStreamChunk::~CZUVOStreamChunk() = default;
@@ -35,9 +37,9 @@ int CZUVOChunkBase::closeChunkFile() {
 unsigned long CZUVOChunkBase::getChunkSize() {
     return m_chunkSize;
 }
-int CZUVOChunkBase::seekEvent(long position, int) {
+int CZUVOChunkBase::seekEvent(long position, int origin) {
     m_position = static_cast<unsigned long>(position);
-    return chunkLibrary.seekFails || m_file == -1 || m_position >= m_chunkSize ? -1 : 0;
+    return chunkLibrary.seekFails || m_file == -1 || origin != 0 || m_position >= m_chunkSize ? -1 : 0;
 }
 long CZUVOChunkBase::read(void* buffer, long length) {
     ++chunkLibrary.reads;

@@ -3,10 +3,10 @@
 #pragma once
 
 #include <random>
-#include <sstream>
 #include <utility>
 
 #include "tests/support/card.h"
+#include "tools/recording/index_writer.h"
 
 namespace small_world {
 
@@ -164,18 +164,9 @@ private:
 /// Puts the world in the place of the one before.
 inline void hold(const SmallWorld& world, test::Card& card) {
     test::writeFile(paths().card + std::string("/chunk00000"), world.chunk);
-    // In memory, as far as it goes: nothing of it has to last.
-    std::ostringstream sql;
-    sql << "PRAGMA synchronous = OFF; PRAGMA journal_mode = MEMORY; BEGIN; DELETE FROM STREAM;";
-    for (const SmallStream& stream : world.streams) {
-        const DB_STREAM& row = stream.row;
-        sql << "INSERT INTO STREAM (streamID, frameSet, recSize, chunkID, chunkOffset, chunkSize, startDate,"
-               " startMSec, endDate, endMSec) VALUES ("
-            << row.streamID << ',' << row.frameSet << ',' << row.recSize << ',' << row.chunkID << ','
-            << row.chunkOffset << ',' << row.chunkSize << ',' << row.startDate << ',' << row.startMSec << ','
-            << row.endDate << ',' << row.endMSec << ");";
-    }
-    card.sql(sql.str() + "COMMIT");
+    card.sql("DELETE FROM STREAM");
+    IndexWriter index(paths().index);
+    for (const SmallStream& stream : world.streams) index.addStream(stream.row);
 }
 
 } // namespace small_world

@@ -13,9 +13,8 @@ constexpr size_t kSleepsKept = 1000;
 enum class Mode { runs, held, frozen };
 
 struct SimulatedClock {
-    SimulatedClock() {
-        sleeps.reserve(kSleepsKept);
-    } // sleeping allocates nothing, so that nothing fails there
+    /// Sleeping allocates nothing, so that nothing can fail there.
+    SimulatedClock() { sleeps.reserve(kSleepsKept); }
 
     std::mutex mutex;
     std::condition_variable moved;
@@ -69,7 +68,7 @@ void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
     sched_yield();
 }
 
-void wakeSleepers() {
+void wakeSleeper() {
     change([](SimulatedClock&) {});
 }
 

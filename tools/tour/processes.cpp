@@ -19,6 +19,7 @@
 #include "platform/paths_rooted.h"
 #include "tools/client/control_client.h"
 #include "tools/common/command_line.h"
+#include "tools/common/stop_signals.h"
 
 namespace {
 
@@ -27,9 +28,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLookInterval{10};
 constexpr std::chrono::seconds kComesUp{20};
 constexpr std::chrono::seconds kLeave{5}; ///< to end when all has failed
-
-std::atomic<int> g_signal{0};
-static_assert(std::atomic<int>::is_always_lock_free, "set in a signal handler");
 
 /// The last line of a log, where a program says why it ends.
 std::string lastLine(const std::string& log) {
@@ -42,14 +40,8 @@ std::string lastLine(const std::string& log) {
 
 } // namespace
 
-void endOnSignals() {
-    struct sigaction action {};
-    action.sa_handler = [](int number) { g_signal = number; };
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
-}
-
 void checkInterrupted() {
-    if (g_signal != 0) throw Failure(128 + g_signal, "interrupted");
+    if (g_stop) throw Failure(kFailed, "interrupted");
 }
 
 bool waitUntil(std::chrono::milliseconds atMost, const std::function<bool()>& condition) {
@@ -106,7 +98,10 @@ void Child::finish(std::chrono::seconds atMost) {
 }
 
 void Child::stop(std::chrono::seconds atMost) {
-    if (!hasEnded()) kill(m_pid, SIGTERM);
+    if (hasEnded())
+        throw Failure(kFailed, m_name + " has ended by itself, with exit code " + std::to_string(m_code) +
+                                   lastLine(m_log));
+    kill(m_pid, SIGTERM);
     finish(atMost);
 }
 

@@ -7,9 +7,7 @@
 #include <sys/types.h>
 #include <vector>
 
-/// Makes SIGINT, SIGTERM and SIGHUP end the tour in order.
-void endOnSignals();
-/// Throws Failure once such a signal has come.
+/// Throws Failure once a signal has asked the program to end.
 void checkInterrupted();
 
 /// Looks again and again until `condition` holds; false when it does not in time. Throws Failure when the
@@ -28,9 +26,9 @@ public:
 
     pid_t pid() const { return m_pid; }
     bool hasEnded();
-    /// Waits for it to end by itself, or, told so, sends SIGTERM first. Throws Failure unless it ends in time
-    /// and with exit code 0.
+    /// Waits for it to end by itself. Throws Failure unless it does in time, and with exit code 0.
     void finish(std::chrono::seconds atMost);
+    /// The same after a SIGTERM; one that has ended before is a failure too.
     void stop(std::chrono::seconds atMost);
 
 private:

@@ -51,22 +51,8 @@ std::string Session::status(unsigned number) {
         answerTo(ControlRequest(RTSP_REQ_STATUS).with("Session", std::to_string(number))));
 }
 
-bool Session::readToTheEnd(std::chrono::seconds atMost) {
-    return readUntil(atMost, [&] { return m_ended; });
-}
-
-bool Session::readPictures(size_t count, std::chrono::seconds atMost) {
-    return readUntil(atMost, [&] { return m_pictures.size() >= count; });
-}
-
-bool Session::readUntilQuiet(size_t count, std::chrono::seconds atMost) {
-    return readUntil(atMost, [&] {
-        return m_pictures.size() >= count && m_blocks >= kTaken + kResting && m_pausesInARow >= kResting;
-    });
-}
-
-void Session::rest(milliseconds span) {
-    readUntil(span, [] { return false; });
+bool Session::isQuiet() const {
+    return m_blocks >= kTaken + kResting && m_pausesInARow >= kResting;
 }
 
 bool Session::readUntil(milliseconds atMost, const std::function<bool()>& enough) {

@@ -22,14 +22,12 @@ public:
     /// The daemon's word; `number` 0: a request that names none.
     static std::string status(unsigned number = kNumber);
 
-    /// Reads on until so many pictures have come in all, or playback rests: PAUSE blocks alone come. False
-    /// when that is not so in time.
-    bool readPictures(size_t count, std::chrono::seconds atMost);
-    bool readUntilQuiet(size_t count, std::chrono::seconds atMost);
-    /// Reads on until the output memory tells the session's end; false when it does not in time.
-    bool readToTheEnd(std::chrono::seconds atMost);
-    /// Reads on for a while.
-    void rest(std::chrono::milliseconds span);
+    /// Reads on until there is `enough`; false when that is not so in time.
+    bool readUntil(std::chrono::milliseconds atMost, const std::function<bool()>& enough);
+    /// The last request has been taken, and playback rests: PAUSE blocks alone come.
+    bool isQuiet() const;
+    /// The output memory has told the session's end.
+    bool hasEnded() const { return m_ended; }
 
     const std::vector<ShownPicture>& pictures() const { return m_pictures; }
     std::vector<ShownPicture>& pictures() { return m_pictures; } ///< for whoever finds their places
@@ -39,7 +37,6 @@ private:
     static constexpr unsigned kNumber = 1;
     using Clock = std::chrono::steady_clock;
 
-    bool readUntil(std::chrono::milliseconds atMost, const std::function<bool()>& enough);
     void take(std::optional<Clock::time_point> arrival);
 
     OutputReader m_reader;

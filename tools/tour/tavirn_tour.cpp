@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "tools/common/command_line.h"
+#include "tools/common/stop_signals.h"
 #include "tools/tour/tour.h"
 #include "tools/tour/transcript.h"
 
@@ -13,17 +14,18 @@ constexpr char kNotes[] =
     "Records 24 seconds of a test pattern as three streams with two alarms, asks the daemon for\n"
     "everything it can do, and then follows a recorder that records meanwhile. The world is a\n"
     "temporary directory, or the one that --root names, which stays.\n"
-    "Exit codes: 0 all is as it should be, 1 it is not, 2 wrong usage, 128 and a signal's number.";
+    "Exit codes: 0 all is as it should be, 1 it is not, 2 wrong usage.";
 
 /// A program of the same build, or installed in the same place.
 std::string besideThis(const std::string& folder, const std::string& name) {
-    const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    std::error_code error;
+    const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
     const std::filesystem::path built = here.parent_path() / folder / name;
-    return std::filesystem::exists(built) ? built : here / name;
+    return std::filesystem::exists(built, error) ? built : here / name;
 }
 
 int tour(const TourSettings& settings, bool keep) {
-    endOnSignals();
+    stopOnSignals({SIGINT, SIGTERM, SIGHUP});
     World world;
     if (keep) world.keep();
     recordStreams(settings);

@@ -17,8 +17,7 @@ using std::chrono::seconds;
 constexpr seconds kRecords{300}; ///< the recording is encoded as fast as the machine can
 constexpr seconds kComesUp{20};
 constexpr seconds kEnds{20};
-/// Two GOPs, so that there is a picture to jump to.
-constexpr seconds kRecordedBefore{2};
+constexpr seconds kRecordedBefore{2}; ///< two GOPs, so that there is a picture to jump to
 
 /// When the stream began that is being recorded.
 std::optional<uint64_t> recordingSinceMs() {
@@ -86,9 +85,11 @@ void Tour::playLive() {
     Child recorder(recorderWords(m_settings, {"--live"}), m_world.root() + "/recorder.log");
     const double asked = now();
     std::optional<uint64_t> sinceMs;
-    if (!waitUntil(kComesUp, [&] { return recorder.hasEnded() || (sinceMs = recordingSinceMs()); }) ||
-        !sinceMs)
-        recorder.stop(kEnds);
+    waitUntil(kComesUp, [&] { return recorder.hasEnded() || (sinceMs = recordingSinceMs()); });
+    if (!sinceMs) {
+        recorder.stop(kEnds); // which says why, if it has ended by itself
+        throw Failure(kFailed, "the recorder does not record");
+    }
     printTableHead();
     printLine(asked, "(tavirn-record --live begins)", "", timeOfDay(*sinceMs), "stream 4");
     waitUntil(kRecordedBefore, [] { return false; });
@@ -97,8 +98,8 @@ void Tour::playLive() {
     for (const Step& step : liveSteps()) visit.play(step);
     visit.tearDown();
     recorder.stop(kEnds);
-    m_recording =
-        readRecording(paths().index, paths().card); // only now it can be known which picture is which
+    // Only now it can be known which picture is which.
+    m_recording = readRecording(paths().index, paths().card);
     visit.tell();
 }
 

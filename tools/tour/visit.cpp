@@ -25,29 +25,34 @@ size_t Visit::recordedPictures() const {
                                              [](const ShownPicture& picture) { return picture.place; }));
 }
 
+void Visit::readUntilQuiet(size_t count) {
+    m_session.readUntil(kActs, [&] { return m_session.isQuiet() && pictures().size() >= count; });
+}
+
 void Visit::open(int64_t stream) {
     const double at = now();
     if (!m_session.open()) throw Failure(kFailed, "the daemon does not open a session");
-    m_session.readUntilQuiet(1, kActs);
+    readUntilQuiet(1);
     m_untold.push_back({at, "open", m_session.status(), "pause", 0, pictures().size(), isFirstOf, stream});
 }
 
 void Visit::play(const Step& step) {
-    m_session.rest(std::chrono::milliseconds(step.restMs));
+    m_session.readUntil(std::chrono::milliseconds(step.restMs), [] { return false; });
     const size_t before = pictures().size();
     const double at = now();
     m_session.ask(RTSP_REQ_PLAY, step.header, step.headerValue());
     if (step.pictures == 0) {
-        m_session.readUntilQuiet(before + 1, kActs);
+        readUntilQuiet(before + 1);
         m_untold.push_back({at, step.text(), m_session.status(), step.status, before, pictures().size(),
                             step.check, step.expected});
         return;
     }
-    m_session.readPictures(before + step.pictures, std::chrono::seconds(step.pictures / kSlowest + 10));
+    m_session.readUntil(std::chrono::seconds(step.pictures / kSlowest + 10),
+                        [&] { return pictures().size() >= before + step.pictures; });
     const std::string status = m_session.status();
     const double pausedAt = now();
     m_session.ask(RTSP_REQ_PAUSE);
-    m_session.readUntilQuiet(0, kActs);
+    readUntilQuiet(0);
     const size_t after = pictures().size();
     m_untold.push_back({at, step.text(), status, step.status, before, after, step.check, step.expected});
     m_untold.push_back({pausedAt, "pause", m_session.status(), "pause", after, after, staysThere, 0});
@@ -57,7 +62,7 @@ void Visit::tearDown() {
     const double at = now();
     const size_t before = pictures().size();
     m_session.ask(RTSP_REQ_TEARDOWN);
-    if (!m_session.readToTheEnd(kActs))
+    if (!m_session.readUntil(kActs, [&] { return m_session.hasEnded(); }))
         m_wrong.push_back(formatted("the output memory does not tell the end of session %zu", m_number));
     m_untold.push_back(
         {at, "teardown", m_session.status(0), "init", before, pictures().size(), sessionIsOver, 0});

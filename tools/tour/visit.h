@@ -40,6 +40,8 @@ private:
     };
 
     double now() const;
+    /// Until so many pictures have come in all, and playback rests; what the transcript tells if it does not.
+    void readUntilQuiet(size_t count);
     void tell(const Asked& asked);
 
     const size_t m_number;
