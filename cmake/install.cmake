@@ -1,5 +1,5 @@
-# cmake --install and cpack. Three packages: what needs GStreamer, the recorder's stand-in, goes apart, and so does
-# what only a developer wants.
+# cmake --install and cpack. Four packages: what needs GStreamer, the recorder's stand-in and the RTSP server, goes
+# apart, and so does what only a developer wants.
 include(GNUInstallDirs)
 
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
@@ -56,6 +56,18 @@ if(TAVIRN_TESTS)
   endif()
 endif()
 
+if(TARGET tavirn-rtsp)
+  install(TARGETS tavirn-rtsp DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT tavirn-rtsp)
+  install(FILES ${packaging}/tavirn-rtsp.service DESTINATION lib/systemd/system COMPONENT tavirn-rtsp)
+  tavirn_man_page(tavirn-rtsp.8 tavirn-rtsp)
+  tavirn_completion(tavirn-rtsp tavirn-rtsp)
+  list(APPEND components tavirn-rtsp)
+  if(TAVIRN_TESTS AND NOT CMAKE_CROSSCOMPILING)
+    add_test(NAME man.tavirn-rtsp COMMAND ${PROJECT_SOURCE_DIR}/docs/man/check
+      ${PROJECT_SOURCE_DIR}/docs/man/tavirn-rtsp.8 $<TARGET_FILE:tavirn-rtsp>)
+  endif()
+endif()
+
 if(TARGET tavirn_client)
   include(cmake/client.cmake)
   list(APPEND components tavirn-dev)
@@ -83,6 +95,11 @@ set(CPACK_DEBIAN_TAVIRN-RECORD_PACKAGE_NAME tavirn-record)
 set(CPACK_DEBIAN_TAVIRN-RECORD_PACKAGE_RECOMMENDS
   "gstreamer1.0-plugins-good, gstreamer1.0-plugins-bad, gstreamer1.0-plugins-ugly, gstreamer1.0-libav, gstreamer1.0-x")
 set(CPACK_DEBIAN_TAVIRN-RECORD_PACKAGE_SUGGESTS tavirn)
+set(CPACK_DEBIAN_TAVIRN-RTSP_PACKAGE_NAME tavirn-rtsp)
+set(CPACK_DEBIAN_TAVIRN-RTSP_PACKAGE_DEPENDS passwd)
+set(CPACK_DEBIAN_TAVIRN-RTSP_PACKAGE_RECOMMENDS "tavirn, glib-networking")
+set(CPACK_DEBIAN_TAVIRN-RTSP_PACKAGE_CONTROL_EXTRA ${packaging}/debian-rtsp/postinst
+  ${packaging}/debian-rtsp/prerm ${packaging}/debian-rtsp/postrm)
 set(CPACK_DEBIAN_TAVIRN-DEV_PACKAGE_NAME tavirn-dev)
 set(CPACK_DEBIAN_TAVIRN-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_TAVIRN-DEV_PACKAGE_SUGGESTS "tavirn, pkg-config")
@@ -94,6 +111,10 @@ pictures, and tavirn-rooted, the daemon in a directory of its own.")
 set(CPACK_COMPONENT_TAVIRN-RECORD_DESCRIPTION "recorder stand-in for the playback daemon tavirn
 Writes a video file or a test pattern to a card and its index as the
 recorder of a camera would, for tavirn to play.")
+set(CPACK_COMPONENT_TAVIRN-RTSP_DESCRIPTION "RTSP server for the playback daemon tavirn
+Lets any RTSP player show the recording: from a clock time, fast, slowly,
+backward, and along the live edge; with digest authentication, TLS and the
+headers of ONVIF replay.")
 set(CPACK_COMPONENT_TAVIRN-DEV_DESCRIPTION "client library of the playback daemon tavirn
 For whoever writes an RTSP server or a viewer of their own: requests to
 the daemon, and the pictures from its output memory. Headers, a static

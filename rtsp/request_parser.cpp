@@ -74,8 +74,10 @@ RequestParser::Result RequestParser::parse(std::string_view head, RtspRequest& r
     while (!head.empty()) {
         line = trimmed(cutOff(head, '\n'));
         if (line.empty()) break;
-        if (line.find(':') == std::string_view::npos || line.find('\0') != std::string_view::npos)
-            return Result::malformed;
+        // Some of them come back in replies: no line may end before its end.
+        const bool plain = std::ranges::none_of(
+            line, [](unsigned char character) { return character < ' ' && character != '\t'; });
+        if (!plain || line.find(':') == std::string_view::npos) return Result::malformed;
         const std::string_view name = trimmed(cutOff(line, ':'));
         request.headers.emplace_back(name, trimmed(line));
     }

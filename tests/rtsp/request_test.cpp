@@ -34,6 +34,7 @@ TEST(RequestParser, TakesRequestsOutOfTheBytesHoweverTheyArrive) {
         {"OPTIONS RTSP/1.0\r\n\r\n", {Result::malformed}},
         {"OPTIONS * RTSP/1.0\r\nno header\r\n\r\n", {Result::malformed}},
         {"OPTIONS \x1b[2J RTSP/1.0\r\n\r\n", {Result::malformed}},
+        {"OPTIONS * RTSP/1.0\r\nCSeq: 1\rX: y\r\n\r\n", {Result::malformed}},
     };
     for (const auto& [bytes, expected] : inputs) {
         for (const size_t atATime : {size_t{1}, bytes.size()}) {
