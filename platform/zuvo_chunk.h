@@ -4,6 +4,9 @@
 // (TAVIRN_VENDOR_HEADERS).
 #pragma once
 
+#include <memory>
+
+class ChunkFile;
 struct CHUNK_EVENT;
 
 /// One contiguous area of a chunk, open for reading. A chunk is a ring: an area that reaches the chunk's end
@@ -31,7 +34,7 @@ protected:
     CZUVOChunkBase() = default;
 
 private:
-    int m_file = -1;
+    std::shared_ptr<const ChunkFile> m_file;
     unsigned long m_chunkSize = 0;
     unsigned long m_areaOffset = 0;
     unsigned long m_position = 0; ///< relative to the area's start

@@ -4,13 +4,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <fcntl.h>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
+#include "platform/chunk_name.h"
 #include "platform/paths.h"
 #include "stream/records.h"
 
@@ -19,16 +23,19 @@ namespace {
 /// Positions inside a chunk are 32-bit words.
 constexpr uint64_t kMaxChunkBytes = UINT32_MAX;
 
-int openFile(unsigned chunkId) {
-    char path[PATH_MAX];
-    const int length = std::snprintf(path, sizeof path, "%s/chunk%05u", paths().card, chunkId);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof path) return -1;
-    int file;
-    // Non-blocking, so that a pipe in a chunk's place can't hold the opener; files don't care.
-    do {
-        file = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    } while (file < 0 && errno == EINTR);
+/// What a path or, with an empty one, a descriptor leads to; nothing when that is no chunk.
+std::optional<struct statx> lookAt(int directory, const char* path) {
+    struct statx file {};
+    if (statx(directory, path, AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_MNT_ID, &file) != 0) return {};
+    if (!S_ISREG(file.stx_mode) || file.stx_size == 0 || file.stx_size > kMaxChunkBytes) return {};
     return file;
+}
+
+/// The same file of the same mount: while one is open, none of these numbers goes to another. A kernel that
+/// does not tell the mount (before 5.8) never says yes.
+bool isSameFile(const struct statx& a, const struct statx& b) {
+    return (a.stx_mask & b.stx_mask & STATX_MNT_ID) != 0 && a.stx_mnt_id == b.stx_mnt_id &&
+           a.stx_dev_major == b.stx_dev_major && a.stx_dev_minor == b.stx_dev_minor && a.stx_ino == b.stx_ino;
 }
 
 /// All of it or failure: the size was checked at the opening, so an early end means that the file shrank.
@@ -46,6 +53,84 @@ bool readWhole(int file, char* buffer, size_t length, uint64_t position) {
 
 } // namespace
 
+/// A chunk's descriptor, shared by the areas that are read through it.
+class ChunkFile {
+public:
+    explicit ChunkFile(const char* path) {
+        // Non-blocking, so that a pipe in a chunk's place can't hold the opener; files don't care.
+        do {
+            m_descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+        } while (m_descriptor < 0 && errno == EINTR);
+        if (m_descriptor >= 0) m_seen = lookAt(m_descriptor, "");
+    }
+    ~ChunkFile() {
+        if (m_descriptor >= 0) close(m_descriptor);
+    }
+    ChunkFile(const ChunkFile&) = delete;
+    ChunkFile& operator=(const ChunkFile&) = delete;
+
+    int descriptor() const { return m_descriptor; }
+    /// When it was opened; nothing when it could not be, or is no chunk.
+    const std::optional<struct statx>& seen() const { return m_seen; }
+
+private:
+    int m_descriptor;
+    std::optional<struct statx> m_seen;
+};
+
+namespace {
+
+struct OpenedChunk {
+    std::shared_ptr<const ChunkFile> file; ///< null when there is no chunk
+    uint64_t size = 0;
+};
+
+/// A thread's way to chunks. Keeps the one opened last, since following a recorder opens both areas anew for
+/// each picture: while the path leads to the same file, that costs a look at it. Kept until the thread ends,
+/// which is with the session at the latest. The process's first thread never ends, so it keeps nothing; it
+/// opens a chunk a few times a session.
+class ChunkKeeper {
+public:
+    /// May throw std::bad_alloc.
+    OpenedChunk open(const CHUNK_EVENT& area, const CZUVOChunkBase* reader) {
+        const bool sizeJustAsked = std::exchange(m_sizeAskedBy, nullptr) == reader;
+        if (area.chunkID != m_chunkId) m_kept = {};
+        m_chunkId = area.chunkID;
+        if (!m_kept.file || !sizeJustAsked) {
+            m_kept = look(std::move(m_kept));
+            if (!m_kept.file) return {};
+        }
+        // An area of one byte is opened to ask for the chunk's size; the opening behind it is of the same
+        // moment.
+        if (area.size == 1) m_sizeAskedBy = reader;
+        return m_keeps ? m_kept : std::exchange(m_kept, {});
+    }
+
+private:
+    /// The chunk as it is now, through the descriptor of `before` where that is still good.
+    OpenedChunk look(OpenedChunk before) const {
+        const std::string path = chunkPath(paths().card, m_chunkId);
+        if (before.file) {
+            const std::optional<struct statx> now = lookAt(AT_FDCWD, path.c_str());
+            if (now && isSameFile(*now, *before.file->seen())) return {std::move(before.file), now->stx_size};
+        }
+        before = {}; // closed before the next one is opened
+        auto file = std::make_shared<const ChunkFile>(path.c_str());
+        if (!file->seen()) return {};
+        const uint64_t size = file->seen()->stx_size;
+        return {std::move(file), size};
+    }
+
+    const bool m_keeps = gettid() != getpid();
+    OpenedChunk m_kept;
+    unsigned m_chunkId = 0;                        ///< of the chunk kept
+    const CZUVOChunkBase* m_sizeAskedBy = nullptr; ///< in the opening before
+};
+
+thread_local ChunkKeeper t_chunks;
+
+} // namespace
+
 CZUVOChunkBase::~CZUVOChunkBase() {
     closeChunkFile();
 }
@@ -53,26 +138,23 @@ CZUVOChunkBase::~CZUVOChunkBase() {
 int CZUVOChunkBase::openChunkFile(CHUNK_EVENT* event) {
     closeChunkFile();
     if (event == nullptr || event->kind != CHUNK_KIND_STREAM) return -1;
-    const int file = openFile(event->chunkID);
-    if (file < 0) return -1;
-    struct stat status {};
-    if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0 ||
-        static_cast<uint64_t>(status.st_size) > kMaxChunkBytes ||
-        event->offset >= static_cast<uint64_t>(status.st_size)) {
-        close(file);
+    OpenedChunk chunk;
+    try {
+        chunk = t_chunks.open(*event, this);
+    } catch (const std::bad_alloc&) {
         return -1;
     }
-    m_file = file;
-    m_chunkSize = static_cast<unsigned long>(status.st_size);
+    if (!chunk.file || event->offset >= chunk.size) return -1;
+    m_file = std::move(chunk.file);
+    m_chunkSize = static_cast<unsigned long>(chunk.size);
     m_areaOffset = event->offset;
     m_position = 0;
     return 0;
 }
 
 int CZUVOChunkBase::closeChunkFile() {
-    if (m_file < 0) return -1;
-    close(m_file);
-    m_file = -1;
+    if (!m_file) return -1;
+    m_file.reset();
     m_chunkSize = m_areaOffset = m_position = 0;
     return 0;
 }
@@ -85,20 +167,21 @@ int CZUVOChunkBase::seekEvent(long position, int origin) {
     // Compared as unsigned: refuses what is negative, and with a 32-bit long still reaches the upper half
     // of a chunk above 2 GiB.
     const auto target = static_cast<unsigned long>(position);
-    if (m_file < 0 || origin != 0 || target >= m_chunkSize) return -1;
+    if (!m_file || origin != 0 || target >= m_chunkSize) return -1;
     m_position = target;
     return 0;
 }
 
 long CZUVOChunkBase::read(void* buffer, long length) {
-    if (m_file < 0 || length < 0 || (buffer == nullptr && length > 0)) return -1;
+    if (!m_file || length < 0 || (buffer == nullptr && length > 0)) return -1;
     const uint64_t size = m_chunkSize;
     const uint64_t start = (uint64_t{m_areaOffset} + m_position) % size;
     const uint64_t wanted = std::min(static_cast<uint64_t>(length), size);
     const uint64_t untilEnd = std::min(wanted, size - start);
     const auto bytes = static_cast<char*>(buffer);
-    if (!readWhole(m_file, bytes, static_cast<size_t>(untilEnd), start)) return -1;
-    if (!readWhole(m_file, bytes + untilEnd, static_cast<size_t>(wanted - untilEnd), 0)) return -1;
+    if (!readWhole(m_file->descriptor(), bytes, static_cast<size_t>(untilEnd), start)) return -1;
+    if (!readWhole(m_file->descriptor(), bytes + untilEnd, static_cast<size_t>(wanted - untilEnd), 0))
+        return -1;
     m_position = static_cast<unsigned long>((m_position + wanted) % size);
     return static_cast<long>(wanted);
 }

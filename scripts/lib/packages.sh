@@ -6,7 +6,7 @@ PACKAGES_BUILD="g++ cmake make pkg-config libsqlite3-dev libcli11-dev nlohmann-j
 # x264enc is in ugly, the H.264 parser in bad, the decoder in libav, the burned-in text in x.
 PACKAGES_MEDIA="gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
     gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x gstreamer1.0-tools fonts-dejavu-core"
-PACKAGES_TEST="libgtest-dev libgmock-dev util-linux groff-base"
+PACKAGES_TEST="libgtest-dev libgmock-dev util-linux groff-base ffmpeg"
 PACKAGES_BENCH="libbenchmark-dev python3"
 # llvm has the symbolizer: without it sanitizers and fuzzers complain, and their reports are bare addresses.
 PACKAGES_CHECK="clang clang-format llvm"

@@ -3,6 +3,7 @@
 #include <iterator>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
 #include <tuple>
 
 #include "platform/paths.h"
@@ -15,13 +16,17 @@ namespace {
 namespace fs = std::filesystem;
 using std::operator""s;
 
+auto descriptors() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
+}
+
 struct ChunkFile : testing::Test {
     test::World world;
-    const std::string path = paths().card + "/chunk00007"s;
+    const std::string card = paths().card + "/"s, path = card + "chunk00007";
     CZUVOStreamChunk chunk{0};
 
-    int open(uint32_t offset, uint16_t id = 7, uint16_t kind = CHUNK_KIND_STREAM) {
-        CHUNK_EVENT area{id, kind, offset, 1};
+    int open(uint32_t offset, uint16_t id = 7, uint16_t kind = CHUNK_KIND_STREAM, uint32_t size = 9) {
+        CHUNK_EVENT area{id, kind, offset, size};
         return chunk.openChunkFile(&area);
     }
     /// What one read of `length` gives; "-" for a failure.
@@ -53,22 +58,45 @@ TEST_F(ChunkFile, ReadsRoundTheRingAndNeverMoreThanOnce) {
     EXPECT_EQ(read(4), "nd\0\0"s);
 }
 
-TEST_F(ChunkFile, OpensOnlyAnAreaInsideAChunkAndLeavesNoDescriptorBehind) {
-    const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+TEST_F(ChunkFile, OpensAnAreaOfTheChunkAsItIsNowAndKeepsADescriptorNoLongerThanItsThread) {
     const auto before = descriptors();
-    test::writeFile(path, "0123456789");
-    test::writeFile(paths().card + "/chunk00008"s, "");
-    fs::create_directory(paths().card + "/chunk00009"s);
-    ASSERT_EQ(mkfifo((paths().card + "/chunk00010"s).c_str(), 0600), 0);
+    test::writeFile(card + "chunk00008", "");
+    fs::create_directory(card + "chunk00009");
+    ASSERT_EQ(mkfifo((card + "chunk00010").c_str(), 0600), 0);
     const std::tuple<const char*, uint32_t, uint16_t, uint16_t> refused[] = {
         {"behind the end", 10, 7, 0x33}, {"another kind", 0, 7, 0x34}, {"missing", 0, 6, 0x33},
         {"empty", 0, 8, 0x33},           {"a directory", 0, 9, 0x33},  {"a pipe", 0, 10, 0x33}};
-    for (const auto& [what, offset, id, kind] : refused) {
-        ASSERT_NE(open(9), -1);
-        EXPECT_EQ(open(offset, id, kind), -1) << what;
-        EXPECT_EQ(chunk.getChunkSize(), 0u) << what << ": the area open before is closed";
-        EXPECT_EQ(read(1), "-") << what;
-    }
+    const auto areas = [&] {
+        test::writeFile(path, "0123456789");
+        for (const auto& [what, offset, id, kind] : refused) {
+            ASSERT_NE(open(9), -1);
+            EXPECT_EQ(open(offset, id, kind), -1) << what;
+            EXPECT_TRUE(chunk.getChunkSize() == 0 && read(1) == "-") << what << ": what was open is closed";
+        }
+        for (const std::string now : {"replaced", "and replaced by a longer one"}) {
+            test::writeFile(path + ".new", now);
+            fs::rename(path + ".new", path);
+            EXPECT_TRUE(open(0) != -1 && read(99) == now);
+        }
+        fs::resize_file(path, 5);
+        EXPECT_TRUE(open(0) != -1 && chunk.getChunkSize() == 5);
+        fs::remove(path);
+        EXPECT_EQ(open(0), -1) << "removed under the descriptor";
+        test::writeFile(path, "back");
+        EXPECT_NE(open(0), -1);
+        chunk.closeChunkFile();
+    };
+    areas();
+    EXPECT_EQ(descriptors(), before) << "the first thread, which never ends, keeps none";
+    std::thread([&] {
+        areas();
+        CZUVOStreamChunk other{1};
+        CHUNK_EVENT area{7, CHUNK_KIND_STREAM, 1, 3};
+        EXPECT_TRUE(open(0) != -1 && other.openChunkFile(&area) != -1);
+        EXPECT_EQ(descriptors(), before + 1) << "one for both areas of a stream";
+    }).join();
+    EXPECT_EQ(read(9), "back");
+    chunk.closeChunkFile();
     EXPECT_EQ(descriptors(), before);
 }
 

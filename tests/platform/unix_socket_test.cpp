@@ -1,4 +1,3 @@
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
@@ -32,39 +31,15 @@ TEST_F(UnixSocket, ServesOwnerAndGroupAndReplacesOnlyAFileThatNobodyServes) {
         EXPECT_EQ(fcntl(listening, F_GETFD), FD_CLOEXEC);
         close(listening);
     }
+    const std::string stale = world.root() + "/stale";
+    std::filesystem::rename(path, stale);
+    std::filesystem::create_symlink(stale, path);
+    EXPECT_LT(s_create_serv_socket(path), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(path) && test::fileExists(stale)) << "a link leads nowhere";
     unlink(path);
     test::writeFile(path, "someone's");
     EXPECT_LT(s_create_serv_socket(path), 0);
     EXPECT_EQ(test::readFile(path), "someone's");
-
-    const std::string target = world.root() + "/target";
-    for (const char* round : {"nothing", "a file", "a stale socket"}) {
-        unlink(path);
-        if (*round == 'a') test::writeFile(target, "");
-        if (std::string(round) == "a stale socket") {
-            unlink(target.c_str());
-            close(s_create_serv_socket(target.c_str()));
-        }
-        std::filesystem::create_symlink(target, path);
-        EXPECT_LT(s_create_serv_socket(path), 0) << "a link to " << round;
-        EXPECT_TRUE(std::filesystem::is_symlink(path)) << round;
-        EXPECT_EQ(test::fileExists(target), *round == 'a') << round;
-    }
-}
-
-TEST_F(UnixSocket, AcceptFailsAtOnceWhenTheListenerIsShutDownBeforeOrDuringTheWait) {
-    const int listening = s_create_serv_socket(path);
-    std::atomic<pid_t> id = 0;
-    std::thread waiting([&] {
-        id = gettid();
-        EXPECT_LT(s_accept_client(listening), 0);
-    });
-    const auto task = [&] { return test::readFile("/proc/self/task/" + std::to_string(id) + "/stat"); };
-    while (id == 0 || task().find(") S ") == std::string::npos) std::this_thread::yield();
-    shutdown(listening, SHUT_RDWR);
-    waiting.join();
-    EXPECT_LT(s_accept_client(listening), 0);
-    close(listening);
 }
 
 TEST_F(UnixSocket, ATransferIsWholeOrEndsWithItsTimeOrPeer) {
@@ -84,8 +59,7 @@ TEST_F(UnixSocket, ATransferIsWholeOrEndsWithItsTimeOrPeer) {
         const auto begin = Clock::now();
         EXPECT_LT(transfer(near, record.data(), 8'000'000), 0);
         EXPECT_EQ(errno, ETIMEDOUT);
-        EXPECT_GE(Clock::now() - begin, 190ms);
-        EXPECT_LT(Clock::now() - begin, 20s);
+        EXPECT_TRUE(Clock::now() - begin >= 190ms && Clock::now() - begin < 20s);
     };
     fails(s_read_data); // a silent peer
     fails(s_write_data);
@@ -93,11 +67,11 @@ TEST_F(UnixSocket, ATransferIsWholeOrEndsWithItsTimeOrPeer) {
         for (; !stop.stop_requested(); std::this_thread::sleep_for(5ms)) send(far, "x", 1, MSG_NOSIGNAL);
     });
     fails(s_read_data);
-    trickle.request_stop(), trickle.join();
+    trickle = {};
     shutdown(far, SHUT_RDWR);
     EXPECT_EQ(s_read_data(near, record.data(), 8'000'000), -1) << "the stream ends inside the record";
     EXPECT_EQ(s_write_data(near, record.data(), 8'000'000), -1) << "and no SIGPIPE";
-    close(near), close(far);
+    for (const int socket : ends) close(socket);
 }
 
 TEST_F(UnixSocket, ConnectingToAServerThatNeverAcceptsEnds) {

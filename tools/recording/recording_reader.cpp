@@ -1,13 +1,13 @@
 #include "tools/recording/recording_reader.h"
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sqlite3.h>
 
+#include "platform/chunk_name.h"
 #include "tools/recording/recording_error.h"
 
 namespace {
@@ -79,9 +79,7 @@ std::vector<StreamRow> readStreams(const std::string& indexFile) {
 std::vector<RecordedPicture> readRecording(const std::string& indexFile, const std::string& cardDirectory) {
     std::vector<RecordedPicture> pictures;
     for (const StreamRow& row : readStreams(indexFile)) {
-        char name[24];
-        std::snprintf(name, sizeof name, "/chunk%05u", row.chunk);
-        if (!row.isRecording) appendStream(row, cardDirectory + name, pictures);
+        if (!row.isRecording) appendStream(row, chunkPath(cardDirectory, row.chunk), pictures);
     }
     return pictures;
 }
