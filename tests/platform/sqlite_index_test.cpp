@@ -15,7 +15,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr char kSchema[] = "CREATE TABLE STREAM (endMSec, note TEXT, STREAMID INTEGER PRIMARY KEY, recSize, "
-                           "startDate, startMSec, frameSet, status);"
+                           "startDate, startMSec, frameSet, status, inTrg, bitrateSet, chunkID, chunkSize, "
+                           "endDate, backOffset);"
                            "CREATE TABLE EVENT (extTrg, endDate, startMSec, startDate, eventID);"
                            "CREATE TRIGGER few AFTER INSERT ON STREAM BEGIN DELETE FROM STREAM "
                            "WHERE streamID < (SELECT max(streamID) FROM STREAM) - 30; END";
@@ -39,16 +40,18 @@ struct SqliteIndex : testing::Test {
 
 TEST_F(SqliteIndex, FindsValuesByNameAndReadsEachAtItsWidth) {
     run(kSchema);
-    run("INSERT INTO STREAM VALUES (NULL, 'x', 4294967295, '12cd', 3e9, 65537, -1, NULL);"
+    run("INSERT INTO STREAM VALUES (NULL, 'x', 4294967295, '12cd', 3e9, 65537, -1, NULL, 2, 3, 4, 5, 6, 7);"
         "INSERT INTO EVENT VALUES (512, 4, 3, 2, 1)");
     ASSERT_EQ(db.setSql(kAll), 0);
     EXPECT_EQ(db.getNTuple(), 1);
     EXPECT_EQ(db.getValue(0, 2), 4294967295u);
-    for (const auto& [r, c] : {std::pair{1L, 2L}, {0L, 8L}, {-1L, 0L}, {0L, -1L}})
+    for (const auto& [r, c] : {std::pair{1L, 2L}, {0L, 14L}, {-1L, 0L}, {0L, -1L}})
         EXPECT_EQ(db.getValue(r, c), 0u);
     db.getStreamValue(0, &row);
     EXPECT_TRUE(row.recSize == 12 && row.startDate == 3000000000 && row.startMSec == 1 &&
                 row.frameSet == 0xFFFF);
+    EXPECT_TRUE(row.inTrg == 2 && row.bitrateSet == 3 && row.chunkID == 4 && row.chunkSize == 5 &&
+                row.endDate == 6 && row.backOffset == 7);
     EXPECT_EQ(row.endMSec + row.status + row.chunkOffset, 0u) << "NULL, and no such column";
     EXPECT_TRUE(db.selectStream(4294967295u, &row) != 0 && row.streamID == 4294967295u);
     EXPECT_EQ(db.selectStream(5, &row), 0);
