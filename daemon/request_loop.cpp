@@ -1,5 +1,6 @@
 #include "daemon/request_loop.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@ namespace {
 
 constexpr timeval kPauseAfterFailedAccept{1, 0};
 constexpr int kWatchMs = 100;
+constexpr int kForEver = -1; ///< to poll
 constexpr int kParameterSetAttempts = 10;
 constexpr time_t kHintSeconds = 300;
 constexpr uint32_t kErrorNoEngine = 4; ///< in lastError
@@ -21,13 +23,15 @@ constexpr uint32_t kErrorNoEngine = 4; ///< in lastError
 
 RequestLoop::RequestLoop(int listeningSocket, CtavirnShmServer& status)
     : m_listeningSocket(listeningSocket), m_status(status), streamHint(kNoStreamHint),
-      hintTime(wallclock::now()) {}
+      hintTime(wallclock::now()) {
+    fcntl(listeningSocket, F_SETFL, O_NONBLOCK); // it is waitForClient that waits
+}
 
 void RequestLoop::run() {
     rtsp_request request{};
     while (g_loopFlag == kLoopRun) {
-        watchUntilClientComes();
         logCaughtSignals(); // those of the last turn: the next connection may be hours away
+        waitForClient();
         const int connection = recv_rtsp_request(m_listeningSocket, &request);
         logCaughtSignals();
         if (connection < 0) {
@@ -40,13 +44,17 @@ void RequestLoop::run() {
     logCaughtSignals();
 }
 
-// A session whose playback thread could not start, or gave up, has nobody else to notice that it is left.
-void RequestLoop::watchUntilClientComes() {
-    pollfd client{.fd = m_listeningSocket, .events = POLLIN, .revents = 0};
-    while (m_picker && !m_picker->isWatched()) {
-        if (m_picker->lapses()) return tearDown({}); // as the thread's own notice would
-        if (poll(&client, 1, kWatchMs) > 0) return;  // also on a stop
-        logCaughtSignals();
+// Also returns when a signal has been caught, wherever the loop stood then; the accept fails in that case. A
+// session whose playback thread could not start, or gave up, has nobody else to notice that it is left.
+void RequestLoop::waitForClient() {
+    pollfd awaited[] = {{.fd = m_listeningSocket, .events = POLLIN, .revents = 0},
+                        {.fd = caughtSignalEvent(), .events = POLLIN, .revents = 0}};
+    for (;;) {
+        const bool isUnwatched = m_picker && !m_picker->isWatched();
+        if (isUnwatched && m_picker->lapses())
+            tearDown({}); // as the thread's own notice would
+        else if (poll(awaited, 2, isUnwatched ? kWatchMs : kForEver) != 0)
+            return;
     }
 }
 

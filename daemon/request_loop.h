@@ -14,7 +14,7 @@ class CtavirnShmServer;
 /// come from outside.
 class RequestLoop {
 public:
-    /// `listeningSocket` stays the caller's; `status` outlives the loop.
+    /// `listeningSocket` stays the caller's, but no longer waits in accept; `status` outlives the loop.
     RequestLoop(int listeningSocket, CtavirnShmServer& status);
     RequestLoop(const RequestLoop&) = delete;
     RequestLoop& operator=(const RequestLoop&) = delete;
@@ -30,7 +30,7 @@ public:
     void shutDown();
 
 private:
-    void watchUntilClientComes();
+    void waitForClient();
 
     // One per request type.
     void open(int connection);

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include "platform/log.h"
@@ -18,12 +19,19 @@ constexpr int kCaught[] = {SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2};
 /// How often each signal of kCaught was caught and its message not yet written.
 std::atomic<int> g_unlogged[sizeof kCaught / sizeof kCaught[0]];
 
+/// Set behind the counter and the event, and taken back before they are: none of them is ever left over.
+std::atomic<bool> g_isDue{false};
+/// Made by setSignal and kept as long as the process: the handler may write to it at any moment.
+std::atomic<int> g_event{-1};
+
 std::atomic<int> g_stopSocket{-1};
 std::atomic<int> g_readingFrom{-1};
 
 void note(int signal) {
     for (size_t i = 0; i < sizeof kCaught / sizeof kCaught[0]; ++i)
         if (kCaught[i] == signal) ++g_unlogged[i];
+    eventfd_write(g_event, 1);
+    g_isDue = true;
 }
 
 void logCaught(int signal) {
@@ -46,6 +54,7 @@ int install(int signal, void (*disposition)(int)) {
 } // namespace
 
 int setSignal() {
+    if (g_event < 0) g_event = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC); // without it, a message may be late
     sigset_t set;
     if (sigfillset(&set) < 0) {
         logAt(LOG_ERR, "qorbd - sigfillset error(%m)");
@@ -112,7 +121,14 @@ void setReadingFrom(int connection) {
     if (connection >= 0 && g_loopFlag == kLoopStop) shutdown(connection, SHUT_RD);
 }
 
+int caughtSignalEvent() {
+    return g_event;
+}
+
 void logCaughtSignals() {
+    if (!g_isDue.exchange(false)) return;
+    eventfd_t caught = 0;
+    eventfd_read(g_event, &caught);
     for (size_t i = 0; i < sizeof kCaught / sizeof kCaught[0]; ++i)
         for (int left = g_unlogged[i].exchange(0); left > 0; --left) logCaught(kCaught[i]);
 }

@@ -16,7 +16,8 @@ extern std::atomic<int> g_loopFlag;
 /// side.
 extern std::atomic<int> g_formatFlag;
 
-static_assert(std::atomic<int>::is_always_lock_free, "the handler may touch the flags");
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+              "the handler may touch the flags");
 
 /// Blocks every signal but the seven in use, ignores SIGPIPE and installs sigcatch. Before any other thread
 /// exists, which then inherits the mask. 0, or -1 after the first failing step.
@@ -34,6 +35,9 @@ void setStopSocket(int listeningSocket);
 /// The connection that a request is being read from, -1 = none. A stop, also one that was caught before this
 /// call, ends the reading as if the client had closed; what the client has sent by then can still be read.
 void setReadingFrom(int connection);
+
+/// A descriptor that is readable while a caught signal's message is due; -1 when it could not be had.
+int caughtSignalEvent();
 
 /// Writes the message of every signal caught since the last call. Main thread.
 void logCaughtSignals();

@@ -52,7 +52,8 @@ void CpickerThread::startThread() {
 }
 
 void CpickerThread::launch() {
-    m_keepAlive.begin(wallclock::now());
+    m_wakeTime = m_writeTime = wallclock::now();
+    m_keepAlive.begin(m_wakeTime);
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_t thread;
@@ -97,7 +98,6 @@ void CpickerThread::pickerThread() {
     MutexLock alive(m_threadMutex); // the engine may be gone as soon as this is released
     m_running.release();
 
-    m_wakeTime = m_writeTime = wallclock::now();
     m_shm = {};
     if (shm_create(paths().ipcKey, static_cast<char>(kOutputMemoryProject), &m_shm, 1, kPictureBufferBytes,
                    kPictureBufferBytes, kOutputBlocks, 0) < 0) {

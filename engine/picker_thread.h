@@ -40,8 +40,8 @@ public:
 
     /// Starts the playback thread; returns once it holds its life mutex, or could not be created.
     void startThread();
-    /// Stops the thread after its current pass, waits for its clean-up and destroys the engine. Main thread
-    /// only.
+    /// Wakes the thread from its pause, waits for the pass in hand and the clean-up, and destroys the engine.
+    /// Main thread only.
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId);
@@ -85,7 +85,7 @@ private:
     std::atomic<bool> m_watched{false}; ///< set once passes are made
     static_assert(std::atomic<bool>::is_always_lock_free);
 
-    // Playback thread only.
+    // Playback thread only, once it runs.
     KW_SHM m_shm{};
     timeval m_wakeTime{};  ///< after the last pause
     timeval m_writeTime{}; ///< after the last write

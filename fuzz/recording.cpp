@@ -95,8 +95,10 @@ void Recording::damage(Input& input) {
 
 bool Recording::holds(const PICTURE_HEADER& header, std::string_view shown) const {
     if (header.size != shown.size()) return false;
-    for (size_t n = 0; n < shown.size() && !m_cut; ++n)
-        if (shown[n] != m_chunk[(size_t{header.offset} + n) % m_sound.size()]) return false;
+    for (size_t n = 0; n < shown.size() && !m_cut; ++n) {
+        const char there = n < m_sound.size() ? m_chunk[(size_t{header.offset} + n) % m_sound.size()] : '\0';
+        if (shown[n] != there) return false;
+    }
     return true;
 }
 

@@ -20,8 +20,8 @@ public:
     /// Changes a header's word (and its checksum, so that it is believed), some bytes of the chunk or what
     /// the recorder says, cuts the chunk, or takes it away.
     void damage(Input& input);
-    /// Whether `shown` lies where the header says. A cut chunk is another ring once it is opened again, so
-    /// then only the length is looked at.
+    /// Whether `shown` lies where the header says, and is zeros beyond a whole ring. A cut chunk is another
+    /// ring once it is opened again, so then only the length is looked at.
     bool holds(const PICTURE_HEADER& header, std::string_view shown) const;
 
     CtavirnShmServer status;

@@ -1,5 +1,7 @@
 #include "rtsp/description.h"
 
+#include <algorithm>
+#include <cmath>
 #include <glib.h>
 
 #include "tools/common/formatted.h"
@@ -32,10 +34,12 @@ std::string sessionDescription(const Description& description, RangeUnit unit, c
                                uint64_t now) {
     const std::string family = address.find(':') == std::string::npos ? "IP4 " : "IP6 ";
     const std::string number = std::to_string(now);
-    const auto [oldest, newest] = description.span;
+    // The last picture lasts as long as the others: a client that keeps to the range shows it too.
+    const int64_t oldest = description.span.oldest;
+    const int64_t end = description.span.newest + std::llround(1000 / std::max(description.frameRate, 1.0));
     std::string text = "v=0\r\no=- " + number + " " + number + " IN " + family + address +
                        "\r\ns=Recording\r\nc=IN " + family + (family == "IP4 " ? "0.0.0.0" : "::") +
-                       "\r\nt=0 0\r\na=control:*\r\na=range:" + rangeText(unit, oldest, newest, oldest) +
+                       "\r\nt=0 0\r\na=control:*\r\na=range:" + rangeText(unit, oldest, end, oldest) +
                        "\r\n";
     text += "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=fmtp:96 " +
             formatParameters(description.parameterSets) + "\r\n";

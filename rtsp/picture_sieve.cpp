@@ -6,6 +6,8 @@
 void PictureSieve::begin(const PlayOrder& order) {
     m_order = order;
     m_order.target.reset();
+    m_behind.reset();
+    if (order.target && order.scale > 0) m_behind = order.target->time;
     m_held.reset();
     m_lost = false;
 }
@@ -28,6 +30,7 @@ bool PictureSieve::passes(const Picture& picture) const {
 }
 
 bool PictureSieve::take(const Picture& picture) {
+    if (m_behind && m_sentTime && picture.time && *picture.time <= *m_behind) return true;
     if (isBeyond(picture.time)) return false;
     if (picture.gapBefore || m_lost) m_discontinuity = true;
     if (m_lost && !picture.iPicture) return true;

@@ -28,6 +28,8 @@ private:
     PlayOutput& m_out;
     PlayOrder m_order;
     std::optional<int64_t> m_sentTime;
+    std::optional<int64_t>
+        m_behind; ///< forward: of the picture sent from the card, which the daemon's lead up to
     std::optional<Picture> m_held;
     Standing m_heldStanding;
     bool m_discontinuity = true;

@@ -44,6 +44,10 @@ std::optional<int64_t> inMs(const GstRTSPTime& time, const GstRTSPTime2& day, in
 }
 
 bool readRange(const std::string& text, int64_t zero, PlayRequest& play, RangeUnit& unit) {
+    // The library takes text that is no number for 0.
+    if (text.find_first_not_of("0123456789.:-TZ", text.find('=') + 1) != std::string::npos &&
+        text.find("now") == std::string::npos)
+        return false;
     GstRTSPTimeRange* range = nullptr;
     if (gst_rtsp_range_parse(text.c_str(), &range) != GST_RTSP_OK) return false;
     play.hasRange = true;

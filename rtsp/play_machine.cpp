@@ -98,6 +98,7 @@ void PlayMachine::begin(const PlayOrder& order, int64_t nowUs) {
         return;
     }
     m_shown.reset();
+    m_passed.reset();
     m_reached = false;
     const bool range = order.start == PlayOrder::Start::at && order.scale == kNormalScale;
     enter(range ? State::starting : State::jumping, nowUs);
@@ -182,6 +183,11 @@ void PlayMachine::pictureCame(const Picture& picture, bool follows, int64_t nowU
     }
 }
 
+/// The daemon begins with the first I-picture of a second, which may be an earlier one than was sent.
+bool PlayMachine::leadsUp(const Picture& picture) const {
+    return m_order.target && picture.time && m_order.scale > 0 && *picture.time < m_order.from;
+}
+
 bool PlayMachine::leaps(const Picture& from, const Picture& to) const {
     if (!from.time || !from.next || !to.time) return false;
     return m_order.scale > 0 ? *to.time > *from.next : *to.time < *from.time;
@@ -194,8 +200,7 @@ bool PlayMachine::isFirst(const Picture& picture, bool follows) {
     if (m_order.start == PlayOrder::Start::here) return follows || !m_order.isFast();
     if (isSame(m_order.target, picture)) return true;
     if (!follows) return false;
-    // The daemon begins with an I-picture of the same second, which may be an earlier one.
-    if (m_order.target && picture.time && m_order.scale > 0 && *picture.time < m_order.from) return false;
+    if (leadsUp(picture)) return true;
     m_sieve.jump();
     if (!picture.iPicture) m_sieve.lose();
     return true;
@@ -203,11 +208,15 @@ bool PlayMachine::isFirst(const Picture& picture, bool follows) {
 
 void PlayMachine::arrived(const Picture& picture, bool follows, bool wasSeen, int64_t nowUs) {
     const bool here = m_order.start == PlayOrder::Start::here;
-    if ((here && wasSeen) || !isFirst(picture, follows)) return;
+    if (here && wasSeen) return;
+    if (!isFirst(picture, follows)) {
+        m_passed = picture;
+        return;
+    }
     m_reached = true;
     const bool sent = isSame(m_order.target, picture);
     if (m_state == State::jumping) {
-        if (!sent) m_shown = picture;
+        if (!sent && !leadsUp(picture)) m_shown = picture;
         if (m_pending == 0) start(nowUs);
         return;
     }
@@ -232,8 +241,9 @@ void PlayMachine::pauseCame(bool follows, int64_t nowUs) {
             if (std::exchange(m_replyDue, false)) m_out.reply({});
         }
         break;
-    case State::jumping: // it stands there already
+    case State::jumping: // it stands on the picture shown last, which came too early to be certain
         m_reached = true;
+        if (m_passed && !leadsUp(*m_passed)) m_shown = m_passed;
         start(nowUs);
         break;
     case State::starting: // fast play has turns that do not move on

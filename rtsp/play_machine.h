@@ -59,6 +59,7 @@ private:
     void pictureCame(const Picture& picture, bool follows, int64_t nowUs);
     void pauseCame(bool follows, int64_t nowUs);
     void arrived(const Picture& picture, bool follows, bool wasSeen, int64_t nowUs);
+    bool leadsUp(const Picture& picture) const;
     bool leaps(const Picture& from, const Picture& to) const;
     bool isFirst(const Picture& picture, bool follows);
     void first(const Picture& picture, int64_t nowUs);
@@ -82,9 +83,10 @@ private:
     int64_t m_lastControl = 0;
 
     // Pictures.
-    std::optional<Picture> m_shown; ///< while paused, and not yet sent
-    std::optional<Picture> m_last;  ///< seen last
-    bool m_reached = true;          ///< the order's picture has come, or something behind it
+    std::optional<Picture> m_shown;  ///< while paused, and not yet sent
+    std::optional<Picture> m_passed; ///< not certain to be the order\'s, and not sent
+    std::optional<Picture> m_last;   ///< seen last
+    bool m_reached = true;           ///< the order's picture has come, or something behind it
     PictureSieve m_sieve;
     bool m_ended = false;      ///< the end of the range has been passed
     int64_t m_lastPicture = 0; ///< when it came

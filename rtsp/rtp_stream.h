@@ -49,7 +49,7 @@ private:
     const uint32_t m_ssrc;
     uint16_t m_sequence;
     uint32_t m_time;                 ///< RTP time of the newest picture
-    int64_t m_stepUs = 0;         ///< to it, in normal or slow play
+    int64_t m_stepUs = 0;            ///< to it, in normal or slow play
     int64_t m_timeUs = 0;            ///< when that was
     std::optional<uint32_t> m_stamp; ///< the daemon's stamp of that picture
     bool m_begun = false;            ///< a picture has been there

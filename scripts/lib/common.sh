@@ -34,11 +34,8 @@ esac
 # treeState: the commit that is measured, and whether the tree differs from it.
 treeState() {
     local commit changes
-    commit=$(git -C "$TREE" rev-parse --short HEAD 2>/dev/null) || {
-        say "unknown"
-        return
-    }
-    changes=$(git -C "$TREE" status --porcelain -- . ':!docs')
+    commit=$(git -C "$TREE" rev-parse --short HEAD 2>/dev/null || echo "unknown")
+    changes=$(git -C "$TREE" status --porcelain -- . ':!docs' 2>/dev/null || true)
     say "$commit${changes:+ with changes}"
 }
 
@@ -56,11 +53,9 @@ configure() {
 
 # waitFor SECONDS COMMAND...: false when the command does not succeed in time.
 waitFor() {
-    local tries=$(($1 * 50))
-    shift
-    until "$@"; do
-        tries=$((tries - 1))
-        if [ $tries -le 0 ]; then return 1; fi
+    local end=$((SECONDS + $1))
+    until "${@:2}"; do
+        if [ $SECONDS -gt $end ]; then return 1; fi
         sleep 0.02
     done
 }

@@ -6,7 +6,7 @@ PACKAGES_BUILD="g++ cmake make pkg-config libsqlite3-dev libcli11-dev nlohmann-j
 # x264enc is in ugly, the H.264 parser in bad, the decoder in libav, the burned-in text in x.
 PACKAGES_MEDIA="gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
     gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x gstreamer1.0-tools fonts-dejavu-core"
-PACKAGES_TEST="libgtest-dev libgmock-dev util-linux groff-base"
+PACKAGES_TEST="libgtest-dev libgmock-dev util-linux groff-base ffmpeg"
 PACKAGES_BENCH="libbenchmark-dev python3"
 # llvm has the symbolizer: without it sanitizers and fuzzers complain, and their reports are bare addresses.
 PACKAGES_CHECK="clang clang-format llvm"
@@ -33,17 +33,15 @@ packageLists() {
 
 # need LIST|PACKAGE...: installs those that are missing; touches nothing when none is.
 need() {
-    local word list package packages=() missing=()
+    local word list package missing=()
     command -v dpkg-query >/dev/null || {
         say "$SELF: no dpkg here; taking it that these are installed: $*" >&2
         return
     }
     for word in "$@"; do
-        list=PACKAGES_$word
-        # shellcheck disable=SC2206 # a list of words
-        case $word in [A-Z]*) packages+=(${!list}) ;; *) packages+=("$word") ;; esac
+        list=PACKAGES_${word//[^A-Z]/} # a package's own name has no capitals
+        for package in ${!list:-$word}; do isInstalled "$package" || missing+=("$package"); done
     done
-    for package in "${packages[@]}"; do isInstalled "$package" || missing+=("$package"); done
     if [ ${#missing[@]} -eq 0 ]; then return; fi
     if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
         fail "these packages are missing and there is neither root nor sudo to install them: ${missing[*]}"

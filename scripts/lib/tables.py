@@ -63,11 +63,9 @@ class Bench:
         return f"Measured {self.context['date'][:10]} at commit {self.commit}, on {processor()}, load {load[0]:.1f} at the start."
 
     def pictures(self):
-        rows = []
-        for size, goal in RATIO_GOALS.items():
-            f = self.of(f"picturePath/{size}")
-            rows.append([f"{size} KiB", number(f["real_time"]), number(f["floor_us"]), f"{f['ratio']:.2f}",
-                         verdict(round(f["ratio"], 2), goal) if goal else "none"])
+        rows = [[f"{size} KiB", number(f["real_time"]), number(f["floor_us"]), f"{f['ratio']:.2f}",
+                 verdict(round(f["ratio"], 2), goal) if goal else "none"]
+                for size, goal in RATIO_GOALS.items() for f in [self.of(f"picturePath/{size}")]]
         return table(["picture", "pass, µs", "floor, µs", "ratio", "goal"], rows)
 
     def streams(self):
@@ -117,10 +115,8 @@ class Bench:
         return table(["ms: median, most"] + [f"{size:,}: {keys}" for size, keys in columns], rows)
 
     def statements(self):
-        rows = []
-        for question in self.questions():
-            f = self.of(f"index/{question}/100000/schema/warm")
-            rows.append([question] + [number(f[key]) if key in f else "" for key in ("statement1_ms", "statement2_ms")])
+        rows = [[question] + [number(f[key]) if key in f else "" for key in ("statement1_ms", "statement2_ms")]
+                for question in self.questions() for f in [self.of(f"index/{question}/100000/schema/warm")]]
         return table(["ms at 100,000 streams", "first statement", "second"], [row for row in rows if any(row[1:])])
 
     def control(self):

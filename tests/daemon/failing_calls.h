@@ -3,8 +3,8 @@
 
 namespace failing {
 
-/// The n-th `call` (the names stand in failing_calls.cpp) from now on fails with EIO, and with `forGood` every
-/// later one. Null: none does.
+/// The n-th `call` (the names stand in failing_calls.cpp) from now on fails with EIO, and with `forGood`
+/// every later one. Null: none does.
 void arm(const char* call, long n = 1, bool forGood = false);
 /// Whether there has been an n-th call since `arm`.
 bool reached();

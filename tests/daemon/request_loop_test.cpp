@@ -47,6 +47,7 @@ struct RequestLoopTest : SessionTest {
             EXPECT_EQ(ask(row.type, row.session, row.header), row.answer);
             EXPECT_NE(log.dump().find(row.logged), std::string::npos)
                 << row.logged << " not in " << log.dump();
+            EXPECT_EQ(log.dump().find("send error"), std::string::npos);
             if (!row.until.empty()) waitUntil([&] { return ask(RTSP_REQ_STATUS, row.session) == row.until; });
         }
     }
@@ -206,7 +207,10 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     const int silent = s_create_client_socket();
     EXPECT_GE(s_connect_serv(silent, paths().controlSocket), 0);
     setStopSocket(listening);
+    setReadingFrom(1 << 20); // no file
+    errno = 0;
     sigcatch(SIGTERM);
+    EXPECT_EQ(errno, 0) << "that of whoever is interrupted";
     setStopSocket(-1);
     EXPECT_EQ(recv_rtsp_request(listening, &notice), -1) << "a client that was in the queue sends nothing";
     EXPECT_EQ(recv_rtsp_request(listening, &notice), -1) << "the loop had tested its flag before the signal";

@@ -8,9 +8,7 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 
 #include "platform/kw_com.h"
@@ -169,42 +167,19 @@ TEST(Life, AKilledOnesLeftoversAreTakenOverAndOneThatIsLeavingIsWaitedFor) {
     EXPECT_TRUE(leftNothing(world));
 }
 
-/// A client that connects and does not behave.
-class RawClient {
-public:
-    RawClient() : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::string(paths().controlSocket).copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    }
-    ~RawClient() { close(m_fd); }
-    bool send(const void* bytes, size_t length) const {
-        return ::send(m_fd, bytes, length, MSG_NOSIGNAL) == static_cast<ssize_t>(length);
-    }
-
-private:
-    int m_fd;
-};
-
 // The longest that one client can hold the daemon: twenty seconds for its record, however it trickles, and
 // the second of rest behind it.
-TEST(WrongInput, NoClientHoldsTheDaemonLongerThanTwentySeconds) {
-    World world;
-    DaemonProcess daemon(world.root());
-    ASSERT_TRUE(daemon.serving());
+TEST(Life, NoClientHoldsTheDaemonLongerThanTwentySeconds) {
+    Stand stand;
+    ASSERT_TRUE(stand.daemon.serving());
     const auto begin = Clock::now();
-    RawClient trickling;
-    Process asking({TAVIRN_CTL, "--root", world.root(), "status"}, world.root());
-    int code = -1;
-    EXPECT_TRUE(eventually(
-        [&] {
-            trickling.send("x", 1);
-            code = asking.wait(1);
-            return code >= 0;
-        },
-        30000));
-    EXPECT_EQ(code, 0) << asking.errors();
+    stand.connect(1, 1);
+    Process asking = startTool(stand.world, "ctl --root @ status");
+    const auto isAnswered = [&] {
+        s_write_data(stand.clients[0], "x", 1);
+        return asking.wait(1) == 0;
+    };
+    EXPECT_TRUE(eventually(isAnswered, 30000)) << asking.errors();
     EXPECT_GT(secondsSince(begin), 19.0);
     EXPECT_LT(secondsSince(begin), 24.0);
 }

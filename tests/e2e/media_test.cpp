@@ -67,7 +67,7 @@ enum Fate { copied, encoded, damaged, refused }; ///< damaged: encoded, and some
 struct Medium {
     std::string source; ///< pipeline that ends in the muxer
     Fate fate;
-    const char* says = ""; ///< on standard error
+    const char* says = ""; ///< among what it prints
     std::string how = kAsItIs;
 };
 
@@ -81,7 +81,7 @@ void record(const Medium& medium) {
         medium.fate == refused ? std::vector<double>() : shownTimes(file, world);
     Process recorder({"/bin/sh", "-c", medium.how + " --json", file, TAVIRN_RECORD}, world.root());
     ASSERT_EQ(recorder.wait(), medium.fate == refused ? 1 : 0) << recorder.errors();
-    EXPECT_THAT(recorder.errors(), testing::HasSubstr(medium.says));
+    EXPECT_THAT(recorder.errors() + recorder.output(), testing::HasSubstr(medium.says));
     const std::vector<RecordedPicture> recorded = readRecording(paths().index, paths().card);
     ASSERT_EQ(recorded.empty(), medium.fate == refused);
     if (medium.fate == refused) return;
@@ -105,8 +105,10 @@ void record(const Medium& medium) {
 }
 
 const Medium kMedia[] = {
-    {kCamera + "mp4mux", copied},
-    {kCamera + "mpegtsmux", copied},
+    {raw(50, kSmall + "30/1") + kX264 + "! h264parse ! mp4mux", copied, R"("streamId":2,"pictures":30)",
+     kAsItIs + " --split 0.2"}, // no stream of a single GOP
+    {kCamera + "mpegtsmux", copied, "the recording ends before: 1 alarm\n",
+     kAsItIs + " --event 0.1 --event 5"},
     {kCamera + "video/x-h264,stream-format=byte-stream", copied},
     {"audiotestsrc num-buffers=80 ! avenc_aac ! aacparse ! m. " + kCamera + "mp4mux name=m", copied},
     {raw(10, kSmall + "30/1") + "c. " + raw(10, kSmall + "7/1") +

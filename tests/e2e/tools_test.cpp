@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <regex>
 #include <span>
+#include <sys/sem.h>
+#include <sys/shm.h>
 
 #include "platform/api_db.h"
 #include "platform/kw_com.h"
@@ -53,8 +55,8 @@ TEST(Tools, SayWhatIsWrong) {
         {"record --test-pattern --size 65x64", 2, "is no picture size"},
         {"record --test-pattern --size 64x64x", 2, "is no picture size"},
         {"pattern --start 2024-02-31_00:00:00", 2, "is no time from 1970"},
-        {"pattern --event 1:511", 2, "--event 1:511 is no alarm"},
-        {"pattern --event 1:2048", 2, "is no alarm"},
+        {"record --test-pattern --size 4096x4096 --event 1:511", 2, "--event 1:511 is no alarm"},
+        {"record --test-pattern --size 64x64 --event 1:2048", 2, "is no alarm"},
         {"pattern --event -1", 2, "is no alarm"},
         {"pattern --event 1:", 2, "is no alarm"},
         {"pattern --event 4 --duration 3 --split 2 --gap 1", 2, "end, 4 s by the clock"},
@@ -62,6 +64,9 @@ TEST(Tools, SayWhatIsWrong) {
     };
     expect(world, steps);
     EXPECT_FALSE(fileExists(world.root() + "/out"));
+    EXPECT_NE(shmget(world.outputKey(), 4096, IPC_CREAT | 0600), -1); // somebody else's
+    EXPECT_NE(semget(world.outputKey(), 1, IPC_CREAT | 0600), -1);
+    expect(world, {{{"view --wait 1000", 4, "the memory of @/tmp/shm9 is no output memory of this system"}}});
 }
 
 TEST(Tools, RecordBehindTheNewestAndLeaveNothingThatCannotBeOpened) {
@@ -198,6 +203,8 @@ TEST(Tools, ReturnWithTheEffectOrSayWhyThereIsNone) {
     Process left = startTool(world, "view --wait 20 -o @/left");
     expect(world, {{{"ctl open", 0}}});
     EXPECT_TRUE(eventually([&] { return fileExists(world.root() + "/left"); }));
+    shmctl(shmget(world.outputKey(), 0, 0), IPC_RMID, nullptr);
+    expect(world, {{{"ctl session", 0}, {"ctl play", 0}}}); // seen by the status alone
     daemon.stop(SIGKILL);
     EXPECT_EQ(left.wait(), 5) << left.errors();
 }

@@ -1,9 +1,12 @@
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/api_db.h"
 #include "platform/paths.h"
@@ -108,6 +111,47 @@ TEST_F(SqliteIndex, RefusesWhatAHostileFileOrTextCouldRun) {
     std::filesystem::remove(path + "-journal");
     EXPECT_EQ(oldest(), 1u);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(60));
+}
+
+TEST_F(SqliteIndex, IsReadAnewWhenItWasReplacedAndGivenUpWhileItIsLocked) {
+    for (uint32_t id : {1, 2}) {
+        Recorder(path + ".next").run(kSchema + (";" + insert(id)));
+        std::filesystem::rename(path + ".next", path);
+        EXPECT_EQ(oldest(), id) << "over the one that is open";
+    }
+    std::filesystem::rename(path, path + ".away");
+    EXPECT_NE(db.setSql(kAll), 0);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_NE(db.setSql(kAll), 0) << "a pipe would wait for a writer";
+    std::filesystem::remove(path);
+    const std::string sound = test::readFile(path + ".away");
+    for (size_t size = 0; size <= 4096; size += 16) { // the second page is missing
+        test::writeFile(path, sound.substr(0, size));
+        EXPECT_NE(db.setSql(kAll), 0) << "cut at " << size;
+    }
+    test::writeFile(path, sound);
+    EXPECT_EQ(oldest(), 2u);
+
+    for (const std::string mode : {"DELETE", "WAL"}) {
+        Recorder recorder(path);
+        recorder.run("PRAGMA journal_mode=" + mode + "; PRAGMA cache_size=1; BEGIN EXCLUSIVE");
+        const auto begin = Clock::now();
+        EXPECT_EQ(oldest(), mode == "WAL" ? 2u : 0u) << "a log is read beside the writer";
+        EXPECT_LT(Clock::now() - begin, 2s);
+        recorder.run("COMMIT");
+        EXPECT_EQ(oldest(), 2u);
+        const pid_t killed = fork();
+        if (killed == 0) { // once it has spilled into the file
+            recorder.run(
+                "BEGIN; UPDATE STREAM SET startDate=7; WITH RECURSIVE n(i) AS (SELECT 9 UNION ALL SELECT i+1 "
+                "FROM n WHERE i<9000) INSERT INTO STREAM (streamID, note) SELECT i, 'a row' FROM n");
+            raise(SIGKILL);
+        }
+        waitpid(killed, nullptr, 0);
+        EXPECT_EQ(oldest(), mode == "WAL" ? 2u : 0u) << "only a writer may roll back";
+        Recorder(path).run(kAll);
+        EXPECT_EQ(oldest(), 2u);
+    }
 }
 
 } // namespace

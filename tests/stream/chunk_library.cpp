@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <new>
 #include <unistd.h>
 
 #include "platform/paths.h"
@@ -11,6 +12,7 @@
 using test::chunkLibrary;
 
 CZUVOStreamChunk::CZUVOStreamChunk(unsigned char mode) {
+    if (chunkLibrary.noMemory) throw std::bad_alloc();
     chunkLibrary.asked += "mode " + std::to_string(mode) + " ";
 }
 CZUVOStreamChunk::~CZUVOStreamChunk() = default;

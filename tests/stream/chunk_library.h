@@ -12,7 +12,7 @@ struct ChunkLibrary {
     std::function<void()> atOpen = [] {}; ///< happens meanwhile
     std::string asked;                    ///< the mode of each object made, the size of each area opened
     int areasOpen = 0, reads = 0;
-    bool seekFails = false;
+    bool noMemory = false, seekFails = false;
     long readLimit = 1 << 20; ///< bytes that come of a longer read; -1 = it fails
 };
 inline ChunkLibrary chunkLibrary;

@@ -38,8 +38,6 @@ public:
     StreamBuilder& fps(double framesPerSecond);
     /// After fps, overrides the code.
     StreamBuilder& frameSet(uint16_t value) { return m_settings.frameSet = value, *this; }
-    /// The header's figure, else the gop's length.
-    StreamBuilder& gops(uint32_t value) { return m_gops = value, *this; }
     /// Of picture 0 on the recorder's scale, else 1000 s.
     StreamBuilder& firstPts(uint64_t ms) { return m_firstPts = ms, *this; }
     /// Pictures before it are no I-pictures.
@@ -53,13 +51,13 @@ public:
 
 private:
     friend class Card;
+    /// With room in the header area for `spare` more.
     void begin(uint32_t spare);
     void write(uint32_t count);
 
     Card& m_card;
     StreamSettings m_settings;
     uint32_t m_pictures = 0, m_gop = 30, m_firstI = 0, m_pictureSize = 0;
-    std::optional<uint32_t> m_gops;
     double m_intervalMs = 1000.0 / 30;
     uint64_t m_firstPts = 1'000'000;
 };
@@ -72,11 +70,13 @@ public:
     explicit Card(const RecordingPlace& place) : m_place(place), m_writer(place) {}
 
     StreamBuilder stream(uint32_t id) { return {*this, id}; }
-    uint32_t alarm(const char* from, const char* to, uint32_t extTrg = 512);
+    uint32_t alarm(const char* from, const char* to, uint32_t extTrg = 512) {
+        return m_writer.addEvent(atMs(from), to && *to ? atMs(to) : 0, extTrg);
+    }
 
-    /// Appends pictures to the stream left open by recording(), or finishes it.
-    void grow(uint32_t pictures);
-    void finish();
+    /// Appends pictures to the stream left open by recording(), 400 at most, or finishes it.
+    void grow(uint32_t pictures) { m_open.value().write(pictures); }
+    void finish() { m_open.reset(), m_writer.finishStream(); }
 
     /// Runs a statement on the index as the recorder could.
     void sql(const std::string& statement);
@@ -85,18 +85,43 @@ public:
 
     /// Damage. Headers are written back unsealed unless `seal`.
     std::string chunkPath(uint32_t streamId);
-    STREAM_HEADER streamHeader(uint32_t streamId);
-    void setStreamHeader(uint32_t streamId, STREAM_HEADER header, bool seal = true);
-    PICTURE_HEADER pictureHeader(uint32_t streamId, uint32_t picture);
-    void setPictureHeader(uint32_t streamId, uint32_t picture, PICTURE_HEADER header, bool seal = true);
+    STREAM_HEADER streamHeader(uint32_t streamId) {
+        STREAM_HEADER header;
+        return readRecord(streamId, 0, &header), header;
+    }
+    void setStreamHeader(uint32_t streamId, STREAM_HEADER header, bool seal = true) {
+        writeRecord(streamId, 0, &(seal ? header = sealed(header) : header));
+    }
+    PICTURE_HEADER pictureHeader(uint32_t streamId, uint32_t picture) {
+        PICTURE_HEADER header;
+        return readRecord(streamId, uint64_t{picture} + 1, &header), header;
+    }
+    void setPictureHeader(uint32_t streamId, uint32_t picture, PICTURE_HEADER header, bool seal = true) {
+        writeRecord(streamId, uint64_t{picture} + 1, &(seal ? header = sealed(header) : header));
+    }
 
     RecordingWriter& writer() { return m_writer; }
 
 private:
     friend class StreamBuilder;
+    /// Record `n` of a header area: 0 the stream's, n + 1 that of picture n. None is cut by the ring's end.
+    uint64_t recordPlace(uint32_t streamId, uint64_t n);
+    void readRecord(uint32_t streamId, uint64_t n, void* header);
+    void writeRecord(uint32_t streamId, uint64_t n, const void* header);
+
     RecordingPlace m_place;
     RecordingWriter m_writer;
     std::optional<StreamBuilder> m_open; ///< the stream that recording() left open
 };
+
+inline void StreamBuilder::closed() {
+    begin(0);
+    m_card.m_writer.finishStream();
+}
+
+inline void StreamBuilder::recording() {
+    begin(400);
+    m_card.m_open.emplace(*this);
+}
 
 } // namespace test

@@ -11,17 +11,12 @@
 namespace test {
 namespace {
 
-struct Kept {
-    std::mutex mutex;
-    bool recording = false;
-    std::vector<LogLine> lines;
-};
-
 /// Never destroyed: other threads may log until the process has gone.
-Kept& kept() {
-    static Kept& instance = *new Kept;
+std::mutex& mutex() {
+    static std::mutex& instance = *new std::mutex;
     return instance;
 }
+std::vector<LogLine>* recorded = nullptr; ///< the living recorder's
 
 bool says(const LogLine& line, const std::string& text, const std::string& name) {
     if (name.empty()) return line.text == text;
@@ -31,39 +26,36 @@ bool says(const LogLine& line, const std::string& text, const std::string& name)
 }
 
 void keep(int priority, const char* format, va_list arguments) {
-    const int error = errno; // what "%m" says
-    Kept& log = kept();
-    const std::lock_guard lock(log.mutex);
-    if (!log.recording) return;
-
+    const int error = errno; // what "%m" says, and what the caller goes on with
+    const std::lock_guard lock(mutex());
+    if (recorded == nullptr) return;
     char text[4096];
     errno = error;
     std::vsnprintf(text, sizeof text, format, arguments);
-    log.lines.push_back({priority, format, text});
+    recorded->push_back({priority, format, text});
     errno = error;
 }
 
 } // namespace
 
 LogRecorder::LogRecorder() {
-    const std::lock_guard lock(kept().mutex);
-    kept().recording = true;
-    kept().lines.clear();
+    const std::lock_guard lock(mutex());
+    recorded = &m_lines;
 }
 
 LogRecorder::~LogRecorder() {
-    const std::lock_guard lock(kept().mutex);
-    kept().recording = false;
+    const std::lock_guard lock(mutex());
+    recorded = nullptr;
 }
 
 std::vector<LogLine> LogRecorder::lines() const {
-    const std::lock_guard lock(kept().mutex);
-    return kept().lines;
+    const std::lock_guard lock(mutex());
+    return m_lines;
 }
 
 void LogRecorder::clear() {
-    const std::lock_guard lock(kept().mutex);
-    kept().lines.clear();
+    const std::lock_guard lock(mutex());
+    m_lines.clear();
 }
 
 int LogRecorder::count(int priority, const std::string& text, const std::string& name) const {

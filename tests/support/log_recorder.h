@@ -30,6 +30,9 @@ public:
     }
     /// All texts, one per line, for failure messages.
     std::string dump() const;
+
+private:
+    std::vector<LogLine> m_lines;
 };
 
 } // namespace test

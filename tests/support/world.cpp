@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -24,20 +24,8 @@ namespace {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-std::string makeRoot() {
-    std::string root = std::filesystem::temp_directory_path() / "tavirn-XXXXXX";
-    if (!mkdtemp(root.data())) fail("mkdtemp " + root);
-    return root;
-}
-
-bool nobodyUses(key_t key) {
-    return shmget(key, 0, 0) == -1 && errno == ENOENT && semget(key, 0, 0) == -1 && errno == ENOENT;
-}
-
-void removeIpc(key_t key) {
-    if (key == -1) return;
-    if (const int id = shmget(key, 0, 0); id != -1) shmctl(id, IPC_RMID, nullptr);
-    if (const int id = semget(key, 0, 0); id != -1) semctl(id, 0, IPC_RMID);
+bool isUsed(key_t key) {
+    return shmget(key, 0, 0) != -1 || errno != ENOENT || semget(key, 0, 0) != -1 || errno != ENOENT;
 }
 
 /// Keeps other worlds off the keys until the descriptor is closed or the process has gone: an abstract
@@ -56,7 +44,8 @@ int claim(key_t key) {
 
 } // namespace
 
-World::World() : m_root(makeRoot()) {
+World::World() : m_root(std::filesystem::temp_directory_path() / "tavirn-XXXXXX") {
+    if (!mkdtemp(m_root.data())) fail("mkdtemp " + m_root);
     for (const char* directory : {"/tmp", "/var/run", "/mnt/card", "/sys/devices/platform/dw_mmc.0"})
         std::filesystem::create_directories(m_root + directory);
     setPathsRoot(m_root.c_str());
@@ -67,12 +56,16 @@ World::World() : m_root(makeRoot()) {
         if (attempt == 100) throw std::runtime_error("no free IPC keys below " + m_root);
         if (attempt > 0) std::filesystem::rename(paths().ipcKey, paths().ipcKey + std::to_string(attempt));
         writeFile(paths().ipcKey, "");
-        if (nobodyUses(statusKey()) && nobodyUses(outputKey())) m_claim = claim(statusKey());
+        if (!isUsed(statusKey()) && !isUsed(outputKey())) m_claim = claim(statusKey());
     }
 }
 
 World::~World() {
-    for (const key_t key : {statusKey(), outputKey()}) removeIpc(key);
+    for (const key_t key : {statusKey(), outputKey()}) {
+        if (key == -1) continue; // the key file has gone
+        shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
+        semctl(semget(key, 0, 0), 0, IPC_RMID);
+    }
     close(m_claim);
     std::error_code ignored;
     std::filesystem::remove_all(m_root, ignored);
@@ -98,9 +91,7 @@ void writeFile(const std::string& path, const std::string& content) {
 std::string readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) fail("read " + path);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return std::move(content).str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 bool fileExists(const std::string& path) {

@@ -1,22 +1,22 @@
-// What tavirn-ctl makes of answers, of typed times and of the index.
+// What the viewer's side makes of answers, of typed times, of the index and of the blocks that come out.
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
-#include <ctime>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
 #include "platform/kw_com.h"
-#include "platform/paths.h"
 #include "tests/support/card.h"
 #include "tools/client/control_client.h"
-#include "tools/ctl/index_listing.h"
+#include "tools/common/clock_text.h"
 #include "tools/ctl/index_timeline.h"
 #include "tools/ctl/play_value.h"
+#include "tools/view/view_stats.h"
 
 namespace test {
 namespace {
 
-TEST(ControlChannelClient, TakesAnswersAndFieldsAtTheirSizes) {
+TEST(ControlChannelClient, TakesAnswersAndFieldsAtTheirSizesAndWaitsForNobodyForEver) {
     const std::string start("\0\0\0\1", 4), failed(3, '\xFF'), rest(92, '\xFF'), none(96, '\0');
     const std::pair<std::string, OpenAnswer> answers[] = {
         {start, OpenAnswer::opened},
@@ -36,44 +36,46 @@ TEST(ControlChannelClient, TakesAnswersAndFieldsAtTheirSizes) {
     for (int i = 0; i < 65; ++i) request.with("Scale", std::string(300, 'v'));
     EXPECT_EQ(request.record.headerNum, 64);
     EXPECT_EQ(fieldText(request.record.header[63].value), std::string(256, 'v'));
-}
 
-TEST(ControlChannelClient, DoesNotWaitForEverForASilentDaemon) {
     const World world;
-    const ControlRequest request(RTSP_REQ_STATUS);
-    EXPECT_FALSE(exchange(paths().controlSocket, request.record, 50));
-    EXPECT_EQ(errno, ENOENT);
     const int silent = s_create_serv_socket(paths().controlSocket); // listens, but nobody accepts
+    errno = 0;
     EXPECT_FALSE(exchange(paths().controlSocket, request.record, 50));
     EXPECT_TRUE(errno == ETIMEDOUT || errno == EAGAIN) << errno;
     close(silent);
 }
 
+/// Daylight saving time in July, not in January.
+struct CentralEurope {
+    CentralEurope() { setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1); }
+    ~CentralEurope() {
+        before ? setenv("TZ", before->c_str(), 1) : unsetenv("TZ");
+        tzset();
+    }
+    const std::optional<std::string> before =
+        std::getenv("TZ") ? std::optional(std::getenv("TZ")) : std::nullopt;
+};
+
 TEST(PlayValues, AreWhatTheDaemonReads) {
-    const std::string before = std::getenv("TZ") ? std::getenv("TZ") : "";
-    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1); // daylight saving time in July, not in January
-    const std::pair<const char*, std::optional<std::string>> cases[] = {
-        {"2024-01-02 03:04:05", "clock=20240102T030405Z"},
-        {"clock=2024-07-02 03:04:05", "clock=20240702T020405Z"},
-        {"2024-07-01 00:30:00", "clock=20240630T233000Z"},
-        {"clock=20240102T030405Z-", "clock=20240102T030405Z-"},
-        {"20240102T030405Z", "clock=20240102T030405Z"},
-        {"prev-alarm", "prev-alarm"},
-        {"", {}},
-        {"Oldest", {}},
-        {"clock=20240102T0304", {}},
-        {"clock=20240102T030405Zx", {}},
-        {"npt=0-", {}},
-        {"20380120T000000Z", {}},
-        {"2038-01-20 00:00:00", {}},
-    };
-    for (const auto& [typed, value] : cases) EXPECT_EQ(jumpValue(typed), value) << typed;
+    const CentralEurope zone;
+    for (const auto& [typed, value] : {std::pair{"2024-01-02 03:04:05", "clock=20240102T030405Z"},
+                                       {"clock=2024-07-02 03:04:05.25", "clock=20240702T020405Z"},
+                                       {"2024-07-01 00:30:00", "clock=20240630T233000Z"},
+                                       {"clock=20240102T030405Z-", "clock=20240102T030405Z-"},
+                                       {"20240102T030405Z", "clock=20240102T030405Z"},
+                                       {"prev-alarm", "prev-alarm"}})
+        EXPECT_EQ(jumpValue(typed), value);
+    EXPECT_EQ(clockText(parseClock("2024-07-02 03:04:05.25").value_or(0)), "2024-07-02 03:04:05.250");
     EXPECT_EQ(rangeValue("prev-alarm"), std::nullopt);
-    before.empty() ? unsetenv("TZ") : setenv("TZ", before.c_str(), 1);
-    tzset();
+    for (const char* wrong :
+         {"", "Oldest", "npt=0-", "2024-01-02", "2024-02-31 03:04:05", "2024-01-02 03:04:05.1234",
+          "2024-01-02 03:04:05 x", "1969-12-31 00:00:00", "2038-01-20 00:00:00", "clock=20240102T0304",
+          "clock=20240102T030405Zx", "20380120T000000Z"})
+        EXPECT_EQ(jumpValue(wrong), std::nullopt) << wrong;
 }
 
 TEST(IndexListing, TellsFinishedFromLiveAndDrawsThemInTime) {
+    const CentralEurope zone;
     const World world;
     Card card(world);
     card.stream(1).from("12:00:00").pictures(301).fps(10).closed();
@@ -91,11 +93,69 @@ TEST(IndexListing, TellsFinishedFromLiveAndDrawsThemInTime) {
               "alarms      !-                             !--------\n"
               "now                                                ^\n");
     listing.streams.pop_back();
-    EXPECT_EQ(asTimeline(listing, atMs("2024-01-12 12:00:30"), 1), // 40 at least
-              "2024-01-02  |12:00:00    |12:00:15\n"
+    listing.streams[0].endDate += 20 * 3600;
+    EXPECT_EQ(asTimeline(listing, atMs("2024-01-15 12:00:30"), 1), // 40 at least
+              "2024-01-02  |12:00  |18:00  |00:00\n"
               "streams     1===========================\n"
-              "alarms      !---\n"
-              "now         10 days later\n");
+              "alarms      !---------------------------\n"
+              "now         12 days later\n");
+}
+
+/// Plays blocks into the statistics, written as they would come.
+struct Playback {
+    void picture(uint32_t increment, std::optional<double> arrivalMs = 0, std::string_view data = "picture") {
+        std::optional<ViewStats::Clock::time_point> arrival;
+        if (arrivalMs) arrival.emplace(std::chrono::microseconds(std::lround(*arrivalMs * 1000)));
+        stats.add({++sequence, stamp += increment, 2, {data.begin(), data.end()}}, arrival);
+    }
+    void pause() { picture(0, 0, kPauseBlock); }
+    ViewStats stats;
+    uint32_t stamp = 0xFFFFFFFF - 4000;
+    uint32_t sequence = 0;
+};
+
+TEST(ViewStats, RunsEndAtPausesAndJumpsButNotWhereStampsWrap) {
+    Playback playback;
+    playback.pause();
+    EXPECT_FALSE(playback.stats.report().increments || playback.stats.report().againstTurn);
+    for (const auto& [increment, runs] : {std::pair{0u, 1u},
+                                          {3000u, 1u},
+                                          {3000u, 1u},
+                                          {2970u, 1u},
+                                          {0u, 2u},
+                                          {3000u, 2u},
+                                          {90000u, 2u},
+                                          {90001u, 3u},
+                                          {0u - 3000u, 4u}}) {
+        if (increment == 0) playback.pause();
+        playback.picture(increment);
+        EXPECT_EQ(playback.stats.report().runs, runs) << increment;
+    }
+    const ViewReport report = playback.stats.report();
+    EXPECT_EQ(report.pictures, 9u);
+    EXPECT_EQ(report.missedBlocks, 24u);
+    ASSERT_TRUE(report.increments); // those within runs only
+    EXPECT_EQ(report.increments->min, 2970u);
+    EXPECT_EQ(report.increments->median, 3000u);
+    EXPECT_EQ(report.increments->max, 90000u);
+}
+
+// 30 fps in whole milliseconds, out on steps of 10 ms behind a base 3 ms off; one picture in 50 is 2 ms late.
+TEST(ViewStats, LatenessIsMeasuredWithinEachRunFromItsThirdPictureOn) {
+    Playback playback;
+    for (int i = 0; i < 10; ++i) playback.picture(900, std::nullopt); // there before
+    for (const double begin : {0, 50000}) { // where the daemon paced anew, hours of stamps are no lateness
+        playback.pause();
+        for (int i = 0, before = 0; i < 300; ++i) {
+            const int interval = i % 3 == 2 ? 34 : 33;
+            const double turn = i < 2 ? i : std::floor((before + 3) / 10.0) * 10 + (i % 50 == 49 ? 2 : 0);
+            playback.picture(static_cast<uint32_t>(interval) * kStampsPerMs, begin + turn);
+            before += i == 0 ? 0 : interval;
+        }
+    }
+    const std::string json = asJson(playback.stats.report());
+    EXPECT_THAT(json, testing::HasSubstr(R"("latenessMs":{"p50":0.0,"p99":2.0,"max":2.0},)"
+                                         R"("latenessAgainstStampMs":{"p50":4.0,"p99":7.0,"max":9.0}})"));
 }
 
 } // namespace

@@ -1,4 +1,7 @@
-// What the mains of all tools share: the options that every tool has, how a wrong command line is told, and
+// tools/common/ holds what all tools share: how they take options, fail, and print times and JSON. It knows
+// no daemon and no recording.
+//
+// Here: what their mains share: the options that every tool has, how a wrong command line is told, and
 // the one way to fail: a sentence on standard error that begins with the program's name, and an exit code.
 #pragma once
 

@@ -6,10 +6,12 @@
 #include <string>
 
 __attribute__((format(printf, 1, 2))) inline std::string formatted(const char* format, ...) {
-    char line[512];
-    va_list values;
+    va_list values, again;
     va_start(values, format);
-    std::vsnprintf(line, sizeof line, format, values);
+    va_copy(again, values);
+    std::string line(static_cast<size_t>(std::vsnprintf(nullptr, 0, format, values)), '\0');
+    std::vsnprintf(line.data(), line.size() + 1, format, again);
+    va_end(again);
     va_end(values);
     return line;
 }

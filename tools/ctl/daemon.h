@@ -1,5 +1,8 @@
-// The daemon as tavirn-ctl sees it: asks, and finds out what the channel does not say of itself: whether a
-// session is reached at all, and when the playback thread has acted on a request.
+// tools/ctl/ holds what a person asks of the daemon and of the index, and what the answers mean. It never
+// keeps a picture, nor changes anything but by a request.
+//
+// Here: the daemon as tavirn-ctl sees it: asks, and finds out what the channel does not say of itself:
+// whether a session is reached at all, and when the playback thread has acted on a request.
 #pragma once
 
 #include <chrono>

@@ -17,19 +17,17 @@ namespace {
     throw std::runtime_error(std::string("cannot read the index ") + paths().index + ": " + reason);
 }
 
-uint64_t inMs(uint32_t seconds, uint16_t milliseconds) {
-    return uint64_t{seconds} * 1000 + milliseconds;
-}
-
-bool isRecording(const DB_STREAM& stream) {
-    return stream.status == DB_STATUS_RECORDING;
-}
-
-std::string lengthText(uint64_t fromMs, uint64_t toMs) {
-    const uint64_t tenths = toMs > fromMs ? (toMs - fromMs + 50) / 100 : 0;
+/// "0:00:30.0", empty while it goes on.
+template <class Row> std::string lengthText(const Row& row) {
+    if (goesOn(row)) return "";
+    const uint64_t tenths = endMs(row) > startMs(row) ? (endMs(row) - startMs(row) + 50) / 100 : 0;
     return formatted("%u:%02u:%02u.%u", static_cast<unsigned>(tenths / 36000),
                      static_cast<unsigned>(tenths / 600 % 60), static_cast<unsigned>(tenths / 10 % 60),
                      static_cast<unsigned>(tenths % 10));
+}
+
+template <class Row> void putTimes(Json& json, const Row& row) {
+    ::putTimes(json, startMs(row), goesOn(row) ? std::nullopt : std::optional(endMs(row)));
 }
 
 std::string framesPerSecond(const DB_STREAM& stream) {
@@ -63,25 +61,20 @@ std::string asTable(const IndexListing& listing) {
     text += formatted("%8s  %-23s  %-23s  %12s  %5s  %8s  %s\n", "stream", "start", "end", "length", "fps",
                       "pictures", "chunk");
     for (const DB_STREAM& stream : listing.streams) {
-        const uint64_t start = inMs(stream.startDate, stream.startMSec);
-        const uint64_t end = inMs(stream.endDate, stream.endMSec);
-        const bool live = isRecording(stream);
+        const bool live = goesOn(stream);
         text += formatted("%8u  %-23s  %-23s  %12s  %5s  %8s  %u\n", stream.streamID,
-                          clockText(start).c_str(), live ? "recording" : clockText(end).c_str(),
-                          live ? "" : lengthText(start, end).c_str(), framesPerSecond(stream).c_str(),
-                          live ? "" : std::to_string(stream.recSize).c_str(), stream.chunkID);
+                          clockText(startMs(stream)).c_str(),
+                          live ? "recording" : clockText(endMs(stream)).c_str(), lengthText(stream).c_str(),
+                          framesPerSecond(stream).c_str(), live ? "" : std::to_string(stream.recSize).c_str(),
+                          stream.chunkID);
     }
     if (listing.streams.empty()) text += "  no streams\n";
 
     text += formatted("\n%8s  %-23s  %-23s  %12s  %s\n", "alarm", "start", "end", "length", "trigger");
-    for (const DB_EVENT& alarm : listing.alarms) {
-        const uint64_t start = inMs(alarm.startDate, alarm.startMSec);
-        const uint64_t end = inMs(alarm.endDate, alarm.endMSec);
-        const bool ended = alarm.endDate != 0;
-        text += formatted("%8u  %-23s  %-23s  %12s  %u\n", alarm.eventID, clockText(start).c_str(),
-                          ended ? clockText(end).c_str() : "going on",
-                          ended ? lengthText(start, end).c_str() : "", alarm.extTrg);
-    }
+    for (const DB_EVENT& alarm : listing.alarms)
+        text += formatted("%8u  %-23s  %-23s  %12s  %u\n", alarm.eventID, clockText(startMs(alarm)).c_str(),
+                          goesOn(alarm) ? "going on" : clockText(endMs(alarm)).c_str(),
+                          lengthText(alarm).c_str(), alarm.extTrg);
     if (listing.alarms.empty()) text += "  no alarms\n";
     return text;
 }
@@ -91,18 +84,16 @@ std::string asJson(const IndexListing& listing) {
     for (const DB_STREAM& stream : listing.streams) {
         const FrameRateRow* rate = frameRateRow(stream.frameSet);
         Json entry{{"streamId", stream.streamID},
-                   {"recording", isRecording(stream)},
+                   {"recording", goesOn(stream)},
                    {"pictures", stream.recSize},
                    {"framesPerSecond", rate ? Json(rate->tenthsPerSecond / 10.0) : Json()},
                    {"chunkId", stream.chunkID}};
-        putTimes(entry, inMs(stream.startDate, stream.startMSec),
-                 isRecording(stream) ? std::nullopt : std::optional(inMs(stream.endDate, stream.endMSec)));
+        putTimes(entry, stream);
         json["streams"].push_back(std::move(entry));
     }
     for (const DB_EVENT& alarm : listing.alarms) {
         Json entry{{"alarmId", alarm.eventID}, {"trigger", alarm.extTrg}};
-        putTimes(entry, inMs(alarm.startDate, alarm.startMSec),
-                 alarm.endDate == 0 ? std::nullopt : std::optional(inMs(alarm.endDate, alarm.endMSec)));
+        putTimes(entry, alarm);
         json["alarms"].push_back(std::move(entry));
     }
     return jsonLine(json);

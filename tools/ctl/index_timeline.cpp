@@ -20,12 +20,8 @@ struct Span {
     bool goesOn;
 };
 
-uint64_t inMs(uint32_t seconds, uint16_t milliseconds) {
-    return uint64_t{seconds} * 1000 + milliseconds;
-}
-
-Span spanOf(uint32_t number, uint64_t startMs, uint64_t endMs, bool goesOn, uint64_t nowMs) {
-    return {startMs, std::max(startMs, goesOn ? nowMs : endMs), number, goesOn};
+template <class Row> Span spanOf(const Row& row, uint32_t number, uint64_t nowMs) {
+    return {startMs(row), std::max(startMs(row), goesOn(row) ? nowMs : endMs(row)), number, goesOn(row)};
 }
 
 /// Which column of a line stands for a time.
@@ -133,14 +129,9 @@ std::string drawNow(uint64_t nowMs, const Scale& scale) {
 } // namespace
 
 std::string asTimeline(const IndexListing& listing, uint64_t nowMs, unsigned columns) {
-    std::vector<Span> streams;
-    for (const DB_STREAM& s : listing.streams)
-        streams.push_back(spanOf(s.streamID, inMs(s.startDate, s.startMSec), inMs(s.endDate, s.endMSec),
-                                 s.status == DB_STATUS_RECORDING, nowMs));
-    std::vector<Span> alarms;
-    for (const DB_EVENT& a : listing.alarms)
-        alarms.push_back(spanOf(a.eventID, inMs(a.startDate, a.startMSec), inMs(a.endDate, a.endMSec),
-                                a.endDate == 0, nowMs));
+    std::vector<Span> streams, alarms;
+    for (const DB_STREAM& stream : listing.streams) streams.push_back(spanOf(stream, stream.streamID, nowMs));
+    for (const DB_EVENT& alarm : listing.alarms) alarms.push_back(spanOf(alarm, alarm.eventID, nowMs));
     if (streams.empty()) return "";
 
     Scale scale{UINT64_MAX, 0, std::max(columns, kFewestColumns) - kMargin};

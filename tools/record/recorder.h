@@ -1,4 +1,7 @@
-// The recorder's loop: from a media source to streams, rows and alarms.
+// tools/record/ holds the recorder's stand-in: from a video to streams, rows and alarms on the card. It knows
+// of the daemon nothing but the status segment.
+//
+// Here: the recorder's loop.
 #pragma once
 
 #include <atomic>

@@ -67,9 +67,24 @@ void tellSurprises(const RecordOptions& options, const RecordingReport& report, 
              " covers part of the same time; play goes by the clock and may pass one of them by");
 }
 
+/// A failure on the way tells how much there is.
+void runToEnd(Recorder& recorder) {
+    ProgressLine line;
+    const RecordingReport& report = recorder.report();
+    try {
+        recorder.run([&](const RecordingProgress& progress) { line.show(progress); });
+    } catch (const RecordingError& error) {
+        line.end();
+        if (report.streams.empty()) throw;
+        throw Failure(kFailed, std::string(error.what()) + " (the first " + secondsText(report.recordedMs) +
+                                   " are recorded)");
+    }
+    line.end();
+}
+
 int record(const RecordOptions& options) {
-    RecorderSettings settings = recorderSettings(options);
     const TestPattern pattern = testPattern(options);
+    RecorderSettings settings = recorderSettings(options);
     const bool file = !options.testPattern && options.file != kStandardInput;
     if (file && access(options.file.c_str(), R_OK) == -1)
         throw Failure(kFailed,
@@ -89,18 +104,9 @@ int record(const RecordOptions& options) {
     StatusPublisher publisher(paths().ipcKey);
     if (options.live) settings.live = &publisher;
 
-    ProgressLine line;
     Recorder recorder(*source, writer, settings, g_stop);
     const RecordingReport& report = recorder.report();
-    try {
-        recorder.run([&](const RecordingProgress& progress) { line.show(progress); });
-    } catch (const RecordingError& error) {
-        line.end();
-        if (report.streams.empty()) throw;
-        throw Failure(kFailed, std::string(error.what()) + " (the first " + secondsText(report.recordedMs) +
-                                   " are recorded)");
-    }
-    line.end();
+    runToEnd(recorder);
     tellSurprises(options, report, info, writer);
     options.json ? printJson(report, info) : printSummary(report, info);
     if (g_stop && !options.live)

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -27,12 +27,11 @@ uint32_t highestChunk(const std::string& directory) {
     std::error_code error;
     std::filesystem::directory_iterator entry(directory, error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        unsigned number = 0;
-        int used = 0;
-        const std::string name = entry->path().filename().string();
-        const bool isChunk = std::sscanf(name.c_str(), "chunk%5u%n", &number, &used) == 1 &&
-                             static_cast<size_t>(used) == name.size();
-        if (isChunk) highest = std::max<uint32_t>(highest, number);
+        const std::string name = entry->path().filename();
+        const size_t digits = std::min(name.find_first_of("0123456789"), name.size());
+        const auto number = static_cast<uint32_t>(std::strtoul(&name[digits], nullptr, 10));
+        if (number <= kLastChunk && entry->path() == chunkPath(entry->path().parent_path(), number))
+            highest = std::max(highest, number);
     }
     if (error)
         throw RecordingError("cannot read the card directory " + directory + ": " + error.message() +

@@ -1,3 +1,4 @@
+// The one way in which writing or reading a recording fails.
 #pragma once
 
 #include <stdexcept>

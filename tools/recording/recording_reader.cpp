@@ -1,7 +1,6 @@
 #include "tools/recording/recording_reader.h"
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>

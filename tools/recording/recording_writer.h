@@ -1,6 +1,9 @@
-// The recorder's side of the card: streams into chunks, rows into the index, byte for byte as the on-card
-// formats say. The recorder's stand-in writes with it, and so do tests and benchmarks. The daemon never
-// links it.
+// tools/recording/ holds card and index as a recorder writes them and as anybody can read them. It never
+// knows where pictures come from or what is played.
+//
+// Here: the recorder's side of the card: streams into chunks, rows into the index, byte for byte as the
+// on-card formats say. The recorder's stand-in writes with it, and so do tests and benchmarks. The daemon
+// never links it.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,8 @@
-// What a stream of output blocks says about playback: how much came, whether anything was missed, how even
-// the time stamps are and how late the pictures come against them.
+// tools/view/ holds the viewer: blocks of the output memory into files and figures, as an RTSP server would
+// read them. It never asks the daemon for anything.
+//
+// Here: what a stream of output blocks says about playback: how much came, whether anything was missed, how
+// even the time stamps are and how late the pictures come against them.
 //
 // Pictures belong to one run as long as no PAUSE block comes between them and their stamps rise by at most a
 // second: the daemon takes a new base for its pacing where a run ends. Two figures tell how late a picture
