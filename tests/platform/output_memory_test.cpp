@@ -61,6 +61,7 @@ TEST_F(OutputMemory, LiesInTheSegmentAsTheLayoutSaysAndTakesNothingElse) {
     shmid_ds segment{};
     ASSERT_EQ(shmctl(static_cast<int>(shm.shmId), IPC_STAT, &segment), 0);
     EXPECT_EQ(segment.shm_perm.mode & 0777, 0640);
+    EXPECT_EQ(semget(world.outputKey(), 2, 0), -1) << "a set of one";
     EXPECT_EQ(shm_destroy(&shm), 0);
     EXPECT_EQ(base[32] + base[44], kOutputEnded + 3) << "the end rings too";
     EXPECT_EQ(semget(world.outputKey(), 0, 0), -1);
