@@ -12,7 +12,7 @@
 #include "rtsp/play_headers.h"
 #include "tests/support/card.h"
 #include "tests/support/process.h"
-#include "tests/support/recorded.h"
+#include "tools/recording/recording_reader.h"
 
 namespace test {
 namespace {
@@ -191,7 +191,8 @@ protected:
         Card card(m_world);
         card.stream(1).from("12:00:00.250").pictures(60).gop(15).closed();
         card.stream(2).from("12:00:05.250").pictures(60).gop(15).closed();
-        m_pictures = recordedPictures({1, 2});
+        for (const RecordedPicture& picture : readRecording(paths().index, paths().card))
+            m_pictures.push_back(picture.data);
         m_daemon = std::make_unique<DaemonProcess>(m_world.root());
     }
     std::vector<size_t> numbers(const std::vector<std::string>& pictures) const {
@@ -335,7 +336,10 @@ TEST(Clients, GetEveryPictureOnceAndLeaveByThemselves) {
             world.root());
     const DaemonProcess daemon(world.root());
     const Server server(world);
-    const std::string recorded = joined(recordedPictures({1, 2})), file = world.root() + "/fetched.h264";
+    const std::string file = world.root() + "/fetched.h264";
+    std::string recorded;
+    for (const RecordedPicture& picture : readRecording(paths().index, paths().card))
+        recorded += picture.data;
     for (const char* transport : {"tcp", "udp"}) {
         Process client({FFMPEG, "-v", "warning", "-rtsp_transport", transport, "-i", server.url(), "-c",
                         "copy", "-y", file},
