@@ -34,11 +34,12 @@ Sample sampleOf(const std::string& process) {
     Sample sample;
     for (const auto& file : std::filesystem::directory_iterator(process + "/fd"))
         sample["descriptors"] += !file.path().empty();
-    std::ifstream status(process + "/status"), maps(process + "/maps");
-    for (std::string word; status >> word;) {
-        if (word == "VmRSS:") status >> sample["RSS, KB"];
+    // The status file's own count of memory is some hundred KB off, a processor's worth of pages each.
+    std::ifstream status(process + "/status"), memory(process + "/smaps_rollup"), maps(process + "/maps");
+    for (std::string word; status >> word;)
         if (word == "Threads:") status >> sample["threads"];
-    }
+    for (std::string word; memory >> word;)
+        if (word == "Rss:") memory >> sample["RSS, KB"];
     for (std::string word; maps >> word;) sample["IPC objects"] += word.starts_with("/SYSV");
     return sample;
 }
