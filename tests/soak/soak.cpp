@@ -112,8 +112,11 @@ int soak(int span, unsigned seed) {
     const auto begin = steady_clock::now();
     soak.run(begin + std::min<seconds>(minutes(1), minutes(span) / 4));
     const std::string process = "/proc/" + std::to_string(daemon.pid());
+    const auto settled = [&] { return sampleOf(process)["threads"] == 1; }; // the last session's has left
+    waitUntil(seconds(5), settled);
     Sample before = sampleOf(process);
     soak.run(begin + minutes(span));
+    waitUntil(seconds(5), settled);
     std::printf("%zu requests in %zu sessions, %zu pictures seen\n", soak.requests, soak.sessions,
                 soak.pictures);
     std::string grown;
