@@ -34,7 +34,8 @@ protected:
     CZUVOChunkBase() = default;
 
 private:
-    std::shared_ptr<const ChunkFile> m_file;
+    int m_file = -1;
+    std::shared_ptr<const ChunkFile> m_chunk; ///< whose descriptor that is
     unsigned long m_chunkSize = 0;
     unsigned long m_areaOffset = 0;
     unsigned long m_position = 0; ///< relative to the area's start

@@ -9,8 +9,8 @@ namespace {
 /// A recorder's transaction is over sooner; a playback pass must not wait longer.
 constexpr int kBusyMs = 250;
 
-/// SQLite's memory in this process, most of it its page cache. A key as long as the file, in pages that follow
-/// each other in a circle, is otherwise copied whole for each comparison.
+/// SQLite's memory in this process, most of it its page cache. A key as long as the file, in pages that
+/// follow each other in a circle, is otherwise copied whole for each comparison.
 constexpr sqlite3_int64 kHeapBytes = 8 << 20;
 
 /// Nothing but reading tables: no transaction that stays open, no other file, no pragma, no recursion, and no

@@ -4,6 +4,7 @@
 #include <sys/shm.h>
 
 #include "tests/daemon/session_fixture.h"
+#include "tests/support/process.h"
 
 namespace test {
 namespace {
@@ -42,7 +43,8 @@ struct FailingCalls : SessionTest {
     }
     void leaveNothing() {
         EXPECT_TRUE(play(kUntilItPlays) == kWell) << "works again";
-        EXPECT_EQ(openFiles(), before);
+        // What a thread keeps of the card goes with it, which may be a little after the session.
+        EXPECT_TRUE(eventually([&] { return openFiles() <= before; })) << openFiles() << " not " << before;
         EXPECT_EQ(semctl(semget(world.statusKey(), 1, 0), 0, GETVAL), 1) << "nobody holds it";
         EXPECT_EQ(shmget(world.outputKey(), 0, 0), -1);
         EXPECT_EQ(semget(world.outputKey(), 0, 0), -1);

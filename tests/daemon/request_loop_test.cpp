@@ -201,6 +201,9 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     serve({{RTSP_REQ_STATUS, "", "init"}, opens, {RTSP_REQ_SESSION, "78"}});
 
     sigcatch(SIGUSR1);
+    sigcatch(SIGUSR2);
+    serve({{RTSP_REQ_STATUS, "78", "pause"}}); // taken back in time
+    sigcatch(SIGUSR1);
     serve({{RTSP_REQ_OPEN, "", parameterSets(), "format: destroy pickerThread"},
            {RTSP_REQ_STATUS, "", "pause"}}); // a new session, no number registered yet
 

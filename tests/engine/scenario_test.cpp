@@ -63,7 +63,6 @@ TEST_F(Scenario, RequestDecidesHowPlayGoes) {
         {"in another stream from the picture", then, wait, {2, 75}, kFast, shown(3600)},
         {"to the end", on(12), {"Scale", "4"}, {12, 90}, kAtEnd, shown(3000), "m_moveStreamTime rearch end"},
         {"nothing to show in reach", on(9, 30), {"Scale", "2"}, {12, 90}, kAtEnd, shown(3000)},
-        {"just in reach", on(9, 31), {"Scale", "2"}, {9, 290}, kFast, shown(9000)},
         {"stamps start afresh: not further on", on(10), {"Scale", "60"}, {11, 20}, kFast, still},
         {"back two seconds", on(2, 50), {"Scale", "-2"}, {2, 0}, kReverse, shown(3600)},
         {"into the stream before", then, wait, {1, 40}, kReverse, shown(3000)},

@@ -20,6 +20,7 @@ TEST_F(EngineTest, ThreadRunsUntilEndedWhileTheMainThreadCommands) {
     while (reader.next(block, std::chrono::milliseconds(10)) == ReadResult::timeout)
         simulated::advanceMs(100);
     simulated::resume();
+    EXPECT_TRUE(engine->isWatched());
     EXPECT_EQ(std::string(block.data.begin(), block.data.end()), pictureBytes(1, 0, true));
     const ControlRequest play(RTSP_REQ_PLAY), pause(RTSP_REQ_PAUSE);
     for (int i = 0; i < 50; ++i) {

@@ -33,7 +33,7 @@ struct ChunkFile : testing::Test {
     std::string read(long length) {
         std::string bytes(static_cast<size_t>(length), '?');
         const long got = chunk.read(bytes.data(), length);
-        return got < 0 ? "-" : bytes.substr(0, static_cast<size_t>(got));
+        return got == -1 ? "-" : bytes.substr(0, static_cast<size_t>(got));
     }
 };
 

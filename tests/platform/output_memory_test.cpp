@@ -3,6 +3,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/sem.h>
@@ -60,6 +61,7 @@ TEST_F(OutputMemory, LiesInTheSegmentAsTheLayoutSaysAndTakesNothingElse) {
     shmid_ds segment{};
     ASSERT_EQ(shmctl(static_cast<int>(shm.shmId), IPC_STAT, &segment), 0);
     EXPECT_EQ(segment.shm_perm.mode & 0777, 0640);
+    EXPECT_EQ(semget(world.outputKey(), 2, 0), -1) << "a set of one";
     EXPECT_EQ(shm_destroy(&shm), 0);
     EXPECT_EQ(base[32] + base[44], kOutputEnded + 3) << "the end rings too";
     EXPECT_EQ(semget(world.outputKey(), 0, 0), -1);
@@ -76,18 +78,21 @@ TEST_F(OutputMemory, NoBlockIsTornOrLostUncountedAndAWaitingReaderIsWokenByEachA
     };
     write("before");
     ASSERT_TRUE(attach());
-    EXPECT_EQ(next(0ms), ReadResult::timeout) << "it starts behind the newest";
-    for (uint32_t i = 0; i < 10; ++i) write(text(i), i); // more than are held
+    const clock_t busy = clock();
+    EXPECT_EQ(next(300ms), ReadResult::timeout) << "it starts behind the newest";
+    EXPECT_LT(clock() - busy, CLOCKS_PER_SEC / 10) << "and sleeps";
+    for (uint32_t i = 0; i < 7; ++i) write(text(i), i);
+    EXPECT_TRUE(next() == ReadResult::block && block.missed == 4 && read() == text(4)) << "three are held";
     std::atomic<uint32_t> seen = 0;
     std::thread writer([&] {
-        for (uint32_t i = 10; i < kBlocks; ++i) {
+        for (uint32_t i = 7; i < kBlocks; ++i) {
             while (i % 200 == 0 && seen < i) std::this_thread::yield(); // until it is about to sleep
             EXPECT_EQ(write(text(i), i), 0);
         }
         EXPECT_EQ(shm_destroy(&shm), 0);
     });
     const auto begin = std::chrono::steady_clock::now();
-    for (uint32_t i = 0; next(60s) == ReadResult::block; seen = ++i) {
+    for (uint32_t i = 5; next(60s) == ReadResult::block; seen = ++i) {
         i += block.missed;
         EXPECT_TRUE(block.sequence == kFirst + i && block.timestamp == i && read() == text(i)) << i;
     }

@@ -5,6 +5,7 @@
 #include <new>
 #include <unistd.h>
 
+#include "platform/chunk_name.h"
 #include "platform/paths.h"
 #include "platform/zuvo_chunk.h"
 #include "stream/records.h"
@@ -22,7 +23,7 @@ int CZUVOChunkBase::openChunkFile(CHUNK_EVENT* event) {
     chunkLibrary.atOpen();
     chunkLibrary.asked += std::to_string(event->size) + " ";
     if (m_file != -1 || event->kind != CHUNK_KIND_STREAM || event->size == 0) return -1;
-    m_file = open((paths().card + ("/chunk0000" + std::to_string(event->chunkID))).c_str(), O_RDONLY);
+    m_file = open(chunkPath(paths().card, event->chunkID).c_str(), O_RDONLY);
     m_chunkSize = static_cast<unsigned long>(std::max<off_t>(0, lseek(m_file, 0, SEEK_END)));
     m_areaOffset = event->offset;
     chunkLibrary.areasOpen += m_file != -1;

@@ -11,6 +11,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
+constexpr std::chrono::seconds kComesUp{5};
 constexpr milliseconds kPatience{100}; ///< how long the end of the program may wait
 /// A request is taken by the second block from its answer on at the latest; two more show that it rests.
 constexpr unsigned kTaken = 2, kResting = 2;
@@ -31,7 +32,8 @@ std::string answerTo(const ControlRequest& request) {
 bool Session::open() {
     if (readOpenAnswer(answerTo(ControlRequest(RTSP_REQ_OPEN))) != OpenAnswer::opened) return false;
     ask(RTSP_REQ_SESSION);
-    if (!m_reader.attach(paths().ipcKey, kOutputMemoryProject))
+    // The playback thread makes it, behind the answer, and for a moment it is there and not yet laid out.
+    if (!waitUntil(kComesUp, [&] { return m_reader.attach(paths().ipcKey, kOutputMemoryProject); }))
         throw Failure(kFailed, std::string("there is no output memory: ") + std::strerror(errno));
     m_reader.rewind();
     while (m_reader.next(m_block, milliseconds(0)) == ReadResult::block) take(std::nullopt);
