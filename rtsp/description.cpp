@@ -39,8 +39,7 @@ std::string sessionDescription(const Description& description, RangeUnit unit, c
     const int64_t end = description.span.newest + std::llround(1000 / std::max(description.frameRate, 1.0));
     std::string text = "v=0\r\no=- " + number + " " + number + " IN " + family + address +
                        "\r\ns=Recording\r\nc=IN " + family + (family == "IP4 " ? "0.0.0.0" : "::") +
-                       "\r\nt=0 0\r\na=control:*\r\na=range:" + rangeText(unit, oldest, end, oldest) +
-                       "\r\n";
+                       "\r\nt=0 0\r\na=control:*\r\na=range:" + rangeText(unit, oldest, end, oldest) + "\r\n";
     text += "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=fmtp:96 " +
             formatParameters(description.parameterSets) + "\r\n";
     if (description.frameRate > 0) text += formatted("a=framerate:%g\r\n", description.frameRate);

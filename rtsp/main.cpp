@@ -79,23 +79,22 @@ int serve(const Options& options) {
     allowDescriptors();
     setlogmask(LOG_UPTO(LOG_WARNING)); // the parts that read the recording log each step
     std::signal(SIGPIPE, SIG_IGN);
+    ServerOptions served = checked(options);
     // Detached before any thread is made.
     if (!options.foreground && daemon(1, 1) != 0) throw Failure(kFailed, "cannot detach");
     gst_init(nullptr, nullptr);
+    const RtspServer server(std::move(served));
     GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    {
-        const RtspServer server(checked(options));
-        std::printf("rtsp%s://%s:%u/%s\n", options.certificate.empty() ? "" : "s", options.bind.c_str(),
-                    unsigned{server.port()}, options.path.c_str());
-        std::fflush(stdout);
-        const GSourceFunc stop = [](gpointer data) -> gboolean {
-            g_main_loop_quit(static_cast<GMainLoop*>(data));
-            return G_SOURCE_CONTINUE;
-        };
-        g_unix_signal_add(SIGINT, stop, loop);
-        g_unix_signal_add(SIGTERM, stop, loop);
-        g_main_loop_run(loop);
-    }
+    std::printf("rtsp%s://%s:%u/%s\n", options.certificate.empty() ? "" : "s", options.bind.c_str(),
+                unsigned{server.port()}, options.path.c_str());
+    std::fflush(stdout);
+    const GSourceFunc stop = [](gpointer data) -> gboolean {
+        g_main_loop_quit(static_cast<GMainLoop*>(data));
+        return G_SOURCE_CONTINUE;
+    };
+    g_unix_signal_add(SIGINT, stop, loop);
+    g_unix_signal_add(SIGTERM, stop, loop);
+    g_main_loop_run(loop);
     g_main_loop_unref(loop);
     return kDone;
 }

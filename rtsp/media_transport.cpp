@@ -7,6 +7,8 @@ namespace {
 
 /// Of the time stamps of what the client has not taken yet: more, and it is behind.
 constexpr int64_t kMostBehind = 1'000'000;
+/// Bytes that wait at most where pictures are sent as fast as they are taken.
+constexpr size_t kAhead = 1u << 20;
 
 class Interleaved : public MediaTransport {
 public:
@@ -19,6 +21,8 @@ public:
         if (m_connection.backlog() == 0) m_emptyAt = now;
         return now - m_emptyAt < kMostBehind;
     }
+    bool takesMore() override { return m_connection.backlog() < kAhead; }
+    bool holdsBack() const override { return true; }
     void rtp(std::string_view packet) override { frame(m_rtp, packet); }
     void rtcp(std::string_view packet) override { frame(m_rtcp, packet); }
     void flush() override {

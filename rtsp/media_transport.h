@@ -23,6 +23,9 @@ public:
     virtual ~MediaTransport() = default;
     /// Whether the client keeps up; while it does not, pictures are better left out.
     virtual bool keepsUp() = 0;
+    /// Whether more can be handed in than time has passed for: never where it would be lost.
+    virtual bool takesMore() { return false; }
+    virtual bool holdsBack() const { return false; } ///< takesMore means something
     virtual void rtp(std::string_view packet) = 0;
     virtual void rtcp(std::string_view packet) = 0;
     /// What has been handed in goes out at once.

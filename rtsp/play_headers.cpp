@@ -85,6 +85,7 @@ int readPlay(const RtspRequest& request, int64_t zero, PlayRequest& play, RangeU
     }
     play.replay = !frames.empty() || !rate.empty() || !request.header("Immediate").empty() ||
                   request.header("Require").find("onvif-replay") != std::string_view::npos;
+    play.rateControl = rate != "no";
     if (!frames.empty() && !readFrames(frames, play)) return kBad;
     play.cseq = static_cast<uint8_t>(std::atoi(std::string(request.header("CSeq")).c_str()));
     if (!range.empty() && !readRange(std::string(range), zero, play, unit)) return kBadRange;

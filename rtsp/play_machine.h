@@ -33,6 +33,8 @@ public:
     void controlDone(int32_t type, uint32_t newest, const std::string& status, int64_t nowUs);
     void play(const PlayOrder& order, int64_t nowUs);
     void pause(int64_t nowUs);
+    /// Pauses without a reply, and sends nothing more.
+    void halt(int64_t nowUs);
     /// To be called some ten times a second.
     void tick(int64_t nowUs);
     /// Pictures could not be sent: the next one that is, is an I-picture.

@@ -90,6 +90,7 @@ void Playback::end() {
     m_link.close();
     m_opening = m_open = false;
     m_ticking.reset();
+    stopDelivery();
     m_machine.reset();
     m_rtp.reset();
     m_transport.reset();
@@ -114,6 +115,7 @@ void Playback::block(OutputBlock block) {
     if (!m_machine) return;
     if (block.missed > 0) m_machine->picturesLost();
     const int64_t now = g_get_monotonic_time();
+    if (!isPauseBlock(block) && m_delivery) return; // the pause before it is on its way
     if (!isPauseBlock(block)) {
         const Picture picture = pictureOf(block);
         m_machine->block(block.sequence, &picture, now);
@@ -124,7 +126,7 @@ void Playback::block(OutputBlock block) {
 }
 
 void Playback::picture(const Picture& picture, const Standing& standing) {
-    if (!m_transport) return;
+    if (!m_transport || m_delivery) return;
     const PlayOrder& order = m_machine->order();
     const bool sampled = order.scale > kNormalScale || order.scale < 0;
     const Pace pace = sampled ? Pace::sampled : Pace::recorded;
@@ -146,8 +148,9 @@ void Playback::picture(const Picture& picture, const Standing& standing) {
 void Playback::report(bool bye) {
     const int64_t now = g_get_monotonic_time();
     m_lastReport = now;
-    m_rtp->senderReport(ntpTime(g_get_real_time()), now, bye,
-                        [this](std::string_view packet) { m_transport->rtcp(packet); });
+    // Without rate control, RTP time is not this moment's.
+    const uint64_t ntp = m_delivery ? 0 : ntpTime(g_get_real_time());
+    m_rtp->senderReport(ntp, now, bye, [this](std::string_view packet) { m_transport->rtcp(packet); });
     m_transport->flush();
 }
 
@@ -223,6 +226,11 @@ void Playback::play(const PlayRequest& request, OnAnswer answer) {
         return;
     }
     m_played = true;
+    stopDelivery();
+    if (!request.rateControl && m_transport->holdsBack() && order.target) {
+        deliver(order, std::move(answer));
+        return;
+    }
     m_answers.push_back(std::move(answer));
     m_machine->play(order, now);
 }
@@ -232,6 +240,7 @@ void Playback::pause(OnAnswer answer) {
         answer({.reply = {.status = m_machine ? 455 : 454}});
         return;
     }
+    stopDelivery();
     m_answers.push_back(std::move(answer));
     m_machine->pause(g_get_monotonic_time());
 }

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "rtsp/card_delivery.h"
 #include "rtsp/daemon_link.h"
 #include "rtsp/media_transport.h"
 #include "rtsp/play_machine.h"
@@ -21,7 +22,8 @@ struct PlayRequest {
     int scale = kNormalScale; ///< in tenths, not 0
     bool iPicturesOnly = false;
     int64_t intervalMs = 0;
-    bool replay = false; ///< with the replay extension
+    bool rateControl = true; ///< false: as fast as the client takes them
+    bool replay = false;     ///< with the replay extension
     uint8_t cseq = 0;
 };
 
@@ -77,6 +79,11 @@ private:
     void tick();
     void report(bool bye);
 
+    void deliver(const PlayOrder& order, OnAnswer answer);
+    static gboolean onDelivery(gpointer self);
+    bool deliverSome();
+    void stopDelivery();
+
     void control(int32_t type, const std::string& name, const std::string& value) override;
     void reply(const PlayReply& reply) override;
     void picture(const Picture& picture, const Standing& standing) override;
@@ -100,4 +107,8 @@ private:
     bool m_played = false;
     int64_t m_lastReport = 0;
     SourcePtr m_ticking;
+    std::unique_ptr<CardDelivery> m_delivery; ///< while a play without rate control goes on
+    int64_t m_deliveredFrom = 0;
+    uint32_t m_rtpFrom = 0;
+    SourcePtr m_delivering;
 };

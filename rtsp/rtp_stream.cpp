@@ -92,6 +92,20 @@ void RtpStream::leaveOut(const Picture& picture, Pace pace, int64_t sampleUs, in
 void RtpStream::send(const Picture& picture, const Standing& standing, Pace pace, int64_t sampleUs,
                      int64_t nowUs, const Sink& sink) {
     advance(picture, pace, sampleUs, nowUs);
+    packets(picture, standing, sink);
+}
+
+void RtpStream::sendAt(uint32_t time, const Picture& picture, const Standing& standing, int64_t nowUs,
+                       const Sink& sink) {
+    m_time = time;
+    m_timeUs = nowUs;
+    m_stamp.reset();
+    m_begun = true;
+    m_fresh = false;
+    packets(picture, standing, sink);
+}
+
+void RtpStream::packets(const Picture& picture, const Standing& standing, const Sink& sink) {
     const auto units = h264::nalUnits({picture.bytes->data(), picture.bytes->size()});
     const Standing* first = &standing;
     for (size_t n = 0; n < units.size(); ++n) {

@@ -32,6 +32,9 @@ public:
     /// Packets of one picture, in order. `sampleUs`: the time between two pictures of Pace::sampled.
     void send(const Picture& picture, const Standing& standing, Pace pace, int64_t sampleUs, int64_t nowUs,
               const Sink& sink);
+    /// The same at an RTP time of the caller's: without rate control it is the recording's.
+    void sendAt(uint32_t time, const Picture& picture, const Standing& standing, int64_t nowUs,
+                const Sink& sink);
     /// A picture that could not be sent counts in time.
     void leaveOut(const Picture& picture, Pace pace, int64_t sampleUs, int64_t nowUs);
 
@@ -41,6 +44,7 @@ public:
 private:
     uint32_t elapsed(int64_t nowUs) const;
     void advance(const Picture& picture, Pace pace, int64_t sampleUs, int64_t nowUs);
+    void packets(const Picture& picture, const Standing& standing, const Sink& sink);
     void unit(std::string_view nalUnit, const Picture& picture, const Standing* standing, bool last,
               const Sink& sink);
     void packet(std::string_view head, std::string_view payload, const Picture& picture,

@@ -191,8 +191,8 @@ protected:
         Card card(m_world);
         card.stream(1).from("12:00:00.250").pictures(60).gop(15).closed();
         card.stream(2).from("12:00:05.250").pictures(60).gop(15).closed();
-        for (const RecordedPicture& picture : readRecording(paths().index, paths().card))
-            m_pictures.push_back(picture.data);
+        for (RecordedPicture& picture : readRecording(paths().index, paths().card))
+            m_pictures.push_back(std::move(picture.data));
         m_daemon = std::make_unique<DaemonProcess>(m_world.root());
     }
     std::vector<size_t> numbers(const std::vector<std::string>& pictures) const {
@@ -207,6 +207,13 @@ protected:
     std::vector<std::string> m_pictures;
     std::unique_ptr<DaemonProcess> m_daemon;
 };
+
+std::vector<size_t> backward(const std::vector<std::pair<size_t, size_t>>& runs) {
+    std::vector<size_t> numbers;
+    for (const auto& run : runs)
+        for (size_t n = run.first; n <= run.second; ++n) numbers.push_back(n);
+    return numbers;
+}
 
 struct Asked {
     const char* headers;
@@ -241,6 +248,8 @@ TEST_F(Recorded, APlaySaysWhatFollowsAndItDoes) {
         {"Range: npt=now-\r\nScale: 1\r\n", "npt=6.500-", "1.0", {105, 106}},
         {"Scale: 0.3\r\nRange: npt=0.6-\r\n", "npt=0.500-", "0.5", {15, 16, 17}},
         {"Frames: intra\r\nRange: npt=0-5.2\r\n", "npt=0.000-5.200", "1.0", {0, 15, 30, 45, 60}, true},
+        {"Rate-Control: no\r\nScale: -1\r\nRange: npt=5.6-1.6\r\n", "npt=5.500-1.600", "-1.0",
+         backward({{75, 89}, {60, 74}, {45, 59}}), true},
     };
     for (const Asked& asked : plays) {
         const Reply reply = client.ask("PLAY", asked.headers);
@@ -336,10 +345,10 @@ TEST(Clients, GetEveryPictureOnceAndLeaveByThemselves) {
             world.root());
     const DaemonProcess daemon(world.root());
     const Server server(world);
-    const std::string file = world.root() + "/fetched.h264";
     std::string recorded;
     for (const RecordedPicture& picture : readRecording(paths().index, paths().card))
         recorded += picture.data;
+    const std::string file = world.root() + "/fetched.h264";
     for (const char* transport : {"tcp", "udp"}) {
         Process client({FFMPEG, "-v", "warning", "-rtsp_transport", transport, "-i", server.url(), "-c",
                         "copy", "-y", file},
