@@ -118,12 +118,10 @@ private:
         Ms pts = first;
         for (uint32_t n = 0; n < s.header.pictures; ++n) {
             if (n > 0) pts += even ? stepMs : m_chance.below(4) * stepMs / 2;
-            const uint32_t odd = m_chance.of({kMinPictureBytes - 1, kMinPictureBytes, kMaxPictureBytes + 1});
-            const uint32_t size = m_chance.oneIn(20) ? odd : kDataBytes;
             const uint32_t flags = 8 | m_chance.below(4), place = take(kDataBytes);
             s.pictures.push_back(
-                sealed(PICTURE_HEADER{kPictureMarker, s.row.streamID, place, size, pbTime(pts).seconds(),
-                                      flags, 0, pbTime(pts).mSec, 0}));
+                sealed(PICTURE_HEADER{kPictureMarker, s.row.streamID, place, kDataBytes,
+                                      pbTime(pts).seconds(), flags, 0, pbTime(pts).mSec, 0}));
             s.damaged.push_back(false);
             put(place, data(s, n).data(), kDataBytes);
         }

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "stream/records.h"
-#include "stream/stream_time.h"
 #include "tests/support/worked_example.h"
 #include "tools/recording/recording_writer.h"
 
@@ -27,18 +26,10 @@ TEST(OnCardFormatsPage, ExamplesAreWhatTheRecordsHold) {
     expectOnPage("first-picture-header", first);
     EXPECT_TRUE(isIPicture(first));
 
-    PICTURE_HEADER second = first;
-    second.offset = first.offset + first.size;
-    second.size = 14813;
-    second.pts = 1001;
-    second.msec = 13;
-    second.pictures = 0;
-    expectOnPage("second-picture-header", sealed(second));
+    const PICTURE_HEADER second =
+        sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData + first.size, 14813, 1001, 0, 0, 13, 0});
+    expectOnPage("second-picture-header", second);
     EXPECT_FALSE(isIPicture(second));
-
-    const PB_STREAM_TIME shown =
-        PB_STREAM_TIME(1704164645, 250) + PB_STREAM_TIME(1001, 13) - PB_STREAM_TIME(1000, 980);
-    EXPECT_EQ(shown, PB_STREAM_TIME(1704164645, 283));
 }
 
 } // namespace
