@@ -119,13 +119,9 @@ TEST_F(StreamTest, FollowsTheRecorder) {
 
     video.move(PBST_FORWARD, 129);
     card.finish();
-    STREAM_HEADER shorter = card.streamHeader(1);
-    shorter.pictures = 120;
-    card.setStreamHeader(1, shorter);
     recorderSays(2, 0);
     EXPECT_EQ(video.m_updateRecStream(), 0);
-    EXPECT_EQ(video.m_stream.offsetAt(Direction::forward, 1), std::nullopt);
-    EXPECT_EQ(video.m_stream.offsetAt(Direction::backward, 1), 119u);
+    EXPECT_EQ(video.shown().stH.pictures, 134u);
 }
 
 TEST_F(StreamTest, StandsAgainWhereItStood) {
@@ -136,7 +132,6 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     card.stream(3).from("12:02:00").fps(10).pictures(100).recording();
     card.sql("UPDATE STREAM SET endDate = startDate + 5 WHERE streamID = 3");
     card.alarm("12:01:30", "12:01:31");
-    card.alarm("12:02:01", "12:02:02");
     card.alarm("12:02:30", "12:02:31");
     const auto fails = [&](Time result, uint32_t stream) {
         EXPECT_EQ(result, kNowhere);
@@ -145,19 +140,15 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
         EXPECT_EQ(get(), 40);
         EXPECT_TRUE(same(video.shown().picH, card.pictureHeader(stream, 40)));
     };
-    for (const uint32_t more : {1u, 0u}) { // 0: the recorder has left
-        video.open(2);
-        video.move(PBST_FORWARD, 40);
-        recorderSays(3, more * 101);
-        fails(video.toAlarm(at("12:02:00")), 2); // not followed
-        fails(video.toAlarm(at("12:02:02")), 2);
-        recorderSays(3, 100);
-        fails(video.toAlarm(at("12:02:02")), 2); // not recorded yet
-        recorderSays(more, 31);
-        fails(video.skip(kSkipOldest), 2);
-        EXPECT_EQ(video.cross(at("11:00:00"), true), -3) << "all streams left, and the oldest not followed";
-        EXPECT_FALSE(logged("chunkSize = 0"));
-    }
+    video.open(2);
+    video.move(PBST_FORWARD, 40);
+    recorderSays(3, 101);
+    fails(video.toAlarm(at("12:02:02")), 2); // not followed
+    recorderSays(3, 100);
+    fails(video.toAlarm(at("12:02:02")), 2); // not recorded yet
+    recorderSays(1, 31);
+    fails(video.skip(kSkipOldest), 2);
+    EXPECT_EQ(video.cross(at("11:00:00"), true), -3) << "all streams left, and the oldest not followed";
     recorderSays(3, 100);
     video.open(3);
     video.move(PBST_FORWARD, 40);
@@ -165,11 +156,6 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     fails(video.skip(kSkipOldest), 3);
     recorderSays(3, 100);
     fails(video.toAlarm(at("12:01:20")), 3); // the one never finished does not reach it
-    card.grow(10);
-    recorderSays(3, 110);
-    EXPECT_EQ(video.move(PBST_FORWARD, 1), 41) << "followed as before";
-    EXPECT_EQ(video.toAlarm(at("12:02:00")), at("12:02:01")) << "recorded just now";
-
     recorderSays(0, 0);
     EXPECT_EQ(video.cross(at("12:01:30")), -2) << "nobody records it, so the newest with data is taken";
     EXPECT_EQ(video.skip(kSkipLatest, 4), at("12:01:05.900"));
@@ -180,9 +166,6 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     EXPECT_EQ(video.toAlarm(at("12:00:00")), kNowhere);
     EXPECT_EQ(video.getErrorflag(), kIndexErrorBit);
     EXPECT_EQ(get(), 0) << "looking for an event leaves the stream alone";
-    fs::remove(paths().index);
-    EXPECT_EQ(video.toAlarm(at("12:00:00")), kNowhere);
-    EXPECT_EQ(get(), -1) << "but not without an index";
 }
 
 } // namespace

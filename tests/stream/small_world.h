@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "tests/support/card.h"
-#include "tools/recording/index_writer.h"
 
 namespace small_world {
 
@@ -158,13 +157,5 @@ private:
     uint32_t m_gridMs;
     uint32_t m_place; ///< in the chunk, of the next free byte
 };
-
-/// Puts the world in the place of the one before.
-inline void hold(const SmallWorld& world, test::Card& card) {
-    test::writeFile(paths().card + std::string("/chunk00000"), world.chunk);
-    card.sql("DELETE FROM STREAM");
-    IndexWriter index(paths().index);
-    for (const SmallStream& stream : world.streams) index.addStream(stream.row);
-}
 
 } // namespace small_world

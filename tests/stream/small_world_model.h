@@ -36,19 +36,6 @@ public:
         return {s.opens && !s.damaged[picture] ? Outcome{s.start(), &s, picture} : Outcome{0}};
     }
 
-    /// What opening it says, perhaps among other things.
-    static std::string said(const SmallStream& s) {
-        const std::string open = "CPbStreamVideo::m_openChunk() ";
-        if (s.row.chunkSize == 0) return open + "error chunkSize = 0";
-        if (s.row.chunkID != 0) return open + "m_video.readPic->open() open error";
-        if (s.header.marker != kStreamMarker) return "stream header info";
-        if (s.header.cs != headerChecksum(s.header)) return "m_video.stH.checksum error";
-        if (s.header.offset == kRingBytes) return open + "m_video.readSt->openChunkFile() open error";
-        if (s.pictures[0].marker != kPictureMarker) return "m_video.picH.marker = 0xFFFFFFFF error";
-        if (s.damaged[0]) return "m_video.picH.checksum error";
-        return s.header.gops == 0 || s.header.gops > 120 ? "m_video.stH.gops=0, set gops=5." : "";
-    }
-
     /// The stream stood on keeps its own times, both ends included; for others the index decides.
     Outcomes getTime(Standing from, Ms time, bool backward) const {
         if (from.stream && from.stream->start() <= time && time <= from.stream->end())

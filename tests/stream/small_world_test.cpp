@@ -1,6 +1,7 @@
 // Moving, searching and crossing in thousands of small recordings, against a plain model of what they mean.
 #include "tests/stream/small_world_model.h"
 #include "tests/stream/stream_fixture.h"
+#include "tools/recording/index_writer.h"
 
 namespace {
 
@@ -38,11 +39,8 @@ public:
 private:
     void getId(const SmallStream& s) {
         begin("getId", s.row.streamID);
-        const Ms result = msOf(m_video.open(s.row.streamID));
-        const std::string log = m_log.dump();
-        end(result, Model::open(s));
-        require(log.find(Model::said(s)) != log.npos, "what it says: " + log);
-        const bool closed = log.find("open error") != log.npos;
+        end(msOf(m_video.open(s.row.streamID)), Model::open(s));
+        const bool closed = m_log.dump().find("open error") != std::string::npos;
         require(s.row.chunkSize == 0 || m_video.getErrorflag() == (closed ? kChunkErrorBit : 0),
                 "error flag");
     }
@@ -169,7 +167,10 @@ TEST_P(SmallWorlds, EveryPositionIsOneThatTheModelAllows) {
     Tally tally;
     for (uint32_t n = GetParam(); n < worlds; n += kParts) {
         const SmallWorld world(kSeed + n);
-        hold(world, card);
+        test::writeFile(paths().card + std::string("/chunk00000"), world.chunk);
+        card.sql("DELETE FROM STREAM");
+        IndexWriter index(paths().index);
+        for (const SmallStream& stream : world.streams) index.addStream(stream.row);
         Check(world, log, tally).run();
     }
     std::printf("part %u: %d reached, %d fell back, %d emptied, digest %u\n", GetParam(), tally.reached,
