@@ -81,10 +81,8 @@ private:
     Ms pickTime() {
         const auto streams = static_cast<uint32_t>(m_world.streams.size());
         const SmallStream& s = m_world.streams[m_chance.below(streams)];
-        const Ms picture = s.timeOf(m_chance.below(s.header.pictures));
-        const Ms edge = m_chance.of({s.start(), s.end(), picture});
-        const uint32_t room = m_chance.of({400u, 5'000u, 70'000u});
-        const Ms away = m_chance.below(room);
+        const Ms edge = m_chance.of({s.start(), s.end(), s.timeOf(m_chance.below(s.header.pictures))});
+        const Ms away = m_chance.below(m_chance.of({400u, 5'000u, 70'000u}));
         return edge + m_chance.of({Ms{0}, Ms{0}, Ms{-1}, Ms{1}, -away, away});
     }
 
@@ -141,9 +139,8 @@ private:
 
     void require(bool condition, const std::string& what) {
         if (condition) return;
-        throw std::runtime_error(what + " of stream " + std::to_string(m_video.m_stream.row().streamID) +
-                                 ", " + m_operation + ", world of seed " + std::to_string(m_world.seed) +
-                                 "\n" + m_log.dump());
+        throw std::runtime_error(m_operation + ": " + what + ", world of seed " +
+                                 std::to_string(m_world.seed) + "\n" + m_log.dump());
     }
 
     const SmallWorld& m_world;

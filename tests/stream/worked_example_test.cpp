@@ -21,15 +21,10 @@ TEST(OnCardFormatsPage, ExamplesAreWhatTheRecordsHold) {
     expectOnPage("header-locator",
                  CHUNK_EVENT{3, CHUNK_KIND_STREAM, kHeaderArea, (stream.pictures + 1) * kHeaderBytes});
 
-    const PICTURE_HEADER first =
-        sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData, 26472, 1000, 1, 0, 980, 0});
-    expectOnPage("first-picture-header", first);
-    EXPECT_TRUE(isIPicture(first));
-
-    const PICTURE_HEADER second =
-        sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData + first.size, 14813, 1001, 0, 0, 13, 0});
-    expectOnPage("second-picture-header", second);
-    EXPECT_FALSE(isIPicture(second));
+    expectOnPage("first-picture-header",
+                 sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData, 26472, 1000, 1, 0, 980, 0}));
+    expectOnPage("second-picture-header",
+                 sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData + 26472, 14813, 1001, 0, 0, 13, 0}));
 }
 
 } // namespace
