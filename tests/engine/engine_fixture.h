@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "engine/pb_picker_thread.h"
@@ -16,8 +15,6 @@
 
 namespace test {
 
-using Headers = std::vector<std::pair<std::string, std::string>>;
-
 class Engine : public CpbPickerThread {
 public:
     explicit Engine(uint32_t streamId, CtavirnShmServer* shm = nullptr)
@@ -27,11 +24,6 @@ public:
     /// Where it stands; tests only look.
     CPbStreamVideo& video() { return m_position.m_pbStream; }
 
-    int play(const Headers& headers = {}) {
-        ControlRequest request(RTSP_REQ_PLAY);
-        for (const auto& [name, value] : headers) request.with(name, value);
-        return analyzeEventData(&request.record);
-    }
     /// A pass of the thread, writing aside: the block it would write, empty when there is none.
     std::string turn() {
         m_sleepTimer({}, {});

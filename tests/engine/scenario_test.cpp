@@ -145,7 +145,8 @@ TEST_F(Scenario, APictureThatCannotBeReadIsTriedAgain) {
     card.setPictureHeader(1, 0, unreadable);
     Engine another(1);
     EXPECT_EQ(another.preGetData(), 1);
-    another.play({{"Jump", "oldest"}});
+    const ControlRequest jump = ControlRequest(RTSP_REQ_PLAY).with("Jump", "oldest");
+    another.analyzeEventData(&jump.record);
     EXPECT_EQ(another.turn() + another.turn(), "") << "not PAUSE";
     EXPECT_NE(log.dump().find("m_pbType changed. streamID=1 pbTime="), std::string::npos);
 }

@@ -52,16 +52,4 @@ TEST_F(EngineTest, TeardownIsTriedFromSecond61UntilItIsDelivered) {
     EXPECT_EQ(log.count(3, "shm_write_data error", "pickerThread"), 5) << log.dump();
 }
 
-TEST_F(EngineTest, FirstPositioningNeedsTheStream) {
-    card.stream(1).from("12:00:00").pictures(50).closed();
-    const std::tuple<uint32_t, uint32_t, int, const char*> cases[] = {
-        {kStartAtStream, 9, 0, "sendThread will return.[video stream error]"},
-        {kStartAtTime, at("12:00:01").sec, 1, "search startdate["},
-        {7, 1, 0, "sendThread will return.[pb mode error]"}};
-    for (const auto& [mode, value, result, message] : cases) {
-        EXPECT_EQ(CpbPickerThread({.searchMode = mode, .searchValue = value}).preGetData(), result);
-        EXPECT_NE(log.dump().find(message), std::string::npos) << message;
-    }
-}
-
 } // namespace test

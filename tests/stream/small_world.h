@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "tests/support/card.h"
-#include "tools/recording/index_writer.h"
 
 namespace small_world {
 
@@ -63,11 +62,9 @@ public:
         for (uint32_t count = 1 + m_chance.below(6); streams.size() < count;) addStream();
     }
 
-    /// A picture's, told apart from every other world's.
-    std::string data(const SmallStream& stream, uint32_t picture) const {
-        const uint32_t words[] = {seed, stream.row.streamID << 16 | picture};
-        static_assert(sizeof words == kDataBytes);
-        return {reinterpret_cast<const char*>(words), sizeof words};
+    /// A picture's, unlike every other's.
+    static std::string data(const SmallStream& stream, uint32_t picture) {
+        return std::to_string(10'000'000 + stream.row.streamID * 100 + picture);
     }
 
     const uint32_t seed;
@@ -118,12 +115,10 @@ private:
         Ms pts = first;
         for (uint32_t n = 0; n < s.header.pictures; ++n) {
             if (n > 0) pts += even ? stepMs : m_chance.below(4) * stepMs / 2;
-            const uint32_t odd = m_chance.of({kMinPictureBytes - 1, kMinPictureBytes, kMaxPictureBytes + 1});
-            const uint32_t size = m_chance.oneIn(20) ? odd : kDataBytes;
             const uint32_t flags = 8 | m_chance.below(4), place = take(kDataBytes);
             s.pictures.push_back(
-                sealed(PICTURE_HEADER{kPictureMarker, s.row.streamID, place, size, pbTime(pts).seconds(),
-                                      flags, 0, pbTime(pts).mSec, 0}));
+                sealed(PICTURE_HEADER{kPictureMarker, s.row.streamID, place, kDataBytes,
+                                      pbTime(pts).seconds(), flags, 0, pbTime(pts).mSec, 0}));
             s.damaged.push_back(false);
             put(place, data(s, n).data(), kDataBytes);
         }
@@ -160,13 +155,5 @@ private:
     uint32_t m_gridMs;
     uint32_t m_place; ///< in the chunk, of the next free byte
 };
-
-/// Puts the world in the place of the one before.
-inline void hold(const SmallWorld& world, test::Card& card) {
-    test::writeFile(paths().card + std::string("/chunk00000"), world.chunk);
-    card.sql("DELETE FROM STREAM");
-    IndexWriter index(paths().index);
-    for (const SmallStream& stream : world.streams) index.addStream(stream.row);
-}
 
 } // namespace small_world

@@ -20,7 +20,6 @@ struct Outcome {
     const SmallStream* stream = nullptr; ///< none: the object is empty
     std::optional<uint32_t> picture{};   ///< else any sound one near `time`
     Ms time = 0;
-    bool startOfFile = false;
 };
 /// Two where damage strikes only a search that happens to look there.
 using Outcomes = std::vector<Outcome>;
@@ -37,34 +36,12 @@ public:
         return {s.opens && !s.damaged[picture] ? Outcome{s.start(), &s, picture} : Outcome{0}};
     }
 
-    /// What opening it says.
-    static std::string said(const SmallStream& s) {
-        const std::string open = "CPbStreamVideo::m_openChunk() ", sum = "m_video.stH.checksum error\n",
-                          id = " id = " + std::to_string(s.row.streamID) + " ",
-                          read = "CPbStreamVideo::m_readPic()" + id + "offset = 0 m_video.picH.";
-        if (s.row.chunkSize == 0) return open + "error chunkSize = 0\nd";
-        if (s.row.chunkID != 0) return open + "m_video.readPic->open() open error\nd";
-        if (s.header.marker != kStreamMarker) return "ds";
-        if (s.header.cs != headerChecksum(s.header))
-            return sum + open.substr(0, open.size() - 1) + id + sum + "ds";
-        if (s.header.offset == kRingBytes) return open + "m_video.readSt->openChunkFile() open error\nds";
-        if (s.pictures[0].marker != kPictureMarker)
-            return "Error: pictureHeader marker not correct\n" + read +
-                   "marker = 0xFFFFFFFF error\ndspm_readPic error\n";
-        if (s.damaged[0]) return read + "checksum error\ndspm_readPic error\n";
-        return s.header.gops == 0 || s.header.gops > 120 ? "m_video.stH.gops=0, set gops=5.\n" : "";
-    }
-
     /// The stream stood on keeps its own times, both ends included; for others the index decides.
     Outcomes getTime(Standing from, Ms time, bool backward) const {
         if (from.stream && from.stream->start() <= time && time <= from.stream->end())
             return positioned(*from.stream, time);
         const SmallStream* s = find(time, backward, nullptr);
-        const auto started = [&](const SmallStream& any) { return any.start() <= time; };
-        const bool startOfFile = s && std::none_of(m_streams.begin(), m_streams.end(), started);
-        Outcomes outcomes = s && lands(*s, backward) ? positioned(*s, time) : edge(backward, 0);
-        for (Outcome& outcome : outcomes) outcome.startOfFile = startOfFile;
-        return outcomes;
+        return s && lands(*s, backward) ? positioned(*s, time) : edge(backward, 0);
     }
 
     /// `time` 0: that of the picture stood on.

@@ -1,27 +1,20 @@
 // Moving, searching and crossing in thousands of small recordings, against a plain model of what they mean.
-#include <iostream>
-
 #include "tests/stream/small_world_model.h"
 #include "tests/stream/stream_fixture.h"
+#include "tools/recording/index_writer.h"
 
 namespace {
 
 using namespace small_world;
-using test::chunkLibrary;
 
 constexpr uint32_t kWorlds = TAVIRN_SANITIZED ? 1'000 : 4'000; ///< TAVIRN_SMALL_WORLDS changes it
-constexpr uint32_t kSeed = 20'240'102; ///< of the first world; TAVIRN_SMALL_WORLD_SEED changes it
-constexpr uint32_t kParts = 8;         ///< that run side by side
+constexpr uint32_t kSeed = 20'240'102;                         ///< of the first world
+constexpr uint32_t kParts = 8;                                 ///< that run side by side
 
 /// How often what happened, in all worlds.
 struct Tally {
-    int reached = 0, fellBack = 0, emptied = 0, startOfFile = 0;
+    int reached = 0, fellBack = 0, emptied = 0;
     uint32_t digest = 0; ///< of every outcome: the same on every machine
-
-    void add(Ms result, uint32_t streamId, uint32_t picture) {
-        for (const uint32_t word : {static_cast<uint32_t>(result), streamId, picture})
-            digest = (digest ^ word) * 16'777'619u;
-    }
 };
 
 /// Every operation in one world, from every stream of it.
@@ -30,8 +23,8 @@ public:
     Check(const SmallWorld& world, test::LogRecorder& log, Tally& tally)
         : m_world(world), m_model(world), m_chance(~world.seed), m_log(log), m_tally(tally) {}
 
-    /// What is wrong with the first operation that ended as it must not; empty when all is well.
-    std::string fault() try {
+    /// Throws at the first operation that ends as it must not.
+    void run() {
         getTime();
         skip(m_chance.of({kSkipOldest, kSkipLatest}));
         for (const SmallStream& s : m_world.streams) {
@@ -41,19 +34,13 @@ public:
             over();
             getTime();
         }
-        return "";
-    } catch (const std::runtime_error& wrong) {
-        return wrong.what();
     }
 
 private:
     void getId(const SmallStream& s) {
         begin("getId", s.row.streamID);
-        const Ms result = msOf(m_video.open(s.row.streamID));
-        const std::string errors = said(m_log);
-        end(result, Model::open(s));
-        require((s.opens && !m_at.stream) || errors == Model::said(s), "what it says: " + errors);
-        const bool closed = errors.find("open error") != errors.npos;
+        end(msOf(m_video.open(s.row.streamID)), Model::open(s));
+        const bool closed = m_log.dump().find("open error") != std::string::npos;
         require(s.row.chunkSize == 0 || m_video.getErrorflag() == (closed ? kChunkErrorBit : 0),
                 "error flag");
     }
@@ -74,8 +61,6 @@ private:
         begin("getTime", time, backward);
         const Outcomes allowed = m_model.getTime(m_at, time, backward);
         end(msOf(m_video.toTime(pbTime(time), backward)), allowed);
-        require(m_video.getSOFflag() == allowed[0].startOfFile, "start-of-file flag");
-        m_tally.startOfFile += allowed[0].startOfFile;
     }
     void over() {
         const Ms time = m_chance.oneIn(2) ? pickTime() : 0;
@@ -96,10 +81,8 @@ private:
     Ms pickTime() {
         const auto streams = static_cast<uint32_t>(m_world.streams.size());
         const SmallStream& s = m_world.streams[m_chance.below(streams)];
-        const Ms picture = s.timeOf(m_chance.below(s.header.pictures));
-        const Ms edge = m_chance.of({s.start(), s.end(), picture});
-        const uint32_t room = m_chance.of({400u, 5'000u, 70'000u});
-        const Ms away = m_chance.below(room);
+        const Ms edge = m_chance.of({s.start(), s.end(), s.timeOf(m_chance.below(s.header.pictures))});
+        const Ms away = m_chance.below(m_chance.of({400u, 5'000u, 70'000u}));
         return edge + m_chance.of({Ms{0}, Ms{0}, Ms{-1}, Ms{1}, -away, away});
     }
 
@@ -112,8 +95,9 @@ private:
 
     void end(Ms result, const Outcomes& allowed) {
         lookAround();
-        const uint32_t id = m_at.stream ? m_at.stream->row.streamID : 0;
-        m_tally.add(result, id, m_at.picture);
+        for (const uint32_t word :
+             {static_cast<uint32_t>(result), m_video.m_stream.row().streamID, m_at.picture})
+            m_tally.digest = (m_tally.digest ^ word) * 16'777'619u;
         ++(!m_at.stream ? m_tally.emptied : result > 0 ? m_tally.reached : m_tally.fellBack);
         const auto happened = [&](const Outcome& o) {
             return o.result == result && o.stream == m_at.stream && standsWhere(o);
@@ -142,28 +126,21 @@ private:
         Records expected{};
         if (!empty) expected = {found->row, found->header, found->pictures[offset]};
         if (!empty && (expected.stH.gops == 0 || expected.stH.gops > 120)) expected.stH.gops = 5;
-        require(same(m_video.shown(), expected) && chunkLibrary.areasOpen == (empty ? 0 : 2),
-                "records of elsewhere");
-        const uint32_t size = expected.picH.size;
+        require(same(m_video.shown(), expected), "records of elsewhere");
         // Of a picture that can't be read, the caller keeps the header there was.
         if (empty || found->damaged[offset]) expected.picH = m_video.out.picH;
         require(empty || same(m_video.out, expected), "records copied out");
         require(msOf(m_video.getTimePts()) == Model::clock(m_at), "picture's clock time");
 
-        std::string buffer(kDataBytes, '?'), data = buffer;
-        const bool readable = size == kDataBytes || size == kMinPictureBytes;
-        if (readable) data.replace(0, size, m_world.data(*found, offset), 0, size);
+        std::string buffer(kDataBytes, '?'), data = empty ? buffer : m_world.data(*found, offset);
         const long got = m_video.get(reinterpret_cast<unsigned char*>(buffer.data()));
-        require(got == (readable ? asLd(offset) : -1) && buffer == data, "picture's data");
-        const std::string refused = "invalid m_video.picH.size = " + std::to_string(size);
-        require(empty || readable || m_log.has(LOG_ERR, refused, "get"), "what it says of a picture");
+        require(got == (empty ? -1 : asLd(offset)) && buffer == data, "picture's data");
     }
 
     void require(bool condition, const std::string& what) {
         if (condition) return;
-        throw std::runtime_error(what + " of stream " + std::to_string(m_video.m_stream.row().streamID) +
-                                 ", " + m_operation + ", world of seed " + std::to_string(m_world.seed) +
-                                 "\n" + m_log.dump());
+        throw std::runtime_error(m_operation + ": " + what + ", world of seed " +
+                                 std::to_string(m_world.seed) + "\n" + m_log.dump());
     }
 
     const SmallWorld& m_world;
@@ -184,24 +161,19 @@ TEST_P(SmallWorlds, EveryPositionIsOneThatTheModelAllows) {
     const test::World place;
     test::Card card(place);
     test::LogRecorder log;
-    chunkLibrary = {};
     Tally tally;
-    std::string fault;
-    testing::internal::CaptureStdout(); // the stream object says each start of file there
-    for (uint32_t n = GetParam(); n < worlds && fault.empty(); n += kParts) {
+    for (uint32_t n = GetParam(); n < worlds; n += kParts) {
         const SmallWorld world(kSeed + n);
-        hold(world, card);
-        fault = Check(world, log, tally).fault();
+        test::writeFile(paths().card + std::string("/chunk00000"), world.chunk);
+        card.sql("DELETE FROM STREAM");
+        IndexWriter index(paths().index);
+        for (const SmallStream& stream : world.streams) index.addStream(stream.row);
+        Check(world, log, tally).run();
     }
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(fault, "");
-
-    std::cout << "part " << GetParam() << " of " << worlds << ": " << tally.reached << " reached, "
-              << tally.fellBack << " fell back, " << tally.emptied << " emptied, " << tally.startOfFile
-              << " before everything, digest " << tally.digest << std::endl;
+    std::printf("part %u: %d reached, %d fell back, %d emptied, digest %u\n", GetParam(), tally.reached,
+                tally.fellBack, tally.emptied, tally.digest);
     if (worlds < kWorlds) return;
-    for (const int happened : {tally.reached, tally.fellBack, tally.emptied, tally.startOfFile})
-        EXPECT_GT(happened, 10);
+    for (const int happened : {tally.reached, tally.fellBack, tally.emptied}) EXPECT_GT(happened, 10);
 }
 
 INSTANTIATE_TEST_SUITE_P(Parts, SmallWorlds, testing::Range(0u, kParts));

@@ -6,25 +6,12 @@
 #include "platform/log.h"
 #include "shm/shm_server.h"
 #include "stream/pb_stream_video.h"
-#include "tests/stream/chunk_library.h"
 #include "tests/support/card.h"
 #include "tests/support/log_recorder.h"
 
 template <class Record> bool same(const Record& a, const Record& b) {
     static_assert(std::has_unique_object_representations_v<Record>);
     return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-/// The errors logged, without their lines; d, s and p for the records shown.
-inline std::string said(const test::LogRecorder& log) {
-    std::string text;
-    for (const test::LogLine& line : log.lines()) {
-        const bool isWord = line.format == " %08x" || line.format.starts_with("checkSum=");
-        const size_t name = line.format.starts_with("%s(%d) ") ? line.text.find(' ') + 1 : 0;
-        if (line.priority == LOG_ERR && !isWord) text += line.text.substr(name) + "\n";
-        if (line.text.ends_with(" info ----------------------")) text += line.text.front();
-    }
-    return text;
 }
 
 struct Records {

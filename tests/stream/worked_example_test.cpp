@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "stream/records.h"
-#include "stream/stream_time.h"
 #include "tests/support/worked_example.h"
 #include "tools/recording/recording_writer.h"
 
@@ -22,23 +21,10 @@ TEST(OnCardFormatsPage, ExamplesAreWhatTheRecordsHold) {
     expectOnPage("header-locator",
                  CHUNK_EVENT{3, CHUNK_KIND_STREAM, kHeaderArea, (stream.pictures + 1) * kHeaderBytes});
 
-    const PICTURE_HEADER first =
-        sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData, 26472, 1000, 1, 0, 980, 0});
-    expectOnPage("first-picture-header", first);
-    EXPECT_TRUE(isIPicture(first));
-
-    PICTURE_HEADER second = first;
-    second.offset = first.offset + first.size;
-    second.size = 14813;
-    second.pts = 1001;
-    second.msec = 13;
-    second.pictures = 0;
-    expectOnPage("second-picture-header", sealed(second));
-    EXPECT_FALSE(isIPicture(second));
-
-    const PB_STREAM_TIME shown =
-        PB_STREAM_TIME(1704164645, 250) + PB_STREAM_TIME(1001, 13) - PB_STREAM_TIME(1000, 980);
-    EXPECT_EQ(shown, PB_STREAM_TIME(1704164645, 283));
+    expectOnPage("first-picture-header",
+                 sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData, 26472, 1000, 1, 0, 980, 0}));
+    expectOnPage("second-picture-header",
+                 sealed(PICTURE_HEADER{kPictureMarker, 7, kPictureData + 26472, 14813, 1001, 0, 0, 13, 0}));
 }
 
 } // namespace
