@@ -1,5 +1,6 @@
 // Any sequence of stream-access operations on a card and an index of any content. What is shown lies where
 // the accepted header says, and once the card is sound again, so is what is shown.
+#include <functional>
 #include <memory>
 
 #include "fuzz/recording.h"
@@ -20,6 +21,7 @@ std::string_view show(CPbStreamVideo& video, const Recording& recording) {
     static const auto buffer = std::make_unique<unsigned char[]>(kMaxPictureBytes);
     PICTURE_HEADER header;
     video.getPicH(&header);
+    video.getFrameRate();
     if (video.get(buffer.get()) == -1) return {};
     const std::string_view shown(reinterpret_cast<const char*>(buffer.get()), header.size);
     require(recording.holds(header, shown));
@@ -30,36 +32,25 @@ void operate(CPbStreamVideo& video, uint8_t what, Recording& recording, Input& i
     DB_STREAM db{};
     STREAM_HEADER stH{};
     PICTURE_HEADER picH{};
-    PB_STREAM_TIME time;
-    video.setplaylastframemode(what >> 7);
-    switch (what % 16) {
-    case 0:
-        video.getId(input.number(), &db, &stH, &picH, 0);
-        break;
-    case 1:
-        video.move(input.byte() % 4, input.number(), &picH, input.byte() % 4);
-        break;
-    case 2:
-        video.getTime(aTime(input), &db, &stH, &picH, 0, what >> 7, 0);
-        break;
-    case 3:
-    case 4:
-        if (what & 64) time = aTime(input);
-        video.over(what >> 7, &db, &stH, &picH, &time, what % 16 - 3);
-        break;
-    case 5:
-        time = aTime(input);
-        video.getSkip(&time, &db, &stH, &picH, input.byte() % 4, what >> 7, 0, input.number());
-        break;
-    case 6:
-        video.getDb(&db), video.getStH(&stH), video.getFrameRate(), video.clearEventID();
-        break;
-    case 7:
-    case 8:
-    case 9:
+    const size_t chosen = what % 16;
+    const bool flag = what >> 7;
+    const bool timed = chosen == 2 || chosen == 5 || ((chosen == 3 || chosen == 4) && (what & 64));
+    PB_STREAM_TIME time = timed ? aTime(input) : PB_STREAM_TIME();
+    const std::function<void()> operations[] = {
+        [&] { video.getId(input.number(), &db, &stH, &picH, 0); },
+        [&] { video.move(input.byte() % 4, input.number(), &picH, input.byte() % 4); },
+        [&] { video.getTime(time, &db, &stH, &picH, 0, flag, 0); },
+        [&] { video.over(flag, &db, &stH, &picH, &time, 0); },
+        [&] { video.over(flag, &db, &stH, &picH, &time, 1); },
+        [&] { video.getSkip(&time, &db, &stH, &picH, input.byte() % 4, flag, 0, input.number()); },
+        [&] { video.clearEventID(); },
+    };
+    video.setplaylastframemode(flag);
+    if (chosen < std::size(operations)) {
+        operations[chosen]();
+    } else if (chosen < 10) {
         show(video, recording);
-        break;
-    default:
+    } else {
         recording.damage(input);
     }
 }

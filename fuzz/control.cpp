@@ -2,7 +2,6 @@
 // played. The playback thread is refused and its passes are made here, as many as the input says and where it
 // says, so that an input always does the same; the thread's own life is the tests' matter.
 #include <cerrno>
-#include <cstring>
 #include <pthread.h>
 #include <sys/socket.h>
 
@@ -18,26 +17,21 @@ extern "C" int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*
 
 namespace {
 
-constexpr const char* kNames[] = {"Session", "Scale", "Step", "Range", "Jump", "FFTime", "Session: 1", ""};
-constexpr const char* kValues[] = {"1",          "oldest",     "latest",
-                                   "next-alarm", "prev-alarm", "clock=20240102T120002Z-"};
-constexpr int kSteps = 16;
+const std::string kNames[] = {"Session", "Scale", "Step", "Range", "Jump", "FFTime", "Session: 1", ""};
+const std::string kValues[] = {"1",          "oldest",     "latest",
+                               "next-alarm", "prev-alarm", "clock=20240102T120002Z-"};
 
 bool running = false; ///< an input: the fuzzer has threads of its own
-
-template <size_t size> void setText(char (&field)[size], const std::string& text) {
-    std::memcpy(field, text.c_str(), std::min(text.size() + 1, size));
-}
 
 rtsp_request record(Input& input) {
     rtsp_request request{};
     request.type = static_cast<int32_t>(input.number());
     request.headerNum = static_cast<int32_t>(input.number());
-    for (int n = 0; n < std::clamp(request.headerNum, 0, 64) && !input.empty(); ++n) {
+    for (int n = 0; n < headerCount(request) && !input.empty(); ++n) {
         const uint8_t name = input.byte(), value = input.byte();
-        setText(request.header[n].name, name < std::size(kNames) ? kNames[name] : input.text(name % 65));
-        setText(request.header[n].value,
-                value < std::size(kValues) ? kValues[value] : input.text(value + 1u));
+        auto& header = request.header[n];
+        (name < std::size(kNames) ? kNames[name] : input.text(name % 65)).copy(header.name, 64);
+        (value < std::size(kValues) ? kValues[value] : input.text(value + 1u)).copy(header.value, 256);
     }
     return request;
 }
@@ -70,11 +64,6 @@ extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* at
     return running ? EAGAIN : __real_pthread_create(thread, attributes, run, argument);
 }
 
-// Nobody else is there whom the clock could let go first.
-extern "C" int __wrap_sched_yield() {
-    return 0;
-}
-
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static Recording recording;
     static const std::string first = test::pictureBytes(1, 0, true);
@@ -85,7 +74,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     recording.restore(input);
     running = true;
     RequestLoop loop(-1, recording.status);
-    for (int steps = 0; steps < kSteps && !input.empty(); ++steps) {
+    for (int steps = 0; steps < 16 && !input.empty(); ++steps) {
         const uint8_t what = input.byte();
         if (what < 32 && player()) {
             for (int passes = 0; passes <= what % 4; ++passes) pass(*player(), recording);
@@ -96,15 +85,12 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             loop.handle(record(input), ends[0]);
             char answer[200];
             const ssize_t length = recv(ends[1], answer, sizeof answer, MSG_DONTWAIT);
-            require(length == -1 || (length >= 1 && length <= 96));
+            require(length == -1 || (length >= 1 && length <= kParameterSetAnswerBytes));
         }
     }
     recording.restore(none);
     if (player()) {
-        rtsp_request oldest{};
-        oldest.type = RTSP_REQ_PLAY;
-        oldest.headerNum = 1;
-        oldest.header[0] = {"Jump", "oldest"};
+        const rtsp_request oldest{RTSP_REQ_PLAY, {}, 1, {{"Jump", "oldest"}}};
         player()->analyzeEventData(&oldest);
         require(pass(*player(), recording) == first);
     }

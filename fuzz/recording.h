@@ -18,18 +18,15 @@ public:
     /// Sound again. The index answers as `input` says; soundly, with the first stream, once it has run out.
     void restore(Input& input);
     /// Changes a header's word (and its checksum, so that it is believed), some bytes of the chunk or what
-    /// the recorder says, cuts the chunk, or takes it away.
+    /// the recorder says.
     void damage(Input& input);
-    /// Whether `shown` lies where the header says, and is zeros beyond a whole ring. A cut chunk is another
-    /// ring once it is opened again, so then only the length is looked at.
+    /// Whether `shown` lies where the header says, and is zeros beyond a whole ring.
     bool holds(const PICTURE_HEADER& header, std::string_view shown) const;
 
     CtavirnShmServer status;
 
 private:
     test::World m_world;
-    std::string m_path, m_sound; ///< the chunk's
-    char* m_chunk = nullptr;     ///< its file, mapped; not to be touched while it is cut
-    int m_file = -1;
-    bool m_damaged = false, m_cut = false;
+    std::string m_sound;     ///< the chunk as it was written
+    char* m_chunk = nullptr; ///< its file, mapped
 };

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <sqlite3.h>
 #include <stdexcept>
 
@@ -99,17 +98,9 @@ std::string Card::chunkPath(uint32_t streamId) {
     return m_place.cardDirectory + "/chunk" + std::string(5 - number.size(), '0') + number;
 }
 
-uint64_t Card::recordPlace(uint32_t streamId, uint64_t n) {
-    return (row(streamId).chunkOffset + n * kHeaderBytes) % std::filesystem::file_size(chunkPath(streamId));
-}
-void Card::readRecord(uint32_t streamId, uint64_t n, void* header) {
-    std::ifstream chunk(chunkPath(streamId), std::ios::binary);
-    chunk.seekg(static_cast<std::streamoff>(recordPlace(streamId, n)));
-    chunk.read(static_cast<char*>(header), kHeaderBytes);
-}
-void Card::writeRecord(uint32_t streamId, uint64_t n, const void* header) {
-    patchFile(chunkPath(streamId), recordPlace(streamId, n),
-              {static_cast<const char*>(header), kHeaderBytes});
+std::streamoff Card::recordPlace(uint32_t streamId, uint32_t n) {
+    const uint64_t place = row(streamId).chunkOffset + n * uint64_t{kHeaderBytes};
+    return static_cast<std::streamoff>(place % std::filesystem::file_size(chunkPath(streamId)));
 }
 
 } // namespace test

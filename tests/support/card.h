@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <fstream>
 #include <optional>
 #include <string>
 
@@ -85,19 +86,15 @@ public:
 
     /// Damage. Headers are written back unsealed unless `seal`.
     std::string chunkPath(uint32_t streamId);
-    STREAM_HEADER streamHeader(uint32_t streamId) {
-        STREAM_HEADER header;
-        return readRecord(streamId, 0, &header), header;
-    }
-    void setStreamHeader(uint32_t streamId, STREAM_HEADER header, bool seal = true) {
-        writeRecord(streamId, 0, &(seal ? header = sealed(header) : header));
+    STREAM_HEADER streamHeader(uint32_t streamId) { return record<STREAM_HEADER>(streamId, 0); }
+    void setStreamHeader(uint32_t streamId, const STREAM_HEADER& header, bool seal = true) {
+        setRecord(streamId, 0, seal ? sealed(header) : header);
     }
     PICTURE_HEADER pictureHeader(uint32_t streamId, uint32_t picture) {
-        PICTURE_HEADER header;
-        return readRecord(streamId, uint64_t{picture} + 1, &header), header;
+        return record<PICTURE_HEADER>(streamId, picture + 1u);
     }
-    void setPictureHeader(uint32_t streamId, uint32_t picture, PICTURE_HEADER header, bool seal = true) {
-        writeRecord(streamId, uint64_t{picture} + 1, &(seal ? header = sealed(header) : header));
+    void setPictureHeader(uint32_t streamId, uint32_t picture, const PICTURE_HEADER& header) {
+        setRecord(streamId, picture + 1u, sealed(header));
     }
 
     RecordingWriter& writer() { return m_writer; }
@@ -105,9 +102,18 @@ public:
 private:
     friend class StreamBuilder;
     /// Record `n` of a header area: 0 the stream's, n + 1 that of picture n. None is cut by the ring's end.
-    uint64_t recordPlace(uint32_t streamId, uint64_t n);
-    void readRecord(uint32_t streamId, uint64_t n, void* header);
-    void writeRecord(uint32_t streamId, uint64_t n, const void* header);
+    std::streamoff recordPlace(uint32_t streamId, uint32_t n);
+    template <class Header> Header record(uint32_t streamId, uint32_t n) {
+        Header header;
+        std::ifstream(chunkPath(streamId), std::ios::binary)
+            .seekg(recordPlace(streamId, n))
+            .read(reinterpret_cast<char*>(&header), sizeof header);
+        return header;
+    }
+    template <class Header> void setRecord(uint32_t streamId, uint32_t n, const Header& header) {
+        patchFile(chunkPath(streamId), recordPlace(streamId, n),
+                  {reinterpret_cast<const char*>(&header), sizeof header});
+    }
 
     RecordingPlace m_place;
     RecordingWriter m_writer;

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <type_traits>
 
 // The formats pass through here; their callers have had them checked.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -11,11 +12,8 @@
 namespace test {
 namespace {
 
-/// Never destroyed: other threads may log until the process has gone.
-std::mutex& mutex() {
-    static std::mutex& instance = *new std::mutex;
-    return instance;
-}
+std::mutex mutex; ///< other threads may log until the process has gone: nothing ends it
+static_assert(std::is_trivially_destructible_v<std::mutex>);
 std::vector<LogLine>* recorded = nullptr; ///< the living recorder's
 
 bool says(const LogLine& line, const std::string& text, const std::string& name) {
@@ -27,7 +25,7 @@ bool says(const LogLine& line, const std::string& text, const std::string& name)
 
 void keep(int priority, const char* format, va_list arguments) {
     const int error = errno; // what "%m" says, and what the caller goes on with
-    const std::lock_guard lock(mutex());
+    const std::lock_guard lock(mutex);
     if (recorded == nullptr) return;
     char text[4096];
     errno = error;
@@ -39,22 +37,22 @@ void keep(int priority, const char* format, va_list arguments) {
 } // namespace
 
 LogRecorder::LogRecorder() {
-    const std::lock_guard lock(mutex());
+    const std::lock_guard lock(mutex);
     recorded = &m_lines;
 }
 
 LogRecorder::~LogRecorder() {
-    const std::lock_guard lock(mutex());
+    const std::lock_guard lock(mutex);
     recorded = nullptr;
 }
 
 std::vector<LogLine> LogRecorder::lines() const {
-    const std::lock_guard lock(mutex());
+    const std::lock_guard lock(mutex);
     return m_lines;
 }
 
 void LogRecorder::clear() {
-    const std::lock_guard lock(mutex());
+    const std::lock_guard lock(mutex);
     m_lines.clear();
 }
 

@@ -98,9 +98,9 @@ bool fileExists(const std::string& path) {
     return std::filesystem::exists(path);
 }
 
-void patchFile(const std::string& path, uint64_t position, const std::string& bytes) {
+void patchFile(const std::string& path, std::streamoff position, const std::string& bytes) {
     std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
-    if (!(file.seekp(static_cast<std::streamoff>(position)) << bytes << std::flush)) fail("patch " + path);
+    if (!(file.seekp(position) << bytes << std::flush)) fail("patch " + path);
 }
 
 } // namespace test

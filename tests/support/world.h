@@ -1,7 +1,7 @@
 // A world in a line: one temporary directory with everything the daemon expects below it.
 #pragma once
 
-#include <cstdint>
+#include <ios>
 #include <string>
 #include <sys/types.h>
 
@@ -33,6 +33,6 @@ void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
 /// Overwrites bytes of a file in place.
-void patchFile(const std::string& path, uint64_t position, const std::string& bytes);
+void patchFile(const std::string& path, std::streamoff position, const std::string& bytes);
 
 } // namespace test
