@@ -1,6 +1,9 @@
 // A client of somebody else's: the example of the documents, built from what is installed.
-#include "tests/e2e/session.h"
+#include <gtest/gtest.h>
+
 #include "tests/support/card.h"
+#include "tests/support/process.h"
+#include "tools/tour/session.h"
 
 namespace test {
 namespace {
@@ -10,7 +13,7 @@ TEST(Client, BuiltFromWhatIsInstalledPlaysTheRecording) {
     Card(world).stream(1).from("12:00:00").pictures(45).gop(15).closed();
     const DaemonProcess daemon(world.root());
     EXPECT_EQ(runTool({TAVIRN_CLIENT}, world.root()), "45 pictures\n");
-    EXPECT_EQ(Viewer().status(), "error") << "its session has ended";
+    EXPECT_EQ(Session::status(), "error") << "its session has ended";
 }
 
 } // namespace

@@ -6,12 +6,14 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <regex>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include "platform/paths.h"
 #include "platform/paths_rooted.h"
-#include "tests/e2e/session.h"
+#include "tests/support/process.h"
 #include "tools/recording/recording_reader.h"
 
 namespace test {

@@ -1,28 +1,23 @@
 // The daemon's life as init and its neighbours see it, and clients that do not behave.
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
-#include <memory>
 #include <optional>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
-#include <thread>
 
 #include "platform/kw_com.h"
-#include "tests/e2e/session.h"
 #include "tests/support/card.h"
+#include "tests/support/process.h"
+#include "tools/client/control_client.h"
+#include "tools/tour/session.h"
 
 namespace test {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point begin) {
-    return std::chrono::duration<double>(Clock::now() - begin).count();
-}
 
 bool leftNothing(const World& world) {
     return !fileExists(world.root() + "/tmp/tavirn") && !fileExists(world.root() + "/var/run/tavirn.pid") &&
@@ -30,38 +25,24 @@ bool leftNothing(const World& world) {
            shmget(world.outputKey(), 0, 0) < 0 && semget(world.outputKey(), 0, 0) < 0;
 }
 
-/// A daemon in a world of its own, its viewer, and clients that stay connected.
+/// A daemon in a world of its own, a session with it, and a client that stays connected.
 struct Stand {
-    ~Stand() {
-        for (const int client : clients) close(client);
-    }
-    void connect(int count, size_t sent) {
+    ~Stand() { close(client); }
+    void connect(size_t sent) {
         const std::string bytes(sent, 'x');
-        for (; count > 0; --count) {
-            clients.push_back(s_create_client_socket());
-            EXPECT_GE(s_connect_serv(clients.back(), paths().controlSocket), 0);
-            EXPECT_GE(s_write_data(clients.back(), bytes.data(), static_cast<int>(sent)), 0);
-        }
+        EXPECT_GE(s_connect_serv(client, paths().controlSocket), 0);
+        EXPECT_GE(s_write_data(client, bytes.data(), static_cast<int>(sent)), 0);
     }
     void play(const std::string& scale, const std::string& status) {
-        EXPECT_EQ(viewer.open(), OpenAnswer::opened);
-        viewer.registerSession();
-        viewer.play("Scale", scale);
-        EXPECT_TRUE(eventually([&] { return viewer.status() == status; })) << viewer.status();
-    }
-    void openWithoutKeyFile() {
-        const std::string key = paths().ipcKey, threads = "/proc/" + std::to_string(daemon.pid()) + "/task";
-        std::filesystem::rename(key, key + ".away");
-        EXPECT_EQ(viewer.open(), OpenAnswer::opened);
-        EXPECT_TRUE(
-            eventually([&] { return std::distance(std::filesystem::directory_iterator(threads), {}) == 1; }));
-        std::filesystem::rename(key + ".away", key);
+        EXPECT_TRUE(session.open());
+        session.ask(RTSP_REQ_PLAY, "Scale", scale);
+        EXPECT_TRUE(eventually([&] { return Session::status() == status; })) << Session::status();
     }
 
     const World world;
     DaemonProcess daemon{world.root()};
-    Viewer viewer;
-    std::vector<int> clients;
+    Session session;
+    const int client = s_create_client_socket();
 };
 
 // A second of rest behind the accept or the read that a stop has ended, and the leave.
@@ -72,40 +53,28 @@ TEST(Life, StopsWithinASecondAndAHalfInEveryStateAndLeavesNothing) {
         std::function<void(Stand&)> reach;
     } rows[] = {
         {"idle", SIGTERM, [](Stand&) {}},
-        {"silent clients", SIGINT, [](Stand& stand) { stand.connect(2, 0); }},
-        {"half a request", SIGQUIT, [](Stand& stand) { stand.connect(1, sizeof(rtsp_request) / 2); }},
-        {"playing", SIGTERM, [](Stand& stand) { stand.play("1.0", "play"); }},
+        {"a silent client", SIGINT, [](Stand& stand) { stand.connect(0); }},
+        {"half a request", SIGQUIT, [](Stand& stand) { stand.connect(sizeof(rtsp_request) / 2); }},
+        {"playing", SIGQUIT, [](Stand& stand) { stand.play("1.0", "play"); }},
         {"fast", SIGTERM, [](Stand& stand) { stand.play("8.0", "play"); }},
         {"paused", SIGINT, [](Stand& stand) { stand.play("0", "pause"); }},
-        {"playing beside a silent client", SIGQUIT,
-         [](Stand& stand) {
-             stand.play("1.0", "play");
-             stand.connect(1, 0);
-         }},
-        {"opened without key file", SIGTERM, [](Stand& stand) { stand.openWithoutKeyFile(); }},
     };
-    std::vector<std::unique_ptr<Stand>> stands;
     for (const auto& row : rows) {
-        Stand& stand = *stands.emplace_back(std::make_unique<Stand>());
+        Stand stand;
         Card(stand.world).stream(1).from("12:00:00").pictures(3000).closed();
         ASSERT_TRUE(stand.daemon.serving());
         row.reach(stand);
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(stand.daemon.stop(row.signal), 0) << row.state;
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+        EXPECT_LT(took.count(), TAVIRN_SANITIZED ? 5.0 : 1.5) << row.state;
+        EXPECT_TRUE(leftNothing(stand.world)) << row.state;
     }
-    std::vector<std::thread> stops;
-    for (size_t i = 0; i < stands.size(); ++i) {
-        stops.emplace_back([&row = rows[i], &stand = *stands[i]] {
-            const auto begin = Clock::now();
-            EXPECT_EQ(stand.daemon.stop(row.signal), 0) << row.state;
-            EXPECT_LT(secondsSince(begin), TAVIRN_SANITIZED ? 5.0 : 1.5) << row.state;
-            EXPECT_TRUE(leftNothing(stand.world)) << row.state;
-        });
-    }
-    for (std::thread& stop : stops) stop.join();
 }
 
 TEST(Life, TheRootedDaemonSaysWhyItDoesNotServe) {
     const World world;
-    const std::string root = world.root(), pidFile = paths().pidFile;
+    const std::string root = world.root(), run = root + "/var/run", pidFile = paths().pidFile;
     std::optional<DaemonProcess> first;
     const auto startFirst = [&] {
         remove(pidFile.c_str());
@@ -132,10 +101,7 @@ TEST(Life, TheRootedDaemonSaysWhyItDoesNotServe) {
         {{}, startFirst, 5, "a daemon serves this world, process "},
         {{}, [&] { remove(pidFile.c_str()); }, 5, "a daemon serves this world, process "},
         {{}, endFirst, 1, "ReadOnly (No such file or directory); make it with tavirn-record"},
-        {{},
-         [&] { std::filesystem::remove_all(root + "/var/run"); },
-         1,
-         "cannot write to " + root + "/var/run"},
+        {{}, [&] { std::filesystem::remove_all(run); }, 1, "cannot write to " + run},
     };
     for (const auto& [options, spoil, code, says] : cases) {
         spoil();
@@ -155,7 +121,7 @@ TEST(Life, AKilledOnesLeftoversAreTakenOverAndOneThatIsLeavingIsWaitedFor) {
     EXPECT_EQ(killed.stop(SIGKILL), 128 + SIGKILL);
     EXPECT_TRUE(fileExists(paths().controlSocket));
     DaemonProcess leaving(world.root());
-    EXPECT_EQ(Viewer().status(), "error");
+    EXPECT_EQ(Session::status(), "error");
     kill(leaving.pid(), SIGTERM);
     Process next({TAVIRN_ROOTED, "--foreground"}, world.root());
     EXPECT_EQ(leaving.stop(SIGTERM), 0);
@@ -165,23 +131,6 @@ TEST(Life, AKilledOnesLeftoversAreTakenOverAndOneThatIsLeavingIsWaitedFor) {
     EXPECT_EQ(next.wait(), 0);
     EXPECT_THAT(next.errors(), testing::HasSubstr("catch SIGINT|SIGTERM|SIGQUIT (2)"));
     EXPECT_TRUE(leftNothing(world));
-}
-
-// The longest that one client can hold the daemon: twenty seconds for its record, however it trickles, and
-// the second of rest behind it.
-TEST(Life, NoClientHoldsTheDaemonLongerThanTwentySeconds) {
-    Stand stand;
-    ASSERT_TRUE(stand.daemon.serving());
-    const auto begin = Clock::now();
-    stand.connect(1, 1);
-    Process asking = startTool(stand.world, "ctl --root @ status");
-    const auto isAnswered = [&] {
-        s_write_data(stand.clients[0], "x", 1);
-        return asking.wait(1) == 0;
-    };
-    EXPECT_TRUE(eventually(isAnswered, 30000)) << asking.errors();
-    EXPECT_GT(secondsSince(begin), 19.0);
-    EXPECT_LT(secondsSince(begin), 24.0);
 }
 
 } // namespace

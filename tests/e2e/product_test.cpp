@@ -1,7 +1,8 @@
 // The product itself: at its fixed paths, in a world that only this test sees, and how it was built.
+#include <gtest/gtest.h>
 #include <regex>
 
-#include "tests/e2e/session.h"
+#include "tests/support/process.h"
 
 namespace test {
 namespace {

@@ -8,7 +8,7 @@
 #include "platform/api_db.h"
 #include "platform/kw_com.h"
 #include "platform/output_words.h"
-#include "tests/e2e/session.h"
+#include "tests/e2e/start_tool.h"
 #include "tests/support/card.h"
 
 namespace test {
