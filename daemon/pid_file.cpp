@@ -64,11 +64,9 @@ int createPidFile() {
     }
     const pid_t pid = getpid();
     if (pid < 0) logAt(LOG_ERR, "getpid error(%m)");
-    const bool isWritten = dprintf(file, "%u\n", static_cast<unsigned>(pid)) > 0;
-    if (!isWritten) {
-        logAt(LOG_ERR, "fwrite error(%m)");
-        unlink(paths().pidFile); // what was written of it would keep every later start away
-    }
-    close(file);
-    return isWritten ? 0 : -6;
+    const bool isTaken = dprintf(file, "%u\n", static_cast<unsigned>(pid)) > 0;
+    if (close(file) == 0 && isTaken) return 0; // some file systems say only now that they are full
+    logAt(LOG_ERR, "fwrite error(%m)");
+    unlink(paths().pidFile); // what was written of it would keep every later start away
+    return -6;
 }

@@ -129,8 +129,8 @@ int RequestLoop::setUp() {
 }
 
 // Repeated set-ups walk down past streams that cannot be played, but a stream may become playable again:
-// after a while the search starts from the newest one. So it does once the clock was set back, since nobody
-// knows then how long the while is.
+// after a while the search starts from the newest one. So it does once the clock was set back behind the
+// hint, since nobody knows then how long the while is.
 void RequestLoop::forgetOldHint(timeval now) {
     timeval elapsed{};
     timersub(&now, &hintTime, &elapsed);

@@ -27,9 +27,9 @@ int setSignal();
 /// and logs nothing.
 void sigcatch(int signal);
 
-/// The socket that a stop signal shuts down, so that the accept in progress, and every later one, fails at
-/// once (one that still finds a client in the queue serves it first): a stop is noticed whichever thread
-/// handles it and wherever the loop stands. -1 = none.
+/// The socket that a stop signal shuts down, so that the wait for a client, and every later one, ends at once
+/// and the accept fails (one that still finds a client in the queue serves it first): a stop is noticed
+/// whichever thread handles it and wherever the loop stands. -1 = none.
 void setStopSocket(int listeningSocket);
 
 /// The connection that a request is being read from, -1 = none. A stop, also one that was caught before this

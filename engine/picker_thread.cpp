@@ -96,12 +96,14 @@ void CpickerThread::rest(timeval span) {
 void CpickerThread::pickerThread() {
     pthread_detach(pthread_self());
     MutexLock alive(m_threadMutex); // the engine may be gone as soon as this is released
+    m_watched = true;
     m_running.release();
 
     m_shm = {};
     if (shm_create(paths().ipcKey, static_cast<char>(kOutputMemoryProject), &m_shm, 1, kPictureBufferBytes,
                    kPictureBufferBytes, kOutputBlocks, 0) < 0) {
         logPlain(LOG_ERR, "shm_create error");
+        m_watched = false;
         return;
     }
     logAt(LOG_INFO, "%s: shm_id=%u sem_id=%u", "void CpickerThread::pickerThread()", m_shm.shmId,
@@ -110,12 +112,12 @@ void CpickerThread::pickerThread() {
     if (buffer == nullptr) {
         logPlain(LOG_ERR, "shm data malloc error");
         shm_destroy(&m_shm);
+        m_watched = false;
         return;
     }
 
     // The search for parameter sets has moved the position since the main thread's call.
     preGetData();
-    m_watched = true;
     while (m_loopFlag) pass(buffer);
 
     logAt(LOG_INFO, "m_loopFlag off");

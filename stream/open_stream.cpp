@@ -78,6 +78,7 @@ void OpenStream::copyTo(const PlaceRecords& out) const {
 // ---- opening ----
 
 int OpenStream::m_openChunk() {
+    ++m_openings;
     closeReaders();
     if (createReaders() == -1) return -1;
 

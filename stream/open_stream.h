@@ -35,8 +35,14 @@ public:
         DB_STREAM row;
         uint32_t offset;
         uint32_t pictures; ///< of a stream under recording, as it was followed
+        bool isOpen;       ///< false: only looked at
+        uint32_t openings; ///< until then
     };
-    Place place() const { return {m_video.db, m_video.offset, m_video.stH.pictures}; }
+    Place place() const {
+        return {m_video.db, m_video.offset, m_video.stH.pictures, m_video.readSt != nullptr, m_openings};
+    }
+    /// Whether any stream has been opened since, also in vain.
+    bool hasOpenedSince(const Place& place) const { return m_openings != place.openings; }
     /// Back on a stream left for a search, at the picture it was left at, if both are still there.
     void standAgainOn(const Place& place);
 
@@ -111,5 +117,6 @@ private:
 
     PB_VIDEO m_video;
     PB_STREAM_TIME m_topPts;
+    uint32_t m_openings = 0; ///< wraps
     ErrorFlags& m_errorFlags;
 };

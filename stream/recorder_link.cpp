@@ -69,9 +69,12 @@ int RecorderLink::reloadFinished(OpenStream& stream, RecordingIndex& index, uint
         return -1;
     }
     // The recorder moves on before it closes the row; until then this stream is neither growing nor finished.
-    if (row.status == DB_STATUS_RECORDING)
+    if (row.status == DB_STATUS_RECORDING) {
         stream.replaceRow(row);
-    else
-        stream.standAgainOn({row, stream.getOffset(), stream.pictures()});
+    } else {
+        OpenStream::Place place = stream.place();
+        place.row = row;
+        stream.standAgainOn(place);
+    }
     return 0;
 }

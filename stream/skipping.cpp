@@ -34,11 +34,13 @@ PB_STREAM_TIME CPbStreamVideo::m_skipOldest(const PlaceRecords& out) {
     }
     m_stream.replaceRow(oldest);
     if (m_updateRecStream() == -1) {
-        // A refresh that fails late has opened the oldest stream's areas already.
-        if (left.place.row.streamID == 0)
-            clear();
-        else
+        // A refresh that fails late has opened the oldest stream's areas by then.
+        if (left.place.isOpen && m_stream.hasOpenedSince(left.place)) {
             standAgainOn(left);
+        } else {
+            if (!left.place.isOpen) m_stream.clear();
+            m_stream.replaceRow(left.place.row);
+        }
         return {};
     }
     if (m_stream.m_openChunk() == -1 || m_stream.goTo(0) == -1) {

@@ -87,8 +87,8 @@ struct OpenedChunk {
 
 /// A thread's way to chunks. Keeps the one opened last, since following a recorder opens both areas anew for
 /// each picture: while the path leads to the same file, that costs a look at it. Kept until the thread ends,
-/// which is with the session at the latest. The process's first thread never ends, so it keeps nothing; it
-/// opens a chunk a few times a session.
+/// a moment after its session. The process's first thread never ends, so it keeps nothing; it opens a chunk a
+/// few times a session.
 class ChunkKeeper {
 public:
     /// May throw std::bad_alloc.
@@ -104,6 +104,11 @@ public:
         // moment.
         if (area.size == 1) m_sizeAskedBy = reader;
         return m_keeps ? m_kept : std::exchange(m_kept, {});
+    }
+
+    /// Another reader may come to stand where this one was.
+    void forget(const CZUVOChunkBase* reader) {
+        if (m_sizeAskedBy == reader) m_sizeAskedBy = nullptr;
     }
 
 private:
@@ -132,6 +137,7 @@ thread_local ChunkKeeper t_chunks;
 } // namespace
 
 CZUVOChunkBase::~CZUVOChunkBase() {
+    t_chunks.forget(this);
     closeChunkFile();
 }
 

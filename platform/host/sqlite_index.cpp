@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <iterator>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <optional>
@@ -90,33 +90,39 @@ DB_EVENT eventOf(const Rows& rows, long row) {
     return event;
 }
 
-/// The words that statements compare. SQLite does so in 64 bits, this side reads 32: a row with such a word
-/// beyond them would be found as one stream and opened as another, so it is damaged. Other cells wrap.
-bool isCompared(const char* column) {
-    static constexpr const char* kWords[] = {"streamID",  "eventID",   "recSize", "status", "extTrg",
-                                             "startDate", "startMSec", "endDate", "endMSec"};
-    return std::any_of(std::begin(kWords), std::end(kWords),
-                       [column](const char* word) { return sqlite3_stricmp(word, column) == 0; });
+constexpr sqlite3_int64 kWraps = -1;
+
+/// The highest value of a column that statements compare. SQLite does so in 64 bits, this side reads 32, of
+/// milliseconds 16: a cell outside them is read as the nearest value inside, so that the order stays the one
+/// it was found by, and no damaged row hides the others. Any other cell wraps.
+sqlite3_int64 highestOf(const char* column) {
+    const auto isAmong = [column](std::initializer_list<const char*> names) {
+        return std::any_of(names.begin(), names.end(),
+                           [column](const char* name) { return sqlite3_stricmp(name, column) == 0; });
+    };
+    if (isAmong({"streamID", "eventID", "recSize", "status", "extTrg", "startDate", "endDate"}))
+        return UINT32_MAX;
+    return isAmong({"startMSec", "endMSec"}) ? UINT16_MAX : kWraps;
 }
 
-/// Nothing when there are too many, or one is damaged.
+/// Nothing when there are too many.
 std::optional<Rows> allRows(sqlite3_stmt* statement) {
     Rows rows;
-    std::vector<bool> compared;
+    std::vector<sqlite3_int64> highest;
     const int columns = sqlite3_column_count(statement);
     for (int i = 0; i < columns; ++i) {
         const char* name = sqlite3_column_name(statement, i);
         if (name == nullptr) return std::nullopt; // out of memory
         rows.columns.emplace_back(name);
-        compared.push_back(isCompared(name));
+        highest.push_back(highestOf(name));
     }
     int step;
     while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
         if (rows.count() >= kMaxRows) return std::nullopt;
         for (int i = 0; i < columns; ++i) {
-            const sqlite3_int64 cell = sqlite3_column_int64(statement, i);
-            if (compared[static_cast<size_t>(i)] && (cell < 0 || cell > UINT32_MAX)) return std::nullopt;
-            rows.cells.push_back(cell);
+            const sqlite3_int64 cell = sqlite3_column_int64(statement, i),
+                                most = highest[static_cast<size_t>(i)];
+            rows.cells.push_back(most == kWraps ? cell : std::clamp<sqlite3_int64>(cell, 0, most));
         }
     }
     if (step != SQLITE_DONE) return std::nullopt;

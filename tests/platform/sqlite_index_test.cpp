@@ -53,7 +53,7 @@ TEST_F(SqliteIndex, FindsValuesByNameAndReadsEachAtItsWidth) {
     for (const auto& [r, c] : {std::pair{1L, 2L}, {0L, 14L}, {-1L, 0L}, {0L, -1L}})
         EXPECT_EQ(db.getValue(r, c), 0u);
     db.getStreamValue(0, &row);
-    EXPECT_TRUE(row.recSize == 12 && row.startDate == 3000000000 && row.startMSec == 1 &&
+    EXPECT_TRUE(row.recSize == 12 && row.startDate == 3000000000 && row.startMSec == 0xFFFF &&
                 row.frameSet == 0xFFFF);
     EXPECT_TRUE(row.inTrg == 2 && row.bitrateSet == 3 && row.chunkID == 4 && row.chunkSize == 5 &&
                 row.endDate == 6 && row.backOffset == 7);
@@ -67,14 +67,14 @@ TEST_F(SqliteIndex, FindsValuesByNameAndReadsEachAtItsWidth) {
     EXPECT_TRUE(event.endMSec == 0 && event.extTrg == 512);
 }
 
-TEST_F(SqliteIndex, TheOldestStreamIsTheEarliestWithDataOrUnderRecordingAndNoneWhenItsWordsAreDamaged) {
+TEST_F(SqliteIndex,
+       TheOldestStreamIsTheEarliestWithDataOrUnderRecordingAndWordsOutsideTheirRangeAreTheNearestInside) {
     run(kSchema);
     const std::pair<const char*, uint32_t> rows[] = {
         // id, recSize, startDate, startMSec, status; the oldest then
-        {"1, 0, 50, 0, 0", 0},          {"2, 9, 100, 500, 0", 2}, {"3, 9, 100, 20, 0", 3},
-        {"4, 0, 99, 999, 1", 4},        {"5, 9, -1, 0, 0", 0},    {"4294967301, 9, 10, 0, 0", 0},
-        {"-1, 9, 10, 0, 0", 0},         {"6, 9, 10, 0, 1e10", 0}, {"7, 9, 10, 4294967296, 0", 0},
-        {"8, 9, 10, 4294967295, 0", 8},
+        {"1, 0, 50, 0, 0", 0},     {"2, 9, 100, 500, 0", 2},       {"3, 9, 100, 20, 0", 3},
+        {"4, 0, 99, 999, 1", 4},   {"5, 9, -1, 0, 0", 5},          {"4294967301, 9, 10, 0, 0", 4294967295},
+        {"6, -1, 10, 0, 1e10", 6}, {"7, 9, 10, 4294967296, 0", 7},
     };
     for (const auto& [values, expected] : rows) {
         run("DELETE FROM STREAM WHERE streamID > 4 OR streamID < 0;"
