@@ -27,7 +27,7 @@ rtsp_request record(Input& input) {
     rtsp_request request{};
     request.type = static_cast<int32_t>(input.number());
     request.headerNum = static_cast<int32_t>(input.number());
-    for (int n = 0; n < headerCount(request) && !input.empty(); ++n) {
+    for (int n = 0; n < std::clamp(request.headerNum, 0, 64) && !input.empty(); ++n) {
         const uint8_t name = input.byte(), value = input.byte();
         auto& header = request.header[n];
         (name < std::size(kNames) ? kNames[name] : input.text(name % 65)).copy(header.name, 64);
