@@ -12,8 +12,7 @@
 namespace test {
 
 /// Starts a tool from a line as a person would type it: "ctl", "view", "record", or "pattern" for a small
-/// test pattern's recording. A "@" that begins a word is the world's directory, "_" a space, "''" an empty
-/// word.
+/// test pattern's recording. A "@" that begins a word is the world's directory, "_" a space.
 inline Process startTool(const World& world, const std::string& line) {
     std::istringstream typed(line);
     std::string tool, word;
@@ -21,7 +20,6 @@ inline Process startTool(const World& world, const std::string& line) {
     std::vector<std::string> words{tool == "ctl" ? TAVIRN_CTL : tool == "view" ? TAVIRN_VIEW : TAVIRN_RECORD};
     if (tool == "pattern") words.insert(words.end(), {"--test-pattern", "--size", "160x120"});
     while (typed >> word) {
-        if (word == "''") word.clear();
         std::replace(word.begin(), word.end(), '_', ' ');
         if (word.starts_with('@')) word.replace(0, 1, world.root());
         words.push_back(word);

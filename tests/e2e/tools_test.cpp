@@ -38,27 +38,18 @@ TEST(Tools, SayWhatIsWrong) {
         {"ctl", 2, "tavirn-ctl: name a command; see tavirn-ctl --help\n"},
         {"ctl begin", 2, "'begin' is no command; there are open, session, play, pause, status, fftime,"},
         {"ctl play --scale inf", 2, "--scale inf is no speed"},
-        {"ctl play --jump lately", 2, "--jump lately is no target"},
-        {"ctl --root '' list", 2, "name a directory"},
         {"ctl --root @/none list", 3, "cannot read the index @/none/tmp/DB.dat: No such file"},
         {"ctl list", 3, "it is no recording index"},
         {"ctl --wait 0.05 status", 3, "cannot reach the daemon at @/tmp/tavirn: No such file"},
         {"view -o @/none/out --wait 1000", 1, "cannot create @/none/out: No such file"},
-        {"view --root @/none", 3, "no key file @/none/tmp/shm9: no daemon's world"},
         {"view -o @/out", 3, "no session is open on @/tmp/shm9"},
         {"record", 2, "name a video file or give --test-pattern"},
-        {"pattern film", 2, "excludes"},
-        {"record --fps 25 film", 2, "requires --test-pattern"},
         {"record @/film", 1, "cannot read the video file"},
         {"record --test-pattern --size 62x64", 2, "--size 62x64 is no picture size"},
-        {"record --test-pattern --size 4096x4098", 2, "is no picture size"},
         {"record --test-pattern --size 65x64", 2, "is no picture size"},
-        {"record --test-pattern --size 64x64x", 2, "is no picture size"},
         {"pattern --start 2024-02-31_00:00:00", 2, "is no time from 1970"},
         {"record --test-pattern --size 4096x4096 --event 1:511", 2, "--event 1:511 is no alarm"},
-        {"record --test-pattern --size 64x64 --event 1:2048", 2, "is no alarm"},
         {"pattern --event -1", 2, "is no alarm"},
-        {"pattern --event 1:", 2, "is no alarm"},
         {"pattern --event 4 --duration 3 --split 2 --gap 1", 2, "end, 4 s by the clock"},
         {"pattern --duration 1", 1, "remove the file or name another place"},
     };
@@ -136,9 +127,7 @@ TEST(Tools, ViewWhatTheOptionsAskFor) {
     const struct {
         const char* options;
         std::string kept, says = "";
-        int code = 0;
     } cases[] = {
-        {"-o @/out --until-pause", first + other},
         {"-o @/out --until-pause --from-any --list @/list", other + first + other},
         {"-o @/out --pictures 1 --stats", first, "pictures         1\nbytes            18\n"},
         {"-o @/out --pictures 4 --duration 0.05 --json", first + other,
@@ -146,10 +135,10 @@ TEST(Tools, ViewWhatTheOptionsAskFor) {
          R"("lastStamp":9000,"stampIncrement":{"min":3000,"median":3000,"max":3000}})"},
         {"--until-pause", older, "PAUSE blocks     1\nmissed blocks    0\nruns             1\n"},
     };
-    for (const auto& [options, kept, says, code] : cases) {
+    for (const auto& [options, kept, says] : cases) {
         writeFile(world.root() + "/out", older);
         Process view = startTool(world, std::string("view --from-oldest ") + options);
-        EXPECT_EQ(view.wait(), code) << view.errors();
+        EXPECT_EQ(view.wait(), 0) << view.errors();
         EXPECT_EQ(readFile(world.root() + "/out"), kept) << options;
         EXPECT_THAT(view.output() + view.errors(), testing::HasSubstr(says));
     }
@@ -182,13 +171,9 @@ TEST(Tools, ReturnWithTheEffectOrSayWhyThereIsNone) {
         {"ctl play", 1, "has no number yet"},
         {"ctl teardown", 1, "not session 1"},
         {"ctl session 2", 0},
-        {"ctl session 3", 1, "another number is"},
         {"ctl play", 1, "session 1 has not taken it"},
-        {"ctl status", 1, "another session number is registered"},
         {"ctl play --session 2 --jump oldest", 0},
         {"ctl status --session 2", 0, "pause(sof)\n"},
-        {"ctl play --session 2", 0},
-        {"ctl status --session 2", 0, "play\n"},
         {"ctl play --session 2 --jump latest", 0},
         {"ctl status --session 2 --json", 0, "{\"status\":\"pause(eof)\"}\n"},
         {"ctl play --session 2 --scale -4", 0},

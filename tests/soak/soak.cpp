@@ -31,14 +31,16 @@ using Sample = std::map<std::string, long>;
 /// Pages of the libraries that are touched late, and what the C library keeps of freed picture buffers.
 constexpr long kRssToleranceKb = 512;
 
-Sample sampleOf(const std::string& process) {
-    Sample sample;
-    for (const auto& file : std::filesystem::directory_iterator(process + "/fd"))
-        sample["descriptors"] += !file.path().empty();
+long entriesOf(const std::string& directory) {
+    return std::distance(std::filesystem::directory_iterator(directory), {});
+}
+
+Sample sampleOf(pid_t daemon) {
+    const std::string process = "/proc/" + std::to_string(daemon);
+    waitUntil(seconds(5), [&] { return entriesOf(process + "/task") == 1; }); // the last session's has left
+    Sample sample{{"descriptors", entriesOf(process + "/fd")}, {"threads", entriesOf(process + "/task")}};
     // The status file's own count of memory is some hundred KB off, a processor's worth of pages each.
-    std::ifstream status(process + "/status"), memory(process + "/smaps_rollup"), maps(process + "/maps");
-    for (std::string word; status >> word;)
-        if (word == "Threads:") status >> sample["threads"];
+    std::ifstream memory(process + "/smaps_rollup"), maps(process + "/maps");
     for (std::string word; memory >> word;)
         if (word == "Rss:") memory >> sample["RSS, KB"];
     for (std::string word; maps >> word;) sample["IPC objects"] += word.starts_with("/SYSV");
@@ -61,6 +63,9 @@ public:
 
 private:
     size_t below(size_t limit) { return m_chance() % limit; }
+    void watch(Session& session, size_t belowMs) {
+        session.readUntil(milliseconds(below(belowMs)), [] { return false; });
+    }
 
     void session() {
         Session session;
@@ -74,10 +79,10 @@ private:
             if (Session::status().empty()) throw Failure(kFailed, "the status is none that there is");
             if (below(200) == 0) {
                 Child viewer({TAVIRN_VIEW, "--wait", "1"}, "/dev/null");
-                session.readUntil(milliseconds(below(100)), [] { return false; });
+                watch(session, 100);
                 kill(viewer.pid(), SIGKILL);
             }
-            session.readUntil(milliseconds(below(10) == 0 ? below(1000) : below(40)), [] { return false; });
+            watch(session, below(10) == 0 ? 1000 : 40);
         }
         pictures += session.pictures().size();
         if (below(4) != 0) session.ask(RTSP_REQ_TEARDOWN);
@@ -88,9 +93,10 @@ private:
         sqlite3* index = nullptr;
         sqlite3_open(paths().index, &index);
         sqlite3_busy_timeout(index, 5000);
-        const char* old = "DELETE FROM STREAM WHERE status <> 1 AND streamID NOT IN "
-                          "(SELECT streamID FROM STREAM ORDER BY streamID DESC LIMIT 4)";
-        sqlite3_exec(index, old, nullptr, nullptr, nullptr);
+        sqlite3_exec(index,
+                     "DELETE FROM STREAM WHERE status <> 1 AND "
+                     "streamID + 4 <= (SELECT MAX(streamID) FROM STREAM)",
+                     nullptr, nullptr, nullptr);
         sqlite3_close(index);
     }
 
@@ -106,21 +112,16 @@ int soak(int span, unsigned seed) {
                    world.root() + "/live");
     Child daemon({TAVIRN_ROOTED, "--foreground"}, "/dev/null");
     awaitService(daemon);
-    std::printf("soaking for %d minutes, seed %u\n", span, seed);
-    std::fflush(stdout);
+    std::fprintf(stderr, "soaking for %d minutes, seed %u\n", span, seed);
     Soak soak(seed);
     const auto begin = steady_clock::now();
     soak.run(begin + std::min<seconds>(minutes(1), minutes(span) / 4));
-    const std::string process = "/proc/" + std::to_string(daemon.pid());
-    const auto settled = [&] { return sampleOf(process)["threads"] == 1; }; // the last session's has left
-    waitUntil(seconds(5), settled);
-    Sample before = sampleOf(process);
+    Sample before = sampleOf(daemon.pid());
     soak.run(begin + minutes(span));
-    waitUntil(seconds(5), settled);
     std::printf("%zu requests in %zu sessions, %zu pictures seen\n", soak.requests, soak.sessions,
                 soak.pictures);
     std::string grown;
-    for (const auto& [what, count] : sampleOf(process)) {
+    for (const auto& [what, count] : sampleOf(daemon.pid())) {
         std::printf("%-12s %6ld, then %6ld\n", what.c_str(), before[what], count);
         if (count > before[what] + (what == "RSS, KB" ? kRssToleranceKb : 0)) grown = what;
     }

@@ -29,7 +29,6 @@ TEST(H264, PutsParameterSetsAndSeiInFrontOfIPicturesOnly) {
     const std::pair<std::string, std::string> cases[] = {
         {k3 + kSps + k3 + kPps + k3 + kSei + k3 + kIdr, sets + k4 + kSei + k4 + kIdr},
         {k4 + kAud + sets + "\0\0"s + k4 + kIdr + "\0"s, sets + own + k4 + kIdr},
-        {k4 + kSei + sets + k4 + kIdr, sets + k4 + kSei + k4 + kIdr},
         {sets + k4 + kIdr + k3 + kIdr, sets + own + k4 + kIdr + k4 + kIdr},
         {k4 + kAud + k3 + kSei + k3 + kSlice, k4 + kSei + k4 + kSlice},
     };
@@ -52,11 +51,7 @@ TEST(CopyCheck, LetsPassWhatOpensASessionAndPlaysInAnyMode) {
         {'L', std::string(kMaxPictureBytes - 159, 'x')},
     };
     const std::string other(119, 'P');
-    const struct {
-        std::string kinds;
-        uint32_t gop;
-        const char* reason;
-    } cases[] = {
+    const std::tuple<std::string, uint32_t, const char*> cases[] = {
         {"IlPII", 3, ""},
         {"I" + other + "I", 120, ""},
         {"I" + other + "PI", 121, "more than 120 pictures pass"},
@@ -73,8 +68,7 @@ TEST(CopyCheck, LetsPassWhatOpensASessionAndPlaysInAnyMode) {
         uint64_t ms = 0;
         for (const char kind : kinds)
             if (!check.look({pictures.at(kind), ms += kind != '='})) break;
-        EXPECT_EQ(check.reason().empty(), *reason == '\0') << kinds;
-        EXPECT_THAT(check.reason(), testing::HasSubstr(reason));
+        EXPECT_THAT(check.reason(), testing::ContainsRegex(*reason ? reason : "^$")) << kinds;
         EXPECT_EQ(check.gop(), gop) << kinds;
     }
 }
@@ -105,12 +99,10 @@ TEST(RecordingWriter, WritesATinyStreamToTheLetter) {
     };
     RecordingWriter& writer = card.writer();
     writer.beginStream(stream(7, 2));
-    EXPECT_EQ(readFile(card.chunkPath(7)).size(), 4096u);
     headersAre(words({0xFFFFFFFF, 7, 4064, 0, 0, 0, 30, 0x10030000})); // size not known yet
     DB_STREAM row = card.row(7);
     EXPECT_EQ(uint64_t{row.startDate} * 1000 + row.startMSec, atMs("12:00:00.980"));
     EXPECT_EQ(row.status, DB_STATUS_RECORDING);
-    EXPECT_EQ(row.chunkSize + row.recSize, 0u);
 
     const std::string first = "some bytes of a picture, round the end";
     EXPECT_TRUE(writer.addPicture({first, 1000250, true}));
