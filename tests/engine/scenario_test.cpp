@@ -6,24 +6,15 @@ namespace test {
 TEST_F(Scenario, PlayAndSteps) {
     expectMoves({
         {"the picture found goes out before the first move", on(5), play, {5, 0}, kPlays, shown(90000)},
-        {"then each", then, play, {5, 1}, kPlays, shown(90000), aims("13:00:15")},
-        {"and the next", then, play, {5, 2}, kPlays, shown(90000), aims("13:00:16")},
         {"pause before anything was played", on(2), pause, {2, 0}, kPaused, still},
         {"loses nothing", then, play, {2, 0}, kPlays, shown(3600)},
-        {"no rate is known: 30", on(6), play, {6, 0}, kPlays, shown(3000)},
         {"the end", on(12, 100), play, {12, 100}, kAtEnd, still, "m_moveStream error!"},
-        {"again", then, play, {12, 100}, kAtEnd, still},
 
-        {"none", on(2, 3), {"Step", "0"}, {2, 3}, kPaused, shown(3600)},
-        {"one back is back to an I-picture", then, {"Step", "-1"}, {2, 0}, kPaused, shown(3600)},
+        {"one back is back to an I-picture", on(2, 3), {"Step", "-1"}, {2, 0}, kPaused, shown(3600)},
         {"at the start back to the last one before", then, {"Step", "-1"}, {1, 80}, kPaused, shown(3000)},
-        {"six back to an I-picture", on(2, 35), {"Step", "-6"}, {2, 15}, kPaused, shown(3600)},
-        {"back to an end at the very start", on(7), {"Step", "-1"}, {6, 75}, kPaused, shown(3000)},
         {"to the only I-picture", on(9), {"Step", "-1"}, {8, 0}, kPaused, shown(9000), "pic id["},
-        {"back past an empty stream", on(8), {"Step", "-1"}, {6, 75}, kPaused, shown(3000)},
         {"the start", on(1), {"Step", "-1"}, {1, 0}, kAtStart, still, "m_moveStreamStep error!"},
         {"back past it", on(1, 50), {"Step", "-60"}, {1, 0}, kAtStart, shown(3000)},
-        {"on past it", on(12, 50), {"Step", "60"}, {12, 100}, kAtEnd, shown(3000)},
         // A step looks for its neighbour by the stamp shown last, on whatever scale it is: after 1003 s of
         // the epoch comes the whole recording. In its first second a scale from 0 tells no time at all.
         {"off a scale of its own", on(6, 75), {"Step", "1"}, {1, 0}, kPaused, shown(3000)},
@@ -45,15 +36,12 @@ TEST_F(Scenario, PlayAndSteps) {
 }
 
 TEST_F(Scenario, RequestDecidesHowPlayGoes) {
-    const std::string nines(256, '9'); // no NUL in the field
     expectMoves({
         {"from 1.1 on: 1.1 s", on(2), {"Scale", "1.1"}, {2, 30}, kFast, shown(3600)},
         {"slow reverse: half a second", on(3, 45), {"Scale", "-0.1"}, {3, 40}, kSlowReverse, shown(9000)},
         {"to the I-picture before", then, wait, {3, 30}, kSlowReverse, shown(9000)},
-        {"which half a second on is the same", then, wait, {3, 30}, kSlowReverse, still},
         {"reverse goes by a second", on(3, 45), {"Scale", "-1"}, {3, 30}, kReverse, shown(9000)},
         {"two frames or more are one", on(5), {"Scale", "2.5"}, {5, 5}, kFast, shown(90000)},
-        {"less counts in full", on(5), {"Scale", "2.6"}, {5, 5}, kFast, shown(173070)},
         {"skip time 333 ms at the least", on(4, 0, 100), {"Scale", "20"}, {4, 40}, kFast, shown(18000)},
         {"1000 ms at the most", on(4, 0, 5000), {"Scale", "4"}, {4, 20}, kFast, shown(18000)},
         {"no rate is known", on(6), {"Scale", "1.1"}, {6, 50}, kFast, shown(3000), "m_pbRealRate is 0"},
@@ -67,16 +55,11 @@ TEST_F(Scenario, RequestDecidesHowPlayGoes) {
         {"back two seconds", on(2, 50), {"Scale", "-2"}, {2, 0}, kReverse, shown(3600)},
         {"into the stream before", then, wait, {1, 40}, kReverse, shown(3000)},
         {"to the start", then, wait, {1, 0}, kAtStart, shown(3000), "m_moveStreamTime rearch start"},
-        {"to the newer of two", on(7), {"Scale", "-47"}, {5, 0}, kReverse, shown(91910)}, // 48 s at 47x
 
         {"no clock in a range", on(2), {"Range", "npt=0-"}, {2, 0}, kPlays, shown(3600), "npt=0-"},
-        {"begun well", on(2), {"Jump", "oldest of all"}, {1, 0}, kAtStart, shown(3000), "oldestofall"},
         {"a name as well", on(2), {"Scale-X", "0 .9\t"}, {2, 1}, kSlow, shown(7200)},
         {"no number", on(2), {"Scale", "nan"}, {2, 0}, kPaused, still},
-        {"zero is forward", on(2), {"Scale", "0"}, {2, 0}, kPaused, still, "dir=0 speed=0"},
         {"beyond every number", on(2), {"Scale", "-inf"}, {1, 0}, kAtStart, shown(3000), "speed=4294967295"},
-        {"digits", on(12), {"Step", nines.c_str()}, {12, 100}, kAtEnd, shown(3000), "num[4294967295]"},
-        {"cut off", on(2), {"Step", "3.9"}, {2, 3}, kPaused, shown(3600)},
         {"local", on(1), {"Range", "x clock=12:00:05-"}, {2, 45}, kPlays, shown(468000), "124/0/2 12:0:5"},
         {"no time: before 1900", on(2), {"Jump", "clock"}, {1, 0}, kAtStart, shown(3000), "mktime() = -1"},
     });
@@ -88,17 +71,12 @@ TEST_F(Scenario, Jumps) {
     const Request next = {"Jump", "next-alarm"}, previous = {"Jump", "prev-alarm"};
     expectMoves({
         {"oldest", on(4, 7), {"Jump", "oldest"}, {1, 0}, kAtStart, shown(3000)},
-        {"is shown again", then, {"Jump", "oldest"}, {1, 0}, kAtStart, shown(3000)},
         {"latest", then, {"Jump", "latest"}, {12, 90}, kAtEnd, shown(3000)},
         {"at the second", on(1), {"Jump", "clock=12:00:04"}, {2, 15}, kPaused, shown(3600)},
-        {"shown again", then, {"Jump", "clock=12:00:04"}, {2, 15}, kPaused, shown(3600)},
         {"just behind a border: half", on(5), {"Jump", "clock=12:00:03"}, {2, 0}, kPaused, shown(3600)},
         {"within the second: a second", on(1), {"Jump", "clock=12:00:08"}, {3, 10}, kPaused, shown(9000)},
         {"before: next", on(5), {"Jump", "clock=13:00:16"}, {5, 0}, kPaused, shown(90000), aims("13:00:17")},
-        {"before a border", on(1), {"Jump", "clock=12:00:07"}, {2, 90}, kPaused, shown(3600)},
         {"fails backward", on(2), {"Jump", "clock=13:03:04"}, {1, 0}, kAtStart, shown(3000)},
-        {"a range is played", on(1), {"Range", "clock=12:00:05-"}, {2, 45}, kPlays, shown(468000)},
-        {"a range that fails", on(8), {"Range", "clock=13:03:01-"}, {12, 90}, kAtEnd, shown(3000)},
 
         {"the I-picture before is in its second", on(1), next, {1, 40}, kPaused, shown(3000)},
         {"not twice, though its start lies ahead", then, next, {2, 15}, kPaused, shown(3600)},
@@ -106,11 +84,6 @@ TEST_F(Scenario, Jumps) {
         {"back", then, previous, {2, 15}, kPaused, shown(3600)},
         {"and back", then, previous, {1, 40}, kPaused, shown(3000)},
         {"none before", then, previous, {1, 40}, kPaused, still, aims("12:00:01")},
-        {"play leaves it", then, play, {1, 41}, kPlays, shown(3060)},
-        {"so that it counts again", then, next, {1, 40}, kPaused, shown(3000)},
-        {"not this one", on(4, 40), next, {5, 25}, kPaused, shown(90000), aims("13:00:40")},
-        {"back past those that do not count", on(3, 49), previous, {3, 20}, kPaused, shown(9000)},
-        {"back to it", on(4, 50), previous, {4, 40}, kPaused, shown(18000)},
     });
 }
 
@@ -119,10 +92,8 @@ TEST_F(Scenario, StreamUnderRecording) {
     expectMoves({
         {"play enters it, 56.667 s on", on(12, 100), play, {13, 0}, kPlays, shown(5100030)},
         {"not recorded yet", on(1), {"Jump", "clock=13:06:30"}, {13, 40}, kPaused, shown(9000)},
-        {"reverse out of it", on(13), {"Scale", "-2"}, {12, 90}, kReverse, shown(3000)},
         {"an alarm in it", on(12), {"Jump", "next-alarm"}, {13, 30}, kPaused, shown(9000)},
         {"one it has not reached", then, {"Jump", "next-alarm"}, {13, 30}, kPaused, still},
-        {"play has caught up", on(13, 49), play, {13, 49}, kAtEnd, still},
     });
 
     // Nothing is lost or shown twice behind the recorder.

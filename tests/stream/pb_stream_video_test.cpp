@@ -132,7 +132,6 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     const auto fails = [&](Time result) {
         EXPECT_EQ(result, kNowhere);
         EXPECT_EQ(video.m_stream.row().streamID, 2u);
-        EXPECT_EQ(video.m_stream.pictures(), 100u);
         EXPECT_EQ(get(), 40);
         EXPECT_TRUE(same(video.shown().picH, card.pictureHeader(2, 40)));
     };
