@@ -28,7 +28,8 @@ while [ -e /var/run/tavirn.pid ] || [ -e /tmp/tavirn ]; do sleep 0.1; done
 
 TEST(Product, PlaysAtItsFixedPaths) {
     const World world;
-    const std::string inPrivate = "exec env -u TAVIRN_ROOT unshare --mount --ipc --pid --fork --kill-child ";
+    const std::string inPrivate =
+        "exec env -u TAVIRN_ROOT unshare --mount --ipc --pid --mount-proc --kill-child ";
     Process trial({"/bin/sh", "-c", inPrivate + "mount -t tmpfs none /mnt"}, world.root());
     if (trial.wait() != 0) GTEST_SKIP() << "skipped: no private namespaces here: " << trial.errors();
     Process session({"/bin/sh", "-c", inPrivate + "sh -euc \"$0\" sh \"$@\"", kSession,
