@@ -68,17 +68,16 @@ void record(const Medium& medium) {
     const World world;
     const std::string file = world.root() + "/source", copy = world.root() + "/played.h264";
     gst(medium.source + " ! filesink location=" + file, world);
-    const std::vector<double> source =
-        medium.fate == refused ? std::vector<double>() : shownTimes(file, world);
     Process recorder({"/bin/sh", "-c", medium.how + " --json", file, TAVIRN_RECORD}, world.root());
     ASSERT_EQ(recorder.wait(), medium.fate == refused ? 1 : 0) << recorder.errors();
     EXPECT_THAT(recorder.errors() + recorder.output(), testing::HasSubstr(medium.says));
     const std::vector<RecordedPicture> recorded = readRecording(paths().index, paths().card);
     ASSERT_EQ(recorded.empty(), medium.fate == refused);
     if (medium.fate == refused) return;
-    EXPECT_THAT(recorder.output(),
-                testing::HasSubstr(medium.fate == copied ? R"("copied":true)" : R"("copied":false)"));
+    const char* told = medium.fate == copied ? R"("copied":true)" : R"("copied":false)";
+    EXPECT_THAT(recorder.output(), testing::HasSubstr(told));
 
+    const std::vector<double> source = shownTimes(file, world);
     const DaemonProcess daemon(world.root());
     EXPECT_TRUE(Session().open());
     std::string played;

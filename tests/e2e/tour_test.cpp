@@ -1,6 +1,4 @@
 // The main road: the tour that scripts/demo shows, run to its end, and the judge that it trusts.
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 
 #include "tests/support/process.h"
@@ -22,28 +20,6 @@ TEST(Tour, PlaysWhatWasRecordedInEveryWayThereIs) {
           "4 I-pictures: 6 (gap), 2, 2, 2 s back\n", "none left out, half speed\n", "left behind: nothing\n",
           "missed by the viewer: 0;"})
         EXPECT_THAT(tour.output(), HasSubstr(line));
-}
-
-TEST(Tour, LeavesNothingWhenItIsToldToEnd) {
-    const World world;
-    const std::string directory = world.root() + "/t"; // short: a socket lies below
-    std::filesystem::create_directory(directory);
-    Process tour({"/usr/bin/env", "-u", "TAVIRN_ROOT", "TMPDIR=" + directory,
-                  runnable(TAVIRN_TOUR, world.root()), "--size", "320x240", "--daemon",
-                  runnable(TAVIRN_ROOTED, world.root()), "--recorder", TAVIRN_RECORD},
-                 world.root());
-    pid_t daemon = 0;
-    const auto serves = [&] {
-        for (const auto& place : std::filesystem::directory_iterator(directory))
-            std::ifstream(place.path() / "var/run/tavirn.pid") >> daemon;
-        return daemon > 1;
-    };
-    ASSERT_TRUE(eventually(serves, 60000)) << tour.errors();
-    tour.signal(SIGTERM);
-    EXPECT_EQ(tour.wait(), 1);
-    EXPECT_EQ(tour.errors(), "tavirn-tour: interrupted\n");
-    EXPECT_NE(kill(daemon, 0), 0);
-    EXPECT_TRUE(std::filesystem::is_empty(directory));
 }
 
 /// Two streams of six pictures a second apart, an I-picture first and fourth; ten seconds between them.

@@ -47,9 +47,9 @@ Sample sampleOf(pid_t daemon) {
     return sample;
 }
 
-class Soak {
-public:
-    explicit Soak(unsigned seed) : m_chance(seed) {}
+struct Soak {
+    std::mt19937 chance;
+    size_t sessions = 0, requests = 0, pictures = 0;
 
     void run(steady_clock::time_point until) {
         do {
@@ -59,10 +59,7 @@ public:
         exchange(paths().controlSocket, ControlRequest(RTSP_REQ_TEARDOWN).record);
     }
 
-    size_t sessions = 0, requests = 0, pictures = 0;
-
-private:
-    size_t below(size_t limit) { return m_chance() % limit; }
+    size_t below(size_t limit) { return chance() % limit; }
     void watch(Session& session, size_t belowMs) {
         session.readUntil(milliseconds(below(belowMs)), [] { return false; });
     }
@@ -93,14 +90,11 @@ private:
         sqlite3* index = nullptr;
         sqlite3_open(paths().index, &index);
         sqlite3_busy_timeout(index, 5000);
-        sqlite3_exec(index,
-                     "DELETE FROM STREAM WHERE status <> 1 AND "
-                     "streamID + 4 <= (SELECT MAX(streamID) FROM STREAM)",
-                     nullptr, nullptr, nullptr);
+        const char* old = "DELETE FROM STREAM WHERE status <> 1 AND "
+                          "streamID + 4 <= (SELECT MAX(streamID) FROM STREAM)";
+        sqlite3_exec(index, old, nullptr, nullptr, nullptr);
         sqlite3_close(index);
     }
-
-    std::mt19937 m_chance;
 };
 
 int soak(int span, unsigned seed) {
@@ -113,7 +107,7 @@ int soak(int span, unsigned seed) {
     Child daemon({TAVIRN_ROOTED, "--foreground"}, "/dev/null");
     awaitService(daemon);
     std::fprintf(stderr, "soaking for %d minutes, seed %u\n", span, seed);
-    Soak soak(seed);
+    Soak soak{std::mt19937(seed)};
     const auto begin = steady_clock::now();
     soak.run(begin + std::min<seconds>(minutes(1), minutes(span) / 4));
     Sample before = sampleOf(daemon.pid());
