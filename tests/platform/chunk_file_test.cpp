@@ -47,7 +47,7 @@ TEST_F(ChunkFile, ReadsRoundTheRingAndNeverMoreThanOnce) {
     for (const long position : {-1L, 10L, 1L << 30}) EXPECT_EQ(chunk.seekEvent(position, 0), -1) << position;
     EXPECT_EQ(read(1), "7") << "a refused seek moves nothing";
 
-    for (const uintmax_t left : {9, 1}) {
+    for (const uintmax_t left : {9u, 1u}) {
         fs::resize_file(path, left);
         EXPECT_EQ(read(10), "-") << "shrunk to " << left << " under the reader";
     }
