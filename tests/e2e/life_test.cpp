@@ -133,5 +133,20 @@ TEST(Life, AKilledOnesLeftoversAreTakenOverAndOneThatIsLeavingIsWaitedFor) {
     EXPECT_TRUE(leftNothing(world));
 }
 
+// The longest that one client can hold the daemon: twenty seconds for its record, however it trickles, and
+// the second of rest behind it.
+TEST(Life, NoClientHoldsTheDaemonLongerThanTwentySeconds) {
+    Stand stand;
+    ASSERT_TRUE(stand.daemon.serving());
+    stand.connect(1);
+    Process asking({TAVIRN_CTL, "status"}, stand.world.root());
+    const auto isAnswered = [&] {
+        s_write_data(stand.client, "x", 1);
+        return asking.wait(1) == 0;
+    };
+    EXPECT_FALSE(eventually(isAnswered, 2000));
+    EXPECT_TRUE(eventually(isAnswered, 12000)) << asking.errors(); // each look takes twice its time
+}
+
 } // namespace
 } // namespace test
