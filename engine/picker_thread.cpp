@@ -13,6 +13,10 @@
 
 namespace {
 
+/// Plenty for SQLite and a request's record. The usual eight megabytes do not fit where a process may have
+/// little more than that of address space.
+constexpr size_t kStackBytes = 512 * 1024;
+
 rtsp_request teardownRequest(uint32_t sessionId) {
     rtsp_request request{};
     request.type = RTSP_REQ_TEARDOWN;
@@ -56,6 +60,7 @@ void CpickerThread::launch() {
     m_keepAlive.begin(m_wakeTime);
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kStackBytes);
     pthread_t thread;
     const int result = pthread_create(&thread, &attributes, runPickerThread, this);
     pthread_attr_destroy(&attributes);
