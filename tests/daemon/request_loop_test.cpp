@@ -1,6 +1,6 @@
 // The requests' meaning: with the real engine, on a clock that the test moves, and without the loop round it.
+#include <chrono>
 #include <csignal>
-#include <poll.h>
 #include <thread>
 
 #include "daemon/signals.h"
@@ -54,7 +54,8 @@ struct RequestLoopTest : SessionTest {
     /// Time passes only as the playback thread sleeps, so that nothing is over before it is seen; by what it
     /// sleeps, or more.
     template <class Condition> void waitUntil(Condition holds, long seconds = 0) {
-        for (int looks = 0; looks < 100'000; ++looks) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < end) {
             if (holds()) return;
             if (const auto sleeps = simulated::takeSleeps(); !sleeps.empty()) {
                 lastSleep = sleeps.back();
@@ -64,11 +65,6 @@ struct RequestLoopTest : SessionTest {
             }
         }
         ADD_FAILURE() << "has not come about";
-    }
-    /// Whether somebody waits to be accepted.
-    bool isKnocking() const {
-        pollfd knock{listening, POLLIN, 0};
-        return poll(&knock, 1, 0) == 1;
     }
 
     LogRecorder log;
@@ -126,24 +122,26 @@ TEST_F(RequestLoopTest, OpensTheNewestRecordedStreamElseTheOneBeingRecorded) {
     card.stream(12).from("12:01:00").pictures(30).gop(10).closed();
     card.stream(13).from("12:02:00").pictures(30).gop(10).recording();
     card.sql("UPDATE STREAM SET recSize = 0 WHERE streamID = 13");
-    const auto withCard = [&](char detect, char readOnly, const Row& row) {
+    const std::tuple<char, char, Row> cards[] = {// an empty file for NUL
+                                                 {'1', '1', fails(6)},
+                                                 {'\0', '0', fails(4)},
+                                                 {'0', '\0', fails(4)},
+                                                 {'0', '1', opens("12")}};
+    for (const auto& [detect, readOnly, row] : cards) {
         world.setCardState(detect, readOnly);
         serve({row});
-    };
-    withCard('1', '1', fails(6));
-    withCard('\0', '0', fails(4)); // an empty file
-    withCard('0', '\0', fails(4));
-    withCard('0', '1', opens("12"));
+    }
     serve({{RTSP_REQ_STATUS, "", "pause"}, ends, {RTSP_REQ_STATUS, "", "init"}});
     card.sql("UPDATE STREAM SET recSize = 0");
-    const auto whileRecorded = [&](uint32_t id, uint32_t pictures, const Row& row) {
+    const std::tuple<uint32_t, uint32_t, Row> recorded[] = {// stream 14 is not in the index
+                                                            {0, 30, nothing},
+                                                            {13, 0, nothing},
+                                                            {14, 30, nothing},
+                                                            {13, 30, opens("13")}};
+    for (const auto& [id, pictures, row] : recorded) {
         *status.m_status = {.recStreamID = id, .recPictures = pictures, .unused = {}, .pbActive = 0};
         serve({row});
-    };
-    whileRecorded(0, 30, nothing);
-    whileRecorded(13, 0, nothing);
-    whileRecorded(14, 30, nothing); // not in the index
-    whileRecorded(13, 30, opens("13"));
+    }
     writeFile(paths().index, "no database");
     serve({ends, fails(1)});
 }
@@ -182,18 +180,18 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     Card(world).stream(1).from("12:00:00").pictures(30).gop(10).closed();
     const Row opens{RTSP_REQ_OPEN, "", parameterSets()};
     serve({opens, {RTSP_REQ_SESSION, "77"}});
+    rtsp_request notice{};
+    int connection = -1;
     for (const int32_t type : {RTSP_REQ_PLAY, RTSP_REQ_PAUSE, RTSP_REQ_STATUS, RTSP_REQ_FFTIME}) {
         for (int i = 0; i < 4; ++i) {
             const time_t then = simulated::now().tv_sec + 20;
             waitUntil([&] { return simulated::now().tv_sec >= then; }, 10);
             ask(type, "77");
         }
-        EXPECT_FALSE(isKnocking()) << type << " keeps the session alive";
+        EXPECT_EQ(recv_rtsp_request(listening, &notice), -1) << type << " keeps the session alive";
     }
     const timeval begin = simulated::now();
-    waitUntil([&] { return isKnocking(); }, 10);
-    rtsp_request notice{};
-    const int connection = recv_rtsp_request(listening, &notice);
+    waitUntil([&] { return (connection = recv_rtsp_request(listening, &notice)) >= 0; }, 10);
     EXPECT_EQ(rtsp_session_id(&notice), 77u) << "of the last keep-alive";
     EXPECT_GE(simulated::now().tv_sec - begin.tv_sec, 61);
     loop.handle(notice, connection);

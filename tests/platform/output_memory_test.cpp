@@ -14,6 +14,7 @@
 #include "platform/kw_com.h"
 #include "platform/output_layout.h"
 #include "platform/output_reader.h"
+#include "platform/output_words.h"
 #include "platform/paths.h"
 #include "tests/support/worked_example.h"
 #include "tests/support/world.h"
@@ -52,7 +53,7 @@ TEST_F(OutputMemory, LiesInTheSegmentAsTheLayoutSaysAndTakesNothingElse) {
     EXPECT_EQ(shmget(world.outputKey(), 0, 0) + semget(world.outputKey(), 0, 0), -2) << "nothing left behind";
     EXPECT_TRUE(!attach() && errno == ENOENT);
     ASSERT_EQ(create(16, 3), 0);
-    EXPECT_TRUE(write("PAUSE", 90) == 0 && write("0123456789ab", 3090) == 0);
+    EXPECT_TRUE(write(std::string(kPauseBlock), 90) == 0 && write("0123456789ab", 3090) == 0);
     EXPECT_TRUE(write("") < 0 && write("0123456789abcdefg") < 0);
     const auto* const base = bytes();
     EXPECT_EQ(std::string(base, 144), test::exampleBytes("output-memory.md", "output-memory", 144));
