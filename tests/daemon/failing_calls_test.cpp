@@ -24,6 +24,7 @@ struct FailingCalls : SessionTest {
         EXPECT_TRUE(play(kUntilItPlays) == kWell) << "with nothing failing";
         before = openFiles();
     }
+    ~FailingCalls() override { simulated::resume(); }
 
     /// A session from open to teardown. Time passes as its thread sleeps, if there is one.
     Seen play(int looksAtMost) {
