@@ -56,8 +56,8 @@ int createPidFile() {
     if (existing >= 0)
         if (const int result = removeStaleFile(existing); result != 0) return result;
 
-    // A link somebody put in its place must not lead the write elsewhere.
-    const int file = open(paths().pidFile, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
+    // Made anew: of two starts at once one has it, and a link somebody put there leads the write nowhere.
+    const int file = open(paths().pidFile, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (file < 0) {
         logAt(LOG_ERR, "fopen error(%m)");
         return -6;

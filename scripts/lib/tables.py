@@ -82,21 +82,14 @@ class Bench:
     def questions(self):
         return dict.fromkeys(name.split("/")[1] for name in self.all if name.startswith("index/"))
 
-    def asked(self, question, size, keys, cache="warm"):
-        f = self.of(f"index/{question}/{size}/{keys}/{cache}")
-        if not f:
-            return None
+    def asked(self, question, size, keys):
+        f = self.of(f"index/{question}/{size}/{keys}/warm")
         failed = f" ({f['failed']:.0f} of {f['iterations']} gave up)" if f["failed"] else ""
         return f"{number(f['median_ms'])}, {number(f['most_ms'])}{failed}"
 
-    def index(self, cache="warm"):
-        rows = [[question] + [self.asked(question, size, "schema", cache) for size in SIZES]
-                for question in self.questions()]
-        return table([f"ms: median, most ({cache})"] + [f"{size:,} streams" for size in SIZES],
-                     [row for row in rows if row[1]])
-
-    def cold(self):
-        return self.index("cold")
+    def index(self):
+        rows = [[question] + [self.asked(question, size, "schema") for size in SIZES] for question in self.questions()]
+        return table(["ms: median, most"] + [f"{size:,} streams" for size in SIZES], rows)
 
     def jumps(self):
         rows = []
@@ -110,14 +103,9 @@ class Bench:
                      rows)
 
     def keys(self):
-        columns = [(size, keys) for size in SIZES[3:] for keys in ("schema", "none", "by time")]
-        rows = [[question] + [self.asked(question, *column) for column in columns] for question in self.questions()]
-        return table(["ms: median, most"] + [f"{size:,}: {keys}" for size, keys in columns], rows)
-
-    def statements(self):
-        rows = [[question] + [number(f[key]) if key in f else "" for key in ("statement1_ms", "statement2_ms")]
-                for question in self.questions() for f in [self.of(f"index/{question}/100000/schema/warm")]]
-        return table(["ms at 100,000 streams", "first statement", "second"], [row for row in rows if any(row[1:])])
+        keys = ("schema", "none", "by time")
+        rows = [[question] + [self.asked(question, 100_000, key) for key in keys] for question in self.questions()]
+        return table(["ms at 100,000 streams: median, most", *keys], rows)
 
     def control(self):
         status, opened = self.of("statusRoundTrip"), self.of("openSession")

@@ -27,7 +27,7 @@ Words wordsOf(const std::string& area, size_t record) {
 
 /// These bytes of a chunk, going on at its start past its end.
 std::string readArea(const std::string& file, uint64_t position, uint64_t bytes) {
-    std::string area(bytes, '\0');
+    std::string area(static_cast<size_t>(bytes), '\0');
     std::ifstream chunk(file, std::ios::binary);
     std::error_code error;
     const uint64_t length = std::filesystem::file_size(file, error);
