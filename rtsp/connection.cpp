@@ -11,8 +11,8 @@ constexpr size_t kReadBytes = 4096;
 constexpr size_t kWriteBytes = 65536;
 /// Small, so that a client that does not read is noticed.
 constexpr int kSocketBytes = 131072;
-/// A client that asks on and on without reading is let go.
-constexpr size_t kMostBacklog = 8u << 20;
+/// A client that asks on and on without reading is let go, soon where nothing but replies waits.
+constexpr size_t kMostBacklog = 8u << 20, kMostReplies = 65536;
 
 std::string addressOf(GSocketAddress* address) {
     const ObjectPtr<GSocketAddress> owner(address);
@@ -86,7 +86,7 @@ void Connection::read() {
     m_parser.feed({bytes, static_cast<size_t>(got)});
     for (RtspRequest request;;) {
         const auto result = m_parser.next(request);
-        m_partial = result == RequestParser::Result::incomplete;
+        m_partial = result == RequestParser::Result::incomplete && !m_parser.isEmpty();
         if (!handle(result, request)) return;
     }
 }
@@ -117,7 +117,7 @@ bool Connection::handle(RequestParser::Result result, const RtspRequest& request
 
 void Connection::send(std::string_view bytes) {
     if (m_closed) return;
-    if (backlog() + bytes.size() > kMostBacklog) {
+    if (backlog() + bytes.size() > (carriesSession ? kMostBacklog : kMostReplies)) {
         close();
         return;
     }

@@ -42,8 +42,10 @@ public:
     void closeWhenSent();
     void close();
 
-    bool authenticated = false; ///< as the server has found
-    std::string nonce;          ///< that its credentials are to be made for
+    bool authenticated = false;  ///< as the server has found
+    bool refusing = false;       ///< a wrong answer waits for its refusal
+    bool carriesSession = false; ///< pictures may wait in it
+    std::string nonce;           ///< that its credentials are to be made for
 
 private:
     static gboolean onReadable(GObject* stream, gpointer self);

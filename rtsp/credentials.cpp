@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -38,8 +39,12 @@ std::map<std::string, std::string> digestParameters(std::string_view authorizati
 
 Credentials Credentials::fromFile(const std::string& path) {
     struct stat state {};
-    if (stat(path.c_str(), &state) == 0 && (state.st_mode & (S_IRWXG | S_IRWXO)) != 0)
-        throw std::runtime_error("the credentials in " + path + " are open to others: chmod 600 " + path);
+    if (stat(path.c_str(), &state) == 0) {
+        if ((state.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+            throw std::runtime_error("the credentials in " + path + " are open to others: chmod 600 " + path);
+        if (state.st_uid != geteuid() && state.st_uid != 0)
+            throw std::runtime_error("the credentials in " + path + " belong to somebody else");
+    }
     std::ifstream file(path);
     if (!file) throw std::runtime_error("cannot read the credentials in " + path);
     Credentials credentials;

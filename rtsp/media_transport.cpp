@@ -125,7 +125,7 @@ private:
 };
 
 bool inRange(const GstRTSPRange& range, int low, int high) {
-    return range.min >= low && range.min <= high && range.max >= -1 && range.max <= high;
+    return range.min >= low && range.min < high && range.max >= -1 && range.max <= high;
 }
 
 std::optional<TransportWish> readOne(const std::string& text) {
@@ -149,11 +149,11 @@ std::optional<TransportWish> readOne(const std::string& text) {
 
 } // namespace
 
-std::optional<TransportWish> readTransport(std::string_view header) {
+std::optional<TransportWish> readTransport(std::string_view header, bool tcpOnly) {
     while (!header.empty()) {
         const std::string one(header.substr(0, header.find(',')));
         header.remove_prefix(std::min(one.size() + 1, header.size()));
-        if (const auto wish = readOne(one)) return wish;
+        if (const auto wish = readOne(one); wish && (wish->tcp || !tcpOnly)) return wish;
     }
     return std::nullopt;
 }

@@ -15,8 +15,9 @@ struct TransportWish {
     int first = 0, second = 1; ///< channels, or the client's ports
 };
 
-/// The first of the transports in the header that can be had; nothing when there is none.
-std::optional<TransportWish> readTransport(std::string_view header);
+/// The first of the transports in the header that can be had; nothing when there is none. `tcpOnly`: what
+/// goes beside the connection would go in the clear.
+std::optional<TransportWish> readTransport(std::string_view header, bool tcpOnly = false);
 
 class MediaTransport {
 public:

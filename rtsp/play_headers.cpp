@@ -1,5 +1,6 @@
 #include "rtsp/play_headers.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -10,6 +11,7 @@ namespace {
 
 constexpr double kMostScale = 100;
 constexpr int64_t kSecond = 1000;
+constexpr double kFarthest = 1e10; ///< seconds; some three hundred years
 
 std::optional<double> number(std::string_view text) {
     double value = 0;
@@ -30,7 +32,7 @@ int playedScale(double scale) {
 std::optional<int64_t> inMs(const GstRTSPTime& time, const GstRTSPTime2& day, int64_t zero) {
     switch (time.type) {
     case GST_RTSP_TIME_SECONDS:
-        return zero + std::llround(time.seconds * kSecond);
+        return zero + std::llround(std::clamp(time.seconds, -kFarthest, kFarthest) * kSecond);
     case GST_RTSP_TIME_UTC: {
         tm date{};
         date.tm_year = static_cast<int>(day.year) - 1900;

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr guint kTickMs = 100;
+constexpr size_t kMostWaiting = 1500; ///< for the daemon to open: more than can be connected
 constexpr int64_t kReportEvery = 5'000'000;
 
 /// The daemon's clock texts are local standard time in whole seconds.
@@ -35,6 +36,10 @@ Playback::Playback(DaemonLink::Post post) : m_link(std::move(post)) {}
 // ---- the daemon's session ----
 
 void Playback::describe(OnDescribed done) {
+    if (m_waiting.size() >= kMostWaiting) {
+        done(DaemonLink::Opening::unreachable, m_description);
+        return;
+    }
     m_waiting.push_back(std::move(done));
     if (m_open && m_shown) {
         tellDescription(DaemonLink::Opening::opened);
@@ -72,13 +77,13 @@ void Playback::opened(DaemonLink::Opening result, const std::string& parameterSe
 }
 
 void Playback::tellDescription(DaemonLink::Opening result) {
-    if (result == DaemonLink::Opening::opened)
+    // Looking moves the stream that a delivery reads from.
+    if (result == DaemonLink::Opening::opened && !m_delivery)
         if (const auto span = m_recording.span()) m_description.span.newest = span->newest;
     for (const OnDescribed& done : std::exchange(m_waiting, {})) done(result, m_description);
 }
 
 void Playback::lost() {
-    m_waiting.swap(m_waiting);
     if (m_rtp) goodBye();
     const auto tell = std::exchange(m_lost, nullptr);
     end();
@@ -219,12 +224,12 @@ void Playback::play(const PlayRequest& request, OnAnswer answer) {
         answer({.reply = {.status = 454}});
         return;
     }
-    const int64_t now = g_get_monotonic_time();
-    const PlayOrder order = orderFor(request);
     if (m_machine->busy()) {
         answer({.reply = {.status = 455}});
         return;
     }
+    const int64_t now = g_get_monotonic_time();
+    const PlayOrder order = orderFor(request);
     m_played = true;
     stopDelivery();
     if (!request.rateControl && m_transport->holdsBack() && order.target) {

@@ -36,6 +36,8 @@ public:
     /// To be called until it gives `incomplete`; after `malformed` and `tooLong` the connection is to be
     /// closed.
     Result next(RtspRequest& request);
+    /// Whether nothing of a request or frame has come yet.
+    bool isEmpty() const { return m_bytes.empty() && m_toSkip == 0; }
 
 private:
     bool skip();

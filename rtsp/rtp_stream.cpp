@@ -53,7 +53,8 @@ uint32_t RtpStream::elapsed(int64_t nowUs) const {
 }
 
 uint32_t RtpStream::begin(int64_t nowUs) {
-    if (m_begun) m_time += std::max(elapsed(nowUs), 1u);
+    // The last picture's time may be ahead of now; it goes on from there all the same.
+    if (m_begun) m_time += nowUs > m_timeUs ? std::max(elapsed(nowUs), 1u) : 1u;
     m_timeUs = nowUs;
     m_stepUs = 0;
     m_begun = m_fresh = true;

@@ -37,6 +37,10 @@ bool RtspServer::hasSession(const Connection& connection, const RtspRequest& req
 
 bool RtspServer::authenticated(Connection& connection, const RtspRequest& request, const Asked& asked) {
     if (!m_options.credentials || connection.authenticated) return true;
+    if (connection.refusing) { // it does not wait for the answer to its last guess
+        connection.close();
+        return false;
+    }
     const std::string_view given = request.header("Authorization");
     if (!given.empty() && m_options.credentials->allow(given, request.method, connection.nonce)) {
         connection.authenticated = true;
@@ -49,6 +53,7 @@ bool RtspServer::authenticated(Connection& connection, const RtspRequest& reques
         return false;
     }
     // Guessing takes its time.
+    connection.refusing = true;
     struct Late {
         RtspServer* server;
         Asked asked;
@@ -56,6 +61,7 @@ bool RtspServer::authenticated(Connection& connection, const RtspRequest& reques
     };
     const GSourceFunc run = [](gpointer data) -> gboolean {
         const auto* late = static_cast<Late*>(data);
+        if (Connection* waiting = late->server->connectionOf(late->asked)) waiting->refusing = false;
         late->server->reply(late->asked, 401, late->headers);
         return G_SOURCE_REMOVE;
     };
@@ -77,7 +83,7 @@ void RtspServer::request(Connection& connection, const RtspRequest& request) {
     const std::string_view required = request.header("Require");
     if (method == "OPTIONS")
         reply(asked, 200, {{"Public", kPublic}});
-    else if (std::string_view(kPublic).find(method) == std::string_view::npos)
+    else if ((" " + std::string(kPublic) + ",").find(" " + method + ",") == std::string::npos)
         reply(asked, 501, {{"Public", kPublic}});
     else if (!authenticated(connection, request, asked))
         return;
@@ -128,7 +134,7 @@ void RtspServer::describe(const Connection& connection, const RtspRequest& reque
 }
 
 void RtspServer::setUp(Connection& connection, const RtspRequest& request, const Asked& asked) {
-    const auto wish = readTransport(request.header("Transport"));
+    const auto wish = readTransport(request.header("Transport"), m_options.certificate != nullptr);
     if (m_session && m_session->connection != connection.id()) {
         reply(asked, 453, {{"Retry-After", kRetryAfter}});
     } else if (m_session) {
@@ -158,6 +164,7 @@ void RtspServer::finishSetUp(const TransportWish& wish, const RtspRequest& reque
     }
     const uint32_t ssrc = g_random_int();
     const std::string described = transport->description(ssrc);
+    connection->carriesSession = true;
     m_session = Session{Credentials::newNonce(), asked.connection, request.uri, *unitOf(request.uri)};
     m_playback.setUp(std::move(transport), ssrc, [this] { m_session.reset(); });
     if (!request.header("Require").empty()) m_playback.setReplayExtension();
@@ -197,6 +204,6 @@ void RtspServer::replyPlay(const Asked& asked, const PlayAnswer& answer, RangeUn
 
 void RtspServer::pause(const Asked& asked) {
     m_playback.pause([this, asked](const PlayAnswer& answer) {
-        reply(asked, answer.reply.status, {{"Session", m_session ? m_session->id : ""}});
+        reply(asked, answer.reply.status, m_session ? Headers{{"Session", m_session->id}} : Headers{});
     });
 }
