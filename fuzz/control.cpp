@@ -53,7 +53,8 @@ std::string_view pass(CpbPickerThread& player, const Recording& recording) {
     const std::string_view block(buffer.get(), static_cast<size_t>(length));
     PICTURE_HEADER header;
     (player.*&Session::m_position).m_pbStream.getPicH(&header);
-    require(block.empty() || block == kPauseBlock || recording.holds(header, block));
+    require(block.empty() || block == kPauseBlock || recording.holds(header, block) ||
+            recording.holds(block));
     return block;
 }
 

@@ -85,11 +85,21 @@ void Recording::damage(Input& input) {
 }
 
 bool Recording::holds(const PICTURE_HEADER& header, std::string_view shown) const {
+    if (header.size != shown.size()) return false;
     for (size_t n = 0; n < shown.size(); ++n) {
         const char there = n < m_sound.size() ? m_chunk[(size_t{header.offset} + n) % m_sound.size()] : '\0';
         if (shown[n] != there) return false;
     }
-    return header.size == shown.size();
+    return true;
+}
+
+bool Recording::holds(std::string_view shown) const {
+    for (size_t place = 0; place < m_sound.size(); place += kHeaderBytes) {
+        PICTURE_HEADER header;
+        std::memcpy(&header, m_chunk + place, sizeof header);
+        if (header.marker == kPictureMarker && holds(header, shown)) return true;
+    }
+    return false;
 }
 
 // The linker takes these in place of the library's.

@@ -22,6 +22,8 @@ public:
     void damage(Input& input);
     /// Whether `shown` lies where the header says, and is zeros beyond a whole ring.
     bool holds(const PICTURE_HEADER& header, std::string_view shown) const;
+    /// The same for any picture header on the chunk: following a recorder may have moved on since.
+    bool holds(std::string_view shown) const;
 
     CtavirnShmServer status;
 
