@@ -164,6 +164,10 @@ void PlayMachine::reachedEnd(int64_t nowUs) {
         enter(State::edge, nowUs);
         return;
     }
+    endOfRecording(nowUs);
+}
+
+void PlayMachine::endOfRecording(int64_t nowUs) {
     m_sieve.sendHeld(true, true);
     m_out.goodBye();
     enter(State::paused, nowUs);
@@ -183,9 +187,7 @@ void PlayMachine::tick(int64_t nowUs) {
         break;
     case State::edge:
         if (nowUs - m_lastPicture > kEdgeEnd) {
-            m_sieve.sendHeld(true, true);
-            m_out.goodBye();
-            enter(State::paused, nowUs);
+            endOfRecording(nowUs);
         } else if (waited > kEdgeStep && m_pending == 0) {
             m_since = nowUs;
             control(RTSP_REQ_PLAY, nowUs);

@@ -67,6 +67,7 @@ private:
     void first(const Picture& picture, int64_t nowUs);
     void emit(const Picture& picture, int64_t nowUs);
     void reachedEnd(int64_t nowUs);
+    void endOfRecording(int64_t nowUs);
     void stop(int64_t nowUs);
     bool isUnderWay() const { return m_state == State::jumping || m_state == State::starting; }
     static bool isSame(const std::optional<Picture>& one, const Picture& other);

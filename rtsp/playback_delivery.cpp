@@ -33,7 +33,7 @@ bool Playback::deliverSome() {
         const auto delivered = m_delivery->next();
         if (!delivered) return false;
         const auto time =
-            m_rtpFrom + static_cast<uint32_t>((*delivered->picture.time - m_deliveredFrom) * 90);
+            m_rtpFrom + static_cast<uint32_t>((*delivered->picture.time - m_deliveredFrom) * kPtsPerMs);
         m_rtp->sendAt(time, delivered->picture, delivered->standing, g_get_monotonic_time(),
                       [transport](std::string_view packet) { transport->rtp(packet); });
         transport->flush();

@@ -15,8 +15,16 @@ constexpr size_t kMostPayload = 1400;
 constexpr uint16_t kReplayExtension = 0xABAC;
 constexpr uint32_t kReplayWords = 3;
 constexpr uint32_t kLongestStep = RtpStream::kClockRate; ///< of a stamp that is taken for real time
-constexpr int kUnitsPerMs = 90;
-constexpr uint8_t kFragment = 28; ///< NAL unit type FU-A
+constexpr uint8_t kFragment = 28;                        ///< NAL unit type FU-A
+
+/// Lets the buffer go.
+void giveTo(const RtpStream::Sink& sink, GstBuffer* buffer) {
+    GstMapInfo map;
+    gst_buffer_map(buffer, &map, GST_MAP_READ);
+    sink({reinterpret_cast<const char*>(map.data), map.size});
+    gst_buffer_unmap(buffer, &map);
+    gst_buffer_unref(buffer);
+}
 
 void putWord(uint8_t* to, uint32_t word) {
     for (int shift = 24; shift >= 0; shift -= 8) *to++ = static_cast<uint8_t>(word >> shift);
@@ -49,7 +57,7 @@ RtpStream::RtpStream(uint32_t ssrc, uint16_t firstSequence, uint32_t firstTime)
     : m_ssrc(ssrc), m_sequence(firstSequence), m_time(firstTime) {}
 
 uint32_t RtpStream::elapsed(int64_t nowUs) const {
-    return static_cast<uint32_t>((nowUs - m_timeUs) * kUnitsPerMs / 1000);
+    return static_cast<uint32_t>((nowUs - m_timeUs) * kPtsPerMs / 1000);
 }
 
 uint32_t RtpStream::begin(int64_t nowUs) {
@@ -73,8 +81,8 @@ void RtpStream::advance(const Picture& picture, Pace pace, int64_t sampleUs, int
     if (pace == Pace::recorded && step > 0 && step <= kLongestStep) {
         // The stamps go on where they are; what reports tell follows them.
         m_time += step;
-        m_timeUs += static_cast<int64_t>(step) * 1000 / kUnitsPerMs;
-        m_stepUs = static_cast<int64_t>(step) * 1000 / kUnitsPerMs;
+        m_timeUs += static_cast<int64_t>(step) * 1000 / kPtsPerMs;
+        m_stepUs = static_cast<int64_t>(step) * 1000 / kPtsPerMs;
         return;
     }
     int64_t stepUs = nowUs - m_timeUs;
@@ -82,7 +90,7 @@ void RtpStream::advance(const Picture& picture, Pace pace, int64_t sampleUs, int
     if (pace == Pace::sampled && stepUs < 2 * sampleUs) stepUs = sampleUs + (stepUs - sampleUs) / 8;
     // The output runs a picture ahead: no two of them are closer together than they use to be.
     stepUs = std::max(stepUs, pace == Pace::recorded ? std::max<int64_t>(m_stepUs, 1000) : sampleUs / 2);
-    m_time += static_cast<uint32_t>(stepUs * kUnitsPerMs / 1000);
+    m_time += static_cast<uint32_t>(stepUs * kPtsPerMs / 1000);
     m_timeUs += stepUs;
 }
 
@@ -150,11 +158,7 @@ void RtpStream::packet(std::string_view head, std::string_view payload, const Pi
     payload.copy(to + head.size(), payload.size());
     gst_rtp_buffer_unmap(&rtp);
 
-    GstMapInfo map;
-    gst_buffer_map(buffer, &map, GST_MAP_READ);
-    sink({reinterpret_cast<const char*>(map.data), map.size});
-    gst_buffer_unmap(buffer, &map);
-    gst_buffer_unref(buffer);
+    giveTo(sink, buffer);
     ++m_packets;
     m_octets += static_cast<uint32_t>(bytes);
 }
@@ -177,9 +181,5 @@ void RtpStream::senderReport(uint64_t ntp, int64_t nowUs, bool bye, const Sink& 
         gst_rtcp_packet_bye_add_ssrc(&packet, m_ssrc);
     }
     gst_rtcp_buffer_unmap(&rtcp);
-    GstMapInfo map;
-    gst_buffer_map(buffer, &map, GST_MAP_READ);
-    sink({reinterpret_cast<const char*>(map.data), map.size});
-    gst_buffer_unmap(buffer, &map);
-    gst_buffer_unref(buffer);
+    giveTo(sink, buffer);
 }

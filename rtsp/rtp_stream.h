@@ -6,6 +6,7 @@
 #include <functional>
 #include <string_view>
 
+#include "platform/output_words.h"
 #include "rtsp/picture.h"
 
 /// What the daemon's stamps are worth.
@@ -18,7 +19,7 @@ class RtpStream {
 public:
     using Sink = std::function<void(std::string_view packet)>;
     static constexpr uint8_t kPayloadType = 96;
-    static constexpr uint32_t kClockRate = 90000;
+    static constexpr uint32_t kClockRate = 1000 * kPtsPerMs;
 
     RtpStream(uint32_t ssrc, uint16_t firstSequence, uint32_t firstTime);
 

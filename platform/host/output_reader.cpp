@@ -83,15 +83,16 @@ bool OutputReader::attach(const char* keyFile, char project) {
     if (base == reinterpret_cast<void*>(-1)) return false;
     m_base = static_cast<const char*>(base);
 
-    const bool complete = segment.shm_segsz >= sizeof(OutputHeader) &&
-                          header().magic.load(std::memory_order_acquire) == kOutputMagic;
-    const bool ours = complete &&
+    const bool large = segment.shm_segsz >= sizeof(OutputHeader);
+    const uint32_t magic = large ? header().magic.load(std::memory_order_acquire) : 0;
+    const bool ours = magic == kOutputMagic &&
                       outputGeometry(header().blockBytes, header().dataBytes, header().blocks, m_geometry) &&
                       m_geometry.totalBytes <= segment.shm_segsz && describes(m_geometry);
     const bool live = ours && header().state.load(std::memory_order_acquire) == kOutputOpen && !writerGone();
     if (!live) {
         detach();
-        errno = ours ? ENOENT : EPROTO; // what a writer has left behind is as good as none
+        // What a writer has left behind, or has not laid out yet, is as good as none.
+        errno = ours || (large && magic == 0) ? ENOENT : EPROTO;
         return false;
     }
     m_next = header().newest.load(std::memory_order_acquire) + 1;

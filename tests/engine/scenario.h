@@ -104,7 +104,7 @@ protected:
     void beginRecording() {
         card.alarm("13:06:03", "13:06:04");
         card.alarm("13:06:30", "13:06:31"); // its pictures are still to come
-        segment.m_status = static_cast<REC_STATUS*>(segment.creat(world.statusKey()));
+        segment.openStatus(world.statusKey());
         stream(13, "13:06:00", 10, 10).pictures(50).recording(); // to 13:06:04.900 so far
         publish(13);
     }
