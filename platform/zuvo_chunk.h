@@ -34,8 +34,7 @@ protected:
     CZUVOChunkBase() = default;
 
 private:
-    int m_file = -1;
-    std::shared_ptr<const ChunkFile> m_chunk; ///< whose descriptor that is
+    std::shared_ptr<const ChunkFile> m_chunk; ///< none while closed
     unsigned long m_chunkSize = 0;
     unsigned long m_areaOffset = 0;
     unsigned long m_position = 0; ///< relative to the area's start

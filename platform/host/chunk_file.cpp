@@ -152,7 +152,6 @@ int CZUVOChunkBase::openChunkFile(CHUNK_EVENT* event) {
     }
     if (!chunk.file || event->offset >= chunk.size) return -1;
     m_chunk = std::move(chunk.file);
-    m_file = m_chunk->descriptor();
     m_chunkSize = static_cast<unsigned long>(chunk.size);
     m_areaOffset = event->offset;
     m_position = 0;
@@ -160,8 +159,7 @@ int CZUVOChunkBase::openChunkFile(CHUNK_EVENT* event) {
 }
 
 int CZUVOChunkBase::closeChunkFile() {
-    if (m_file < 0) return -1;
-    m_file = -1;
+    if (!m_chunk) return -1;
     m_chunk.reset();
     m_chunkSize = m_areaOffset = m_position = 0;
     return 0;
@@ -175,20 +173,21 @@ int CZUVOChunkBase::seekEvent(long position, int origin) {
     // Compared as unsigned: refuses what is negative, and with a 32-bit long still reaches the upper half
     // of a chunk above 2 GiB.
     const auto target = static_cast<unsigned long>(position);
-    if (m_file < 0 || origin != 0 || target >= m_chunkSize) return -1;
+    if (!m_chunk || origin != 0 || target >= m_chunkSize) return -1;
     m_position = target;
     return 0;
 }
 
 long CZUVOChunkBase::read(void* buffer, long length) {
-    if (m_file < 0 || length < 0 || (buffer == nullptr && length > 0)) return -1;
+    if (!m_chunk || length < 0 || (buffer == nullptr && length > 0)) return -1;
     const uint64_t size = m_chunkSize;
     const uint64_t start = (uint64_t{m_areaOffset} + m_position) % size;
     const uint64_t wanted = std::min(static_cast<uint64_t>(length), size);
     const uint64_t untilEnd = std::min(wanted, size - start);
     const auto bytes = static_cast<char*>(buffer);
-    if (!readWhole(m_file, bytes, static_cast<size_t>(untilEnd), start)) return -1;
-    if (!readWhole(m_file, bytes + untilEnd, static_cast<size_t>(wanted - untilEnd), 0)) return -1;
+    const int file = m_chunk->descriptor();
+    if (!readWhole(file, bytes, static_cast<size_t>(untilEnd), start)) return -1;
+    if (!readWhole(file, bytes + untilEnd, static_cast<size_t>(wanted - untilEnd), 0)) return -1;
     m_position = static_cast<unsigned long>((m_position + wanted) % size);
     return static_cast<long>(wanted);
 }

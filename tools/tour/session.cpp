@@ -32,7 +32,7 @@ std::string answerTo(const ControlRequest& request) {
 bool Session::open() {
     if (readOpenAnswer(answerTo(ControlRequest(RTSP_REQ_OPEN))) != OpenAnswer::opened) return false;
     ask(RTSP_REQ_SESSION);
-    // The playback thread makes it, behind the answer, and for a moment it is there and not yet laid out.
+    // The playback thread makes it, perhaps behind the answer.
     if (!waitUntil(kComesUp, [&] { return m_reader.attach(paths().ipcKey, kOutputMemoryProject); }))
         throw Failure(kFailed, std::string("there is no output memory: ") + std::strerror(errno));
     m_reader.rewind();
