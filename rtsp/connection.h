@@ -9,7 +9,8 @@
 
 class Connection;
 
-/// What a connection tells. It may be deleted inside `closed` only.
+/// What a connection tells. From `closed` on it may go, but not inside: its own functions are still under
+/// way.
 class ConnectionEvents {
 public:
     virtual ~ConnectionEvents() = default;

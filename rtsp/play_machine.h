@@ -3,8 +3,7 @@
 // clock of its own.
 //
 //   play elsewhere, ┌─────────┐ there  ┌──────────┐ its first block
-//   then a scale ──▶│ jumping │───────▶│ starting │────────────────▶ playing ──▶ edge (play again, or
-//   good-bye)
+//   then a scale ──▶│ jumping │───────▶│ starting │────────────────▶ playing ──▶ edge (again, or bye)
 //                   └─────────┘   play └──────────┘                     │ pause, end of the range
 //   paused ───────────────────────────────▲  ▲                          ▼
 //     ▲                                      └────────────────────── settling
@@ -87,7 +86,7 @@ private:
 
     // Pictures.
     std::optional<Picture> m_shown;  ///< while paused, and not yet sent
-    std::optional<Picture> m_passed; ///< not certain to be the order\'s, and not sent
+    std::optional<Picture> m_passed; ///< not certain to be the order's, and not sent
     std::optional<Picture> m_last;   ///< seen last
     bool m_reached = true;           ///< the order's picture has come, or something behind it
     PictureSieve m_sieve;

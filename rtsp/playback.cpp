@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <ctime>
 #include <utility>
 
 namespace {
@@ -10,17 +9,6 @@ namespace {
 constexpr guint kTickMs = 100;
 constexpr size_t kMostWaiting = 1500; ///< for the daemon to open: more than can be connected
 constexpr int64_t kReportEvery = 5'000'000;
-
-/// The daemon's clock texts are local standard time in whole seconds.
-std::string daemonClock(int64_t ms) {
-    tzset();
-    const time_t local = static_cast<time_t>(ms / 1000) - timezone;
-    tm parts{};
-    gmtime_r(&local, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts);
-    return text;
-}
 
 void setPlace(Picture& picture, const RecordingTime::Found& found) {
     picture.time = found.time;
@@ -215,7 +203,7 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
         order.from = m_recording.time();
         order.target = targetHere();
     }
-    order.clock = daemonClock(order.from);
+    order.clock = daemonClock(static_cast<time_t>(order.from / 1000));
     return order;
 }
 

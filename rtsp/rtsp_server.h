@@ -1,3 +1,6 @@
+// rtsp/ holds the RTSP server beside the daemon: clients' connections, the play machine, packets. It uses
+// what any server could, and the daemon never knows of it.
+//
 // RTSP: the listening socket, the clients' connections, and what each method does to the one playback
 // session.
 #pragma once

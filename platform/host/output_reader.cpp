@@ -88,14 +88,14 @@ bool OutputReader::attach(const char* keyFile, char project) {
     const bool ours = magic == kOutputMagic &&
                       outputGeometry(header().blockBytes, header().dataBytes, header().blocks, m_geometry) &&
                       m_geometry.totalBytes <= segment.shm_segsz && describes(m_geometry);
-    const bool live = ours && header().state.load(std::memory_order_acquire) == kOutputOpen && !writerGone();
-    if (!live) {
+    const bool claimed = !writerGone();
+    if (!ours || !claimed || header().state.load(std::memory_order_acquire) != kOutputOpen) {
         detach();
-        // What a writer has left behind, or has not laid out yet, is as good as none.
-        errno = ours || (large && magic == 0) ? ENOENT : EPROTO;
+        // What a writer has left behind, or one that holds the claim has not laid out yet, is as good as none.
+        errno = ours || (large && magic == 0 && claimed) ? ENOENT : EPROTO;
         return false;
     }
-    m_next = header().newest.load(std::memory_order_acquire) + 1;
+    m_next = newest() + 1;
     return true;
 }
 

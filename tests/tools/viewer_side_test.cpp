@@ -52,6 +52,7 @@ TEST(PlayValues, AreWhatTheDaemonReads) {
     for (const auto& [typed, value] : {std::pair{"2024-01-02 03:04:05", "clock=20240102T030405Z"},
                                        {"clock=2024-07-02 03:04:05.25", "clock=20240702T020405Z"},
                                        {"2024-07-01 00:30:00", "clock=20240630T233000Z"},
+                                       {"2024-03-31 03:30:00", "clock=20240331T023000Z"},
                                        {"clock=20240102T030405Z-", "clock=20240102T030405Z-"},
                                        {"20240102T030405Z", "clock=20240102T030405Z"},
                                        {"prev-alarm", "prev-alarm"}})

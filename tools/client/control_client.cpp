@@ -145,3 +145,13 @@ std::string readStatusAnswer(const std::string& answer) {
     const size_t end = answer.find('\0');
     return answer.size() == kStatusAnswerBytes && end != std::string::npos ? answer.substr(0, end) : "";
 }
+
+std::string daemonClock(time_t seconds) {
+    tzset();
+    const time_t local = seconds - timezone;
+    tm parts{};
+    gmtime_r(&local, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts);
+    return text;
+}

@@ -3,24 +3,13 @@
 #include <cstdint>
 #include <ctime>
 
+#include "tools/client/control_client.h"
 #include "tools/common/clock_text.h"
 
 namespace {
 
 constexpr char kClock[] = "clock=";
 constexpr char kClockFormat[] = "%Y%m%dT%H%M%SZ";
-
-/// The daemon never takes a clock text for daylight saving time. This is the text it reads as `seconds`.
-std::string clockTextFor(time_t seconds) {
-    tm local{};
-    localtime_r(&seconds, &local);
-    local.tm_isdst = 0;
-    const time_t shifted = seconds + (seconds - mktime(&local));
-    localtime_r(&shifted, &local);
-    char text[32];
-    const size_t length = std::strftime(text, sizeof text, kClockFormat, &local);
-    return kClock + std::string(text, length);
-}
 
 bool isClockText(const std::string& text) {
     tm parsed{};
@@ -37,7 +26,7 @@ std::optional<std::string> rangeValue(const std::string& text) {
     if (isClockText(clock)) return kClock + clock;
     const std::optional<uint64_t> ms = parseClock(clock);
     if (!ms) return std::nullopt;
-    return clockTextFor(static_cast<time_t>(*ms / 1000));
+    return kClock + daemonClock(static_cast<time_t>(*ms / 1000));
 }
 
 std::optional<std::string> jumpValue(const std::string& text) {
