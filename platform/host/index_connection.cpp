@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <new>
 #include <string>
-#include <string>
 #include <utility>
 
 namespace {
