@@ -28,10 +28,10 @@ TEST_F(EngineTest, ParameterSetsAreCutFromSpsToSeiOfTheFirstPictureThatHasThem) 
     card.stream(3).from("12:02:00").pictures(40).firstI(40).closed();
     uint32_t picture = 0;
     for (const auto& [bytes, size, result] : cases) {
-        PICTURE_HEADER header = card.pictureHeader(1, picture += 5);
-        header.size = size != 0 ? size : static_cast<uint32_t>(bytes.size());
-        card.setPictureHeader(1, picture, header);
-        patchFile(card.chunkPath(1), header.offset, bytes);
+        const auto whole = static_cast<uint32_t>(bytes.size());
+        const uint32_t announced = size != 0 ? size : whole;
+        card.changePicture(1, picture += 5, [&](PICTURE_HEADER& header) { header.size = announced; });
+        patchFile(card.chunkPath(1), card.pictureHeader(1, picture).offset, bytes);
     }
     Engine engine(1);
     ASSERT_EQ(engine.preGetData(), 1);

@@ -122,7 +122,7 @@ protected:
         const std::string name = request.name;
         std::string value = request.value;
         if (name == "Clock") {
-            simulated::advanceMs(std::stol(value));
+            simulated::advanceUs(std::stol(value) * 1000);
         } else if (name == "Grow") {
             grow(static_cast<uint32_t>(std::stoul(value)));
         } else if (name == "Begin") {

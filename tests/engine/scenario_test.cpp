@@ -29,9 +29,7 @@ TEST_F(Scenario, PlayAndSteps) {
     EXPECT_EQ(pictures(),
               "1:0-99 2:0-99 3:0-49 4:0-99 5:0-29 6:0-75 7:0-19 8:0-49 9:0-299 11:0-49 12:0-100 ");
 
-    PICTURE_HEADER only = card.pictureHeader(8, 0);
-    only.pictures = 0;
-    card.setPictureHeader(8, 0, only);
+    card.changePicture(8, 0, [](PICTURE_HEADER& only) { only.pictures = 0; });
     expectMoves({{"none", on(9), {"Step", "-1"}, {8, 49}, kPaused, shown(9000), "m_moveStreamStep error!"}});
 }
 
@@ -111,9 +109,7 @@ TEST_F(Scenario, StreamUnderRecording) {
 }
 
 TEST_F(Scenario, APictureThatCannotBeReadIsTriedAgain) {
-    PICTURE_HEADER unreadable = card.pictureHeader(1, 0);
-    unreadable.size = 4;
-    card.setPictureHeader(1, 0, unreadable);
+    card.changePicture(1, 0, [](PICTURE_HEADER& unreadable) { unreadable.size = 4; });
     Engine another(1);
     EXPECT_EQ(another.preGetData(), 1);
     const ControlRequest jump = ControlRequest(RTSP_REQ_PLAY).with("Jump", "oldest");
@@ -151,11 +147,9 @@ TEST_F(Scenario, PausesBetweenPictures) {
     };
     for (const auto& row : rows) {
         begin(row.from);
-        simulated::takeSleeps();
+        simulated::takeSleepsUs();
         for (const Request& request : row.requests) run(request);
-        std::vector<int64_t> sleeps;
-        for (const timeval& span : simulated::takeSleeps())
-            sleeps.push_back(int64_t{span.tv_sec} * 1000000 + span.tv_usec);
+        std::vector<int64_t> sleeps = simulated::takeSleepsUs();
         sleeps.erase(sleeps.begin(), sleeps.end() - std::min(std::ssize(sleeps), std::ssize(row.sleeps)));
         EXPECT_EQ(sleeps, row.sleeps) << row.what;
     }
