@@ -33,8 +33,8 @@ struct FailingCalls : SessionTest {
         ask(RTSP_REQ_PLAY, "1", "Jump: oldest");
         for (int looks = 0, passes = 0; looks < looksAtMost && passes < 20; ++looks) {
             ask(RTSP_REQ_PLAY, "1");
-            const auto sleeps = simulated::takeSleeps();
-            for (const timeval& span : sleeps) simulated::advance(span);
+            const auto sleeps = simulated::takeSleepsUs();
+            for (const int64_t us : sleeps) simulated::advanceUs(us);
             passes += !sleeps.empty();
             if (sleeps.empty()) usleep(20);
         }

@@ -1,9 +1,11 @@
 // The requests' meaning: with the real engine, on a clock that the test moves, and without the loop round it.
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 #include "daemon/signals.h"
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "tests/daemon/session_fixture.h"
 #include "tests/support/log_recorder.h"
@@ -43,7 +45,7 @@ struct RequestLoopTest : SessionTest {
         for (const Row& row : rows) {
             SCOPED_TRACE(std::to_string(row.type) + " " + row.session + " " + row.header);
             log.clear();
-            simulated::advanceMs(row.msBefore);
+            simulated::advanceUs(row.msBefore * 1000);
             EXPECT_EQ(ask(row.type, row.session, row.header), row.answer);
             EXPECT_NE(log.dump().find(row.logged), std::string::npos)
                 << row.logged << " not in " << log.dump();
@@ -53,13 +55,13 @@ struct RequestLoopTest : SessionTest {
     }
     /// Time passes only as the playback thread sleeps, so that nothing is over before it is seen; by what it
     /// sleeps, or more.
-    template <class Condition> void waitUntil(Condition holds, long seconds = 0) {
+    template <class Condition> void waitUntil(Condition holds, int64_t seconds = 0) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (std::chrono::steady_clock::now() < end) {
             if (holds()) return;
-            if (const auto sleeps = simulated::takeSleeps(); !sleeps.empty()) {
-                lastSleep = sleeps.back();
-                simulated::advance(seconds != 0 ? timeval{seconds, 0} : lastSleep);
+            if (const auto sleeps = simulated::takeSleepsUs(); !sleeps.empty()) {
+                lastSleepUs = sleeps.back();
+                simulated::advanceUs(seconds != 0 ? seconds * 1'000'000 : lastSleepUs);
             } else {
                 std::this_thread::yield();
             }
@@ -68,7 +70,7 @@ struct RequestLoopTest : SessionTest {
     }
 
     LogRecorder log;
-    timeval lastSleep{}; ///< of the playback thread, as far as waitUntil has seen it
+    int64_t lastSleepUs = 0; ///< of the playback thread, as far as waitUntil has seen it
 };
 
 TEST_F(RequestLoopTest, ServesTheSessionThatIsOpenAndNoOther) {
@@ -98,7 +100,7 @@ TEST_F(RequestLoopTest, ServesTheSessionThatIsOpenAndNoOther) {
            {.type = RTSP_REQ_FFTIME, .session = "78", .header = "FFTime: 400"},
            {.type = RTSP_REQ_FFTIME, .session = "77"},
            {.type = RTSP_REQ_PLAY, .session = "77", .header = "Scale: 2", .until = "play"}});
-    waitUntil([&] { return lastSleep.tv_usec == 500'000; });
+    waitUntil([&] { return lastSleepUs == 500'000; });
     serve({{RTSP_REQ_TEARDOWN, "", "", "TEARDOWN"}, // of whatever session there is
            {RTSP_REQ_SESSION, "78"}, // also while idle a number registers, and no teardown takes it back
            {RTSP_REQ_TEARDOWN, "78"},
@@ -150,7 +152,7 @@ TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
     Card card(world);
     for (const auto& [id, start] : {std::pair(1u, "12:00:00"), {2u, "12:01:00"}, {3u, "12:02:00"}})
         card.stream(id).from(start).pictures(30).gop(10).closed();
-    card.setStreamHeader(2, STREAM_HEADER{});
+    card.unsealStream(2);
     card.sql("UPDATE STREAM SET chunkID = 60000 WHERE streamID = 3");
     const auto tries = [](const std::string& id, long msBefore = 0) {
         const std::string logged = "found stream ID = " + id + "\n";
@@ -184,16 +186,16 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     int connection = -1;
     for (const int32_t type : {RTSP_REQ_PLAY, RTSP_REQ_PAUSE, RTSP_REQ_STATUS, RTSP_REQ_FFTIME}) {
         for (int i = 0; i < 4; ++i) {
-            const time_t then = simulated::now().tv_sec + 20;
-            waitUntil([&] { return simulated::now().tv_sec >= then; }, 10);
+            const time_t then = wallclock::now().tv_sec + 20;
+            waitUntil([&] { return wallclock::now().tv_sec >= then; }, 10);
             ask(type, "77");
         }
         EXPECT_EQ(recv_rtsp_request(listening, &notice), -1) << type << " keeps the session alive";
     }
-    const timeval begin = simulated::now();
+    const timeval begin = wallclock::now();
     waitUntil([&] { return (connection = recv_rtsp_request(listening, &notice)) >= 0; }, 10);
     EXPECT_EQ(rtsp_session_id(&notice), 77u) << "of the last keep-alive";
-    EXPECT_GE(simulated::now().tv_sec - begin.tv_sec, 61);
+    EXPECT_GE(wallclock::now().tv_sec - begin.tv_sec, 61);
     loop.handle(notice, connection);
     close(connection);
     serve({{RTSP_REQ_STATUS, "", "init"}, opens, {RTSP_REQ_SESSION, "78"}});
@@ -232,13 +234,13 @@ TEST_F(RequestLoopTest, EndsASessionWithoutPlaybackThreadToo) {
         const ControlRequest request = ControlRequest(RTSP_REQ_STATUS).with("Session", session);
         return readStatusAnswer(exchange(paths().controlSocket, request.record, 300'000).value_or(""));
     };
-    simulated::advanceMs(60'999);
+    simulated::advanceUs(60'999'000);
     EXPECT_EQ(word("77"), "pause");
     EXPECT_EQ(word("78"), "error"); // served once the one before has been noted
-    simulated::advanceMs(60'999);
+    simulated::advanceUs(60'999'000);
     EXPECT_EQ(word("78"), "error");
     EXPECT_FALSE(log.has(LOG_INFO, "TEARDOWN", "main"));
-    simulated::advanceMs(1);
+    simulated::advanceUs(1000);
     while (!log.has(LOG_INFO, "TEARDOWN", "main")) usleep(1000); // the loop looks ten times a second
     EXPECT_EQ(word(""), "init");
     simulated::resume(); // for the rest behind the accept that fails
@@ -248,16 +250,16 @@ TEST_F(RequestLoopTest, EndsASessionWithoutPlaybackThreadToo) {
 }
 
 TEST_F(RequestLoopTest, TriesThreeTimesToAnswerAndSaysSo) {
-    simulated::freeze();
-    simulated::takeSleeps();
+    simulated::resume();
+    simulated::takeSleepsUs();
     for (const int32_t type : {RTSP_REQ_STATUS, RTSP_REQ_OPEN}) loop.handle(ControlRequest(type).record, -1);
     EXPECT_EQ(log.count(LOG_ERR, "s_write_data(sps) error", "send_status"), 3);
     EXPECT_EQ(log.count(LOG_ERR, "s_write_data(sps) error", "send_sps_pps"), 3);
     EXPECT_EQ(log.count(LOG_ERR, "status send error", "main"), 1);
     EXPECT_EQ(log.count(LOG_ERR, "sps/pps send error", "main"), 1);
-    const auto sleeps = simulated::takeSleeps();
+    const auto sleeps = simulated::takeSleepsUs();
     EXPECT_EQ(sleeps.size(), 6u);
-    for (const timeval& span : sleeps) EXPECT_EQ(span.tv_usec, 100'000);
+    for (const int64_t us : sleeps) EXPECT_EQ(us, 100'000);
 }
 
 } // namespace

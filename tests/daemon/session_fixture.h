@@ -1,7 +1,6 @@
 // The requests of a session, without a connection for each and without the loop round them.
 #pragma once
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -16,10 +15,6 @@
 #include "tools/client/control_client.h"
 
 namespace test {
-
-inline std::ptrdiff_t openFiles() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
 
 struct SessionTest : testing::Test {
     SessionTest() {

@@ -60,7 +60,7 @@ void meetDaemon(const LogRecorder& log) {
     EXPECT_TRUE(result != 0 || openFiles() == before + 1) << "the event that signals are told by stays";
     const int rests = log.count(LOG_ERR, "s_read_data error", "recv_rtsp_request") +
                       log.count(LOG_ERR, "accept error", "recv_rtsp_request");
-    EXPECT_EQ(static_cast<int>(simulated::takeSleeps().size()), rests);
+    EXPECT_EQ(static_cast<int>(simulated::takeSleepsUs().size()), rests);
     fputs(log.dump().c_str(), stderr);
     _exit(testing::Test::HasFailure() ? 1 : result);
 }
@@ -108,7 +108,7 @@ TEST(PidFile, IsWrittenUnlessAnotherInstanceMayRun) {
         failing::t_product = true;
         EXPECT_EQ(createPidFile(), result) << before;
         EXPECT_EQ(readFile(pidFile), result == 0 ? mine + "\n" : before);
-        EXPECT_TRUE(message.empty() ? log.lines().empty() : log.has(LOG_ERR, message, "createPidFile"));
+        EXPECT_TRUE(message.empty() ? log.dump().empty() : log.has(LOG_ERR, message, "createPidFile"));
     }
 }
 

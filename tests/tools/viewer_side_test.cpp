@@ -78,7 +78,7 @@ TEST(IndexListing, TellsFinishedFromLiveAndDrawsThemInTime) {
                 testing::ContainsRegex("12:01:00.000  recording .*12:01:01.000  going on "));
     EXPECT_THAT(asJson(listing),
                 testing::HasSubstr(R"("end":null,"endMs":null}],"alarms":[{"alarmId":1,"trig)"));
-    EXPECT_EQ(asTimeline(listing, atMs("2024-01-02 12:01:15"), 52), //
+    EXPECT_EQ(asTimeline(listing, atMs("12:01:15"), 52), //
               "2024-01-02  |12:00:00      |12:00:30       |12:01:00\n"
               "streams     1===============...............2=======>\n"
               "alarms      !-                             !--------\n"
