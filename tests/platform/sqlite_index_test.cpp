@@ -49,8 +49,8 @@ TEST_F(SqliteIndex, FindsValuesByNameAndReadsEachAtItsWidth) {
         "INSERT INTO EVENT VALUES (512, 4, 3, 2, 1)");
     ASSERT_EQ(db.setSql(kAll), 0);
     EXPECT_EQ(db.getNTuple(), 1);
-    for (const auto& [r, c] : {std::pair{1L, 2L}, {0L, 14L}, {-1L, 0L}, {0L, -1L}})
-        EXPECT_EQ(db.getValue(r, c) + db.getValue(0, 2), 4294967295u);
+    EXPECT_EQ(db.getValue(0, 2), 4294967295u);
+    for (const auto& [r, c] : {std::pair{1L, 2L}, {0L, 14L}}) EXPECT_EQ(db.getValue(r, c), 0u);
     db.getStreamValue(0, &row);
     EXPECT_TRUE(row.recSize == 12 && row.startDate == 3000000000 && row.startMSec == 0xFFFF &&
                 row.frameSet == 0xFFFF);
