@@ -2,7 +2,6 @@
 #include <csignal>
 #include <thread>
 
-#include "daemon/signals.h"
 #include "platform/log.h"
 #include "tests/daemon/session_fixture.h"
 #include "tests/support/log_recorder.h"
@@ -29,14 +28,7 @@ struct Row {
     long msBefore = 0;       ///< what passes since the row above
 };
 
-/// Holds the clock, so that no simulated minute passes behind the test's back.
 struct RequestLoopTest : SessionTest {
-    RequestLoopTest() {
-        g_loopFlag = kLoopNotBegun;
-        simulated::hold();
-    }
-    ~RequestLoopTest() override { simulated::resume(); }
-
     void serve(const std::vector<Row>& rows) {
         for (const Row& row : rows) {
             SCOPED_TRACE(std::to_string(row.type) + " " + row.session + " " + row.header);
@@ -55,7 +47,7 @@ struct RequestLoopTest : SessionTest {
             if (!sleeps.empty()) lastSleep = sleeps.back();
             if (!sleeps.empty()) simulated::advance(seconds != 0 ? timeval{seconds, 0} : lastSleep);
             return holds();
-        })) << "has not come about";
+        }));
     }
 
     LogRecorder log;

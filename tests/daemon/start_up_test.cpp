@@ -8,7 +8,6 @@
 
 #include "daemon/daemon.h"
 #include "daemon/pid_file.h"
-#include "daemon/signals.h"
 #include "platform/log.h"
 #include "tests/daemon/session_fixture.h"
 #include "tests/support/log_recorder.h"
