@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "daemon/request_loop.h"
+#include "daemon/signals.h"
 #include "platform/kw_com.h"
 #include "platform/paths.h"
 #include "shm/shm_server.h"
@@ -16,12 +17,16 @@
 
 namespace test {
 
+/// Holds the clock, so that no simulated minute passes behind the test's back.
 struct SessionTest : testing::Test {
     SessionTest() {
+        g_loopFlag = kLoopNotBegun;
         failing::t_product = false;
+        simulated::hold();
         status.openStatus(world.statusKey());
     }
     ~SessionTest() override {
+        simulated::resume();
         loop.shutDown();
         close(listening);
     }

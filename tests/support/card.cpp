@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "platform/api_db.h"
-#include "platform/chunk_name.h"
 #include "tools/common/clock_text.h"
+#include "tools/recording/chunk_ring.h"
 
 namespace test {
 namespace {
