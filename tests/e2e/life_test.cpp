@@ -5,6 +5,8 @@
 #include <csignal>
 #include <functional>
 #include <gmock/gmock.h>
+#include <optional>
+#include <sqlite3.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -26,7 +28,14 @@ bool leftNothing(const World& world) {
 
 /// A daemon in a world of its own, a session with it, and a client that stays connected.
 struct Stand {
-    ~Stand() { close(client); }
+    ~Stand() {
+        close(client);
+        sqlite3_close(recorder);
+    }
+    void lockIndex() {
+        sqlite3_open(paths().index, &recorder);
+        EXPECT_EQ(sqlite3_exec(recorder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    }
     void connect(size_t sent) {
         const std::string bytes(sent, 'x');
         EXPECT_GE(s_connect_serv(client, paths().controlSocket), 0);
@@ -42,6 +51,7 @@ struct Stand {
     DaemonProcess daemon{world.root()};
     Session session;
     const int client = s_create_client_socket();
+    sqlite3* recorder = nullptr;
 };
 
 // A second of rest behind the accept or the read that a stop has ended, and the leave.
@@ -55,8 +65,13 @@ TEST(Life, StopsWithinASecondAndAHalfInEveryStateAndLeavesNothing) {
         {"a silent client", SIGINT, [](Stand& stand) { stand.connect(0); }},
         {"half a request", SIGQUIT, [](Stand& stand) { stand.connect(sizeof(rtsp_request) / 2); }},
         {"playing", SIGQUIT, [](Stand& stand) { stand.play("1.0", "play"); }},
-        {"fast", SIGTERM, [](Stand& stand) { stand.play("8.0", "play"); }},
         {"paused", SIGINT, [](Stand& stand) { stand.play("0", "pause"); }},
+        {"a jump that asks a locked index", SIGTERM,
+         [](Stand& stand) {
+             stand.play("1.0", "play");
+             stand.lockIndex();
+             stand.session.ask(RTSP_REQ_PLAY, "Jump", "clock=20240102T000000");
+         }},
     };
     for (const auto& row : rows) {
         Stand stand;
