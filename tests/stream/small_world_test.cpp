@@ -33,18 +33,17 @@ public:
 
 private:
     void getId(const SmallStream& s) {
-        begin();
-        end(msOf(m_video.open(s.row.streamID)), Model::open(s));
+        const Ms start = msOf(m_video.open(s.row.streamID));
         const bool closed = m_log.dump().find("open error") != std::string::npos;
         require(s.row.chunkSize == 0 || m_video.getErrorflag() == (closed ? kChunkErrorBit : 0),
                 "error flag");
+        end(start, Model::open(s));
     }
     /// Within the stream, past its end, or past it by so much that 32 bits could not hold the sum.
     void move() {
         const uint32_t count = m_chance.of({0u, 0u, 0u, 1u << 31, ~13u}) + m_chance.below(14);
         const auto search = m_chance.of({kSearchNone, kSearchForward, kSearchBackward});
         const bool backward = m_chance.oneIn(2);
-        begin();
         const Outcome allowed = Model::move(m_at, backward ? -Ms{count} : Ms{count}, search);
         m_video.getDb(&m_video.out.db);
         m_video.getStH(&m_video.out.stH);
@@ -53,7 +52,6 @@ private:
     void getTime() {
         const Ms time = pickTime();
         const bool backward = m_chance.oneIn(2);
-        begin();
         const Outcomes allowed = m_model.getTime(m_at, time, backward);
         end(msOf(m_video.toTime(pbTime(time), backward)), allowed);
     }
@@ -61,14 +59,12 @@ private:
         const Ms time = m_chance.oneIn(2) ? pickTime() : 0;
         const bool backward = m_chance.oneIn(2);
         const bool lastFrame = m_chance.oneIn(2);
-        begin();
         const Outcomes allowed = m_model.over(m_at, backward, time, lastFrame);
         m_video.setplaylastframemode(lastFrame);
         end(m_video.cross(pbTime(time), backward), allowed);
         m_video.setplaylastframemode(0);
     }
     void skip(unsigned char kind) {
-        begin();
         end(msOf(m_video.skip(kind)), kind == kSkipOldest ? m_model.oldest() : m_model.latest());
     }
 
@@ -81,10 +77,6 @@ private:
         return edge + m_chance.of({Ms{0}, Ms{0}, Ms{-1}, Ms{1}, -away, away});
     }
 
-    void begin() {
-        m_log.clear();
-        m_video.out = {};
-    }
     void end(Ms result, const Outcomes& allowed) {
         lookAround();
         for (const uint32_t word :
@@ -95,6 +87,8 @@ private:
         };
         require(std::any_of(allowed.begin(), allowed.end(), happened),
                 "result " + std::to_string(result) + ", on picture " + std::to_string(m_at.picture));
+        m_log.clear();
+        m_video.out = {};
     }
     bool standsWhere(const Outcome& o) {
         if (!o.stream) return true;
