@@ -75,13 +75,13 @@ extern "C" void* __real_malloc(size_t size);
 extern "C" void* __wrap_malloc(size_t size) {
     return fails("malloc") ? nullptr : __real_malloc(size);
 }
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    return __wrap_malloc(size);
-}
 void* operator new(size_t size) {
-    void* memory = operator new(size, std::nothrow);
+    void* memory = __wrap_malloc(size);
     if (!memory) throw std::bad_alloc();
     return memory;
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return __wrap_malloc(size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
