@@ -139,17 +139,16 @@ TEST_F(Recorded, StrangeRequestsGetAProperAnswer) {
     EXPECT_EQ(client.ask("PLAY", "Range: npt=x-\r\n").status, 457);
     EXPECT_EQ(client.ask("PLAY", "Scale: 0\r\n").status, 400);
     const auto before = server.descriptors();
+    RawClient garbled(server);
     {
         std::vector<std::unique_ptr<RawClient>> many;
         for (int n = 0; n < 200; ++n) many.push_back(std::make_unique<RawClient>(server));
         for (const auto& each : many) each->write("OPTIONS * RTSP/1.0\r\nCSeq: 1\r\n\r\n");
         for (const auto& each : many) EXPECT_EQ(each->reply().status, 200);
-        RawClient garbled(server);
         garbled.write("$\1\377\377" + std::string(65535, 'x') + "GET / HTTP/1.1\r\n\r\n");
         EXPECT_EQ(garbled.reply().status, 400);
-        EXPECT_TRUE(garbled.closed());
     }
-    EXPECT_TRUE(eventually([&] { return server.descriptors() == before; }));
+    EXPECT_TRUE(eventually([&] { return server.descriptors() == before; })) << "all are closed";
 }
 
 TEST_F(Recorded, StrangersAreKeptOut) {
