@@ -31,10 +31,11 @@ public:
         all.insert(all.end(), options.begin(), options.end());
         return all;
     }
+    std::string port() const { return m_url.substr(17, m_url.rfind('/') - 17); }
     /// As it prints it; with that path, and for that user:password.
     const std::string& url() const { return m_url; }
     std::string url(const std::string& path, const std::string& user) const {
-        return "rtsp://" + user + "@" + m_url.substr(7, m_url.rfind('/') - 6) + path;
+        return "rtsp://" + user + "@127.0.0.1:" + port() + "/" + path;
     }
     long descriptors() const {
         const std::filesystem::directory_iterator all("/proc/" + std::to_string(m_process.pid()) + "/fd");
