@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <optional>
+#include <sstream>
 #include <unistd.h>
 
 #include "bench/bench.h"
@@ -99,9 +100,10 @@ std::vector<double> statementTimes(const Question& question, Stream& stream, uin
         question.prepare(stream, id);
         log.clear();
         question.ask(stream, id);
-        for (const test::LogLine& line : log.lines())
-            if (const size_t begin = line.text.find("SELECT"); begin != std::string::npos)
-                texts.push_back(line.text.substr(begin));
+        std::istringstream lines(log.dump());
+        for (std::string line; std::getline(lines, line);)
+            if (const size_t begin = line.find("SELECT"); begin != std::string::npos)
+                texts.push_back(line.substr(begin));
     }
     std::vector<double> times;
     CApiDb index;
@@ -166,10 +168,10 @@ void askIndex(benchmark::State& state, const Question& question, uint32_t stream
             ->UseManualTime()
             ->Unit(benchmark::kMillisecond);
     };
-    for (const uint32_t streams : {100u, 1000u, 10'000u, 100'000u, 1'000'000u}) {
-        for (const bool cold : {false, true})
-            for (const Question& question : kQuestions) add(question, streams, "schema", cold);
-        if (streams < 100'000) continue;
+    for (const uint32_t streams : {1000u, 100'000u, 1'000'000u}) {
+        for (const Question& question : kQuestions) add(question, streams, "schema", false);
+        if (streams != 100'000) continue;
+        for (const Question& question : kQuestions) add(question, streams, "schema", true);
         for (const char* keys : {"none", "by time"})
             for (const Question& question : kQuestions) add(question, streams, keys, false);
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <sys/ipc.h>
+#include <utility>
 
 #include "platform/paths.h"
 #include "shm/shm_client.h"
@@ -24,6 +25,10 @@ int64_t inMs(PB_STREAM_TIME time) {
 
 int64_t startOf(const DB_STREAM& row) {
     return inMs({row.startDate, row.startMSec});
+}
+
+bool isLive(const DB_STREAM& row) {
+    return row.status == DB_STATUS_RECORDING;
 }
 
 /// What the recorder publishes at this moment; attached anew, since daemon and segment may have come and
@@ -55,12 +60,12 @@ bool RecordingTime::loadRows() {
         for (int n = 0; n < count; ++n) {
             DB_STREAM row{};
             m_index.getStreamValue(n, &row);
-            const bool recording = row.status == DB_STATUS_RECORDING;
-            if (recording ? row.streamID == live : row.recSize != 0) m_rows.push_back(row);
+            if (isLive(row) ? row.streamID == live : row.recSize != 0) m_rows.push_back(row);
         }
     }
     const auto at = rowOf(stoodOn);
-    m_open = m_open && at;
+    // One that was under recording and is finished has more pictures than were there when it was opened.
+    m_open = m_open && at && m_rows[*at].status == m_stream.row().status;
     m_row = at.value_or(0);
     return !m_rows.empty();
 }
@@ -69,10 +74,6 @@ std::optional<size_t> RecordingTime::rowOf(uint32_t streamId) const {
     const auto at = std::ranges::lower_bound(m_rows, streamId, {}, &DB_STREAM::streamID);
     if (at == m_rows.end() || at->streamID != streamId) return std::nullopt;
     return static_cast<size_t>(at - m_rows.begin());
-}
-
-bool RecordingTime::isLive(const DB_STREAM& row) const {
-    return row.status == DB_STATUS_RECORDING;
 }
 
 bool RecordingTime::open(size_t row) {
@@ -90,7 +91,7 @@ bool RecordingTime::grow() {
     const RecorderState recorder = recorderState();
     if (recorder.streamId != m_stream.row().streamID || recorder.pictures == 0) return false;
     if (m_open && recorder.pictures == m_stream.pictures()) return true;
-    const uint32_t offset = m_stream.getOffset();
+    const uint32_t offset = m_open ? m_stream.getOffset() : 0;
     return m_stream.openGrown(recorder.pictures) != -1 && m_stream.goTo(offset) != -1;
 }
 
@@ -230,7 +231,7 @@ bool RecordingTime::isHere(std::span<const char> bytes) {
 
 /// From the picture found last, which it may be again.
 bool RecordingTime::findAlong(std::span<const char> bytes, bool forward, bool iPicturesOnly, int steps) {
-    if (!m_foundTime || !stand(m_found)) return false;
+    if (!m_found || !stand(*m_found)) return false;
     do {
         if ((!iPicturesOnly || atIPicture()) && isHere(bytes)) return true;
     } while (steps-- > 0 && step(forward));
@@ -274,19 +275,17 @@ std::optional<RecordingTime::Found> RecordingTime::find(std::span<const char> by
 }
 
 RecordingTime::Found RecordingTime::found() {
-    const auto timeBefore = m_foundTime;
-    const Place before = m_found;
-    m_found = here();
-    m_foundTime = time();
-    Found result{*m_foundTime, std::nullopt, false, false};
-    if (timeBefore && m_found.streamId == before.streamId)
-        result.gapBefore = m_found.picture == before.picture + 1 && *m_foundTime - *timeBefore > gapMs();
-    else if (const auto row = rowOf(before.streamId); timeBefore && row)
+    const Place now = here();
+    const auto before = std::exchange(m_found, now);
+    Found result{now.time, std::nullopt, false, false};
+    if (before && now.streamId == before->streamId)
+        result.gapBefore = now.picture == before->picture + 1 && now.time - before->time > gapMs();
+    else if (const auto row = before ? rowOf(before->streamId) : std::nullopt)
         result.gapBefore = gapBetween(*row, m_row);
     if (step(true)) {
         result.next = time();
         result.gapAfter = *result.next - result.time > gapMs();
-        stand(m_found);
+        stand(now);
     }
     return result;
 }

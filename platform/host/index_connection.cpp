@@ -1,8 +1,10 @@
 #include "platform/host/index_connection.h"
 
+#include <climits>
+#include <cstdio>
+#include <new>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -36,26 +38,34 @@ void refuseCall(sqlite3_context* context, int, sqlite3_value**) {
     sqlite3_result_error(context, "no function is called here", -1);
 }
 
+/// The names of all that SQLite has, a NUL behind each: the same for every connection. Throws when it does
+/// not tell them all.
+std::string functionNames(sqlite3* connection) {
+    const Statement list = prepareOnly(connection, "PRAGMA function_list");
+    std::string names;
+    int step = SQLITE_ERROR;
+    while (list && (step = sqlite3_step(list.get())) == SQLITE_ROW) {
+        const unsigned char* name = sqlite3_column_text(list.get(), 0);
+        if (name == nullptr) throw std::bad_alloc();
+        names.append(reinterpret_cast<const char*>(name)) += '\0';
+    }
+    if (step != SQLITE_DONE || names.empty()) throw std::bad_alloc();
+    return names;
+}
+
 /// Puts a function that only fails in place of each of SQLite's. The authorizer sees the calls of a text, not
 /// those of a generated column, and a call is one instruction however long it takes. Their names stay known:
 /// a recorder's schema may use them in defaults, checks and triggers, none of which is run for reading.
 bool refuseFunctions(sqlite3* connection) {
-    const Statement list = prepareOnly(connection, "PRAGMA function_list");
-    if (!list) return false;
-    std::vector<std::string> names;
-    while (sqlite3_step(list.get()) == SQLITE_ROW) {
-        const unsigned char* name = sqlite3_column_text(list.get(), 0);
-        if (name != nullptr) names.emplace_back(reinterpret_cast<const char*>(name));
-    }
-    sqlite3_reset(list.get());
-    for (const std::string& name : names) {
-        if (sqlite3_create_function(connection, name.c_str(), -1,
+    static const std::string names = functionNames(connection); // asked anew after a failure
+    for (size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
+        if (sqlite3_create_function(connection, &names[at], -1,
                                     SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr,
                                     refuseCall, nullptr, nullptr) != SQLITE_OK) {
             return false;
         }
     }
-    return !names.empty();
+    return true;
 }
 
 /// The settings for a file that isn't trusted, before anything of it is read.
@@ -88,9 +98,10 @@ bool secure(sqlite3* connection) {
 bool isFileAmongFiles(const char* path, struct stat& file) {
     if (stat(path, &file) != 0 || !S_ISREG(file.st_mode)) return false;
     for (const char* suffix : {"-journal", "-wal", "-shm"}) {
+        char name[PATH_MAX];
+        std::snprintf(name, sizeof name, "%s%s", path, suffix);
         struct stat beside {};
-        if (stat((std::string(path) + suffix).c_str(), &beside) == 0 && !S_ISREG(beside.st_mode))
-            return false;
+        if (stat(name, &beside) == 0 && !S_ISREG(beside.st_mode)) return false;
     }
     return true;
 }

@@ -3,8 +3,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <new>
 
 namespace failing {
 
@@ -65,8 +67,27 @@ IN_PLACE_OF(kill, "kill", int, (int pid, int signal), (pid, signal))
 IN_PLACE_OF(close, "close", int, (int file), (file))
 IN_PLACE_OF(unlink, "unlink", int, (const char* path), (path))
 
-// By the linker's --wrap, so that a sanitizer learns of each thread.
+// The product's own calls alone, by the linker's --wrap, and what comes of them: each thread is a sanitizer's
+// matter too.
 extern "C" int __real_pthread_create(void*, const void*, void* (*)(void*), void*);
 extern "C" int __wrap_pthread_create(void* thread, const void* with, void* (*run)(void*), void* argument) {
     return fails("pthread_create") ? EIO : __real_pthread_create(thread, with, run, argument);
+}
+extern "C" void* __real_malloc(size_t size);
+extern "C" void* __wrap_malloc(size_t size) {
+    return fails("malloc") ? nullptr : __real_malloc(size);
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return __wrap_malloc(size);
+}
+void* operator new(size_t size) {
+    void* memory = operator new(size, std::nothrow);
+    if (!memory) throw std::bad_alloc();
+    return memory;
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
 }

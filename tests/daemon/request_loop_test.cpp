@@ -1,9 +1,11 @@
 // The requests' meaning: with the real engine, on a clock that the test moves, and without the loop round it.
 #include <csignal>
+#include <filesystem>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <thread>
 
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "tests/daemon/session_fixture.h"
 #include "tests/support/log_recorder.h"
@@ -35,7 +37,7 @@ struct RequestLoopTest : SessionTest {
         for (const Row& row : rows) {
             SCOPED_TRACE(std::to_string(row.type) + " " + row.session + " " + row.header);
             log.clear();
-            simulated::advanceMs(row.msBefore);
+            simulated::advanceUs(row.msBefore * 1000);
             EXPECT_EQ(ask(row.type, row.session, row.header), row.answer);
             EXPECT_NE(log.dump().find(row.logged), std::string::npos) << log.dump();
             if (!row.until.empty()) waitUntil([&] { return ask(RTSP_REQ_STATUS, row.session) == row.until; });
@@ -43,17 +45,18 @@ struct RequestLoopTest : SessionTest {
     }
     /// Time passes only as the playback thread sleeps, so that nothing is over before it is seen; by what it
     /// sleeps, or more.
-    template <class Condition> void waitUntil(Condition holds, long seconds = 0) {
+    template <class Condition> void waitUntil(Condition holds, int64_t seconds = 0) {
         EXPECT_TRUE(eventually([&] {
-            const auto sleeps = simulated::takeSleeps();
-            if (!sleeps.empty()) lastSleep = sleeps.back();
-            if (!sleeps.empty()) simulated::advance(seconds != 0 ? timeval{seconds, 0} : lastSleep);
+            if (const auto sleeps = simulated::takeSleepsUs(); !sleeps.empty()) {
+                lastSleepUs = sleeps.back();
+                simulated::advanceUs(seconds != 0 ? seconds * 1'000'000 : lastSleepUs);
+            }
             return holds();
         }));
     }
 
     LogRecorder log;
-    timeval lastSleep{}; ///< of the playback thread, as far as waitUntil has seen it
+    int64_t lastSleepUs = 0; ///< of the playback thread, as far as waitUntil has seen it
 };
 
 TEST_F(RequestLoopTest, ServesTheSessionThatIsOpenAndNoOther) {
@@ -83,7 +86,7 @@ TEST_F(RequestLoopTest, ServesTheSessionThatIsOpenAndNoOther) {
            {.type = RTSP_REQ_FFTIME, .session = "78", .header = "FFTime: 400"},
            {.type = RTSP_REQ_FFTIME, .session = "77"},
            {.type = RTSP_REQ_PLAY, .session = "77", .header = "Scale: 2", .until = "play"}});
-    waitUntil([&] { return lastSleep.tv_usec == 500'000; });
+    waitUntil([&] { return lastSleepUs == 500'000; });
     serve({{RTSP_REQ_TEARDOWN, "", "", "TEARDOWN"}, // of whatever session there is
            {RTSP_REQ_SESSION, "78"}, // also while idle a number registers, and no teardown takes it back
            {RTSP_REQ_TEARDOWN, "78"},
@@ -127,7 +130,7 @@ TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
     Card card(world);
     for (const auto& [id, start] : {std::pair(1u, "12:00:00"), {2u, "12:01:00"}, {3u, "12:02:00"}})
         card.stream(id).from(start).pictures(30).gop(10).closed();
-    card.setStreamHeader(2, STREAM_HEADER{});
+    card.unsealStream(2);
     card.sql("UPDATE STREAM SET chunkID = 60000 WHERE streamID = 3");
     const auto tries = [](const std::string& id, long msBefore = 0) {
         const std::string logged = "found stream ID = " + id + "\n";
@@ -160,8 +163,8 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     rtsp_request notice{};
     int connection = -1;
     const auto pass = [&](long seconds) {
-        const time_t then = simulated::now().tv_sec + seconds;
-        waitUntil([&] { return simulated::now().tv_sec >= then; }, 10);
+        const time_t then = wallclock::now().tv_sec + seconds;
+        waitUntil([&] { return wallclock::now().tv_sec >= then; }, 10);
     };
     for (const int32_t type : {RTSP_REQ_PLAY, RTSP_REQ_PAUSE, RTSP_REQ_STATUS, RTSP_REQ_FFTIME}) {
         pass(50);
@@ -206,13 +209,13 @@ TEST_F(RequestLoopTest, EndsASessionWithoutPlaybackThreadToo) {
         const ControlRequest request = ControlRequest(RTSP_REQ_STATUS).with("Session", session);
         return readStatusAnswer(exchange(paths().controlSocket, request.record, 300'000).value_or(""));
     };
-    simulated::advanceMs(60'999);
+    simulated::advanceUs(60'999'000);
     EXPECT_EQ(word("77"), "pause");
     EXPECT_EQ(word("78"), "error"); // served once the one before has been noted
-    simulated::advanceMs(60'999);
+    simulated::advanceUs(60'999'000);
     EXPECT_EQ(word("78"), "error");
     EXPECT_FALSE(log.has(LOG_INFO, "TEARDOWN", "main"));
-    simulated::advanceMs(1);
+    simulated::advanceUs(1000);
     EXPECT_TRUE(eventually([&] { return word("") == "init"; })); // the loop looks ten times a second
     simulated::resume();                                         // for the rest behind the accept that fails
     g_loopFlag = kLoopStop;
@@ -221,15 +224,15 @@ TEST_F(RequestLoopTest, EndsASessionWithoutPlaybackThreadToo) {
 }
 
 TEST_F(RequestLoopTest, TriesThreeTimesToAnswerAndSaysSo) {
-    simulated::freeze();
-    simulated::takeSleeps();
+    simulated::resume();
+    simulated::takeSleepsUs();
     for (const int32_t type : {RTSP_REQ_STATUS, RTSP_REQ_OPEN}) loop.handle(ControlRequest(type).record, -1);
     for (const char* name : {"send_status", "send_sps_pps"})
         EXPECT_EQ(log.count(LOG_ERR, "s_write_data(sps) error", name), 3) << name;
     EXPECT_TRUE(log.has(LOG_ERR, "status send error", "main") &&
                 log.has(LOG_ERR, "sps/pps send error", "main"));
-    const auto sleeps = simulated::takeSleeps();
-    EXPECT_TRUE(sleeps.size() == 6 && sleeps.back().tv_usec == 100'000);
+    const auto sleeps = simulated::takeSleepsUs();
+    EXPECT_TRUE(sleeps.size() == 6 && sleeps.back() == 100'000);
 }
 
 // Each kind of call fails once, and from then on, as the first, the second, the third ... of its kind.
@@ -241,8 +244,8 @@ TEST_F(RequestLoopTest, FailingCallsEndInADocumentedAnswerAndLeaveNothing) {
         ask(RTSP_REQ_PLAY, "", "Jump: oldest");
         for (int passes = 0; looks > 0 && passes < 20; --looks, usleep(20)) {
             ask(RTSP_REQ_PLAY, "");
-            const auto sleeps = simulated::takeSleeps();
-            for (const timeval& span : sleeps) simulated::advance(span);
+            const auto sleeps = simulated::takeSleepsUs();
+            for (const int64_t us : sleeps) simulated::advanceUs(us);
             passes += !sleeps.empty();
         }
         const std::string word = ask(RTSP_REQ_STATUS, "");
@@ -253,8 +256,8 @@ TEST_F(RequestLoopTest, FailingCallsEndInADocumentedAnswerAndLeaveNothing) {
     const auto before = openFiles();
     const std::pair<const char*, const char*> rows[] = {
         // what comes of it when none succeeds
-        {"open", "refused"}, {"pread", "refused"}, {"shmget", "pause"},         {"shmat", "pause"},
-        {"semget", "pause"}, {"semop", "pause"},   {"pthread_create", "pause"},
+        {"open", "refused"}, {"pread", "refused"}, {"malloc", "refused"}, {"shmget", "pause"},
+        {"shmat", "pause"},  {"semget", "pause"},  {"semop", "pause"},    {"pthread_create", "pause"},
     };
     for (const auto& [call, none] : rows) {
         for (const bool forGood : {true, false}) {

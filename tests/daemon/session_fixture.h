@@ -1,7 +1,6 @@
 // The requests of a session, without a connection for each and without the loop round them.
 #pragma once
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -17,10 +16,6 @@
 #include "tools/client/control_client.h"
 
 namespace test {
-
-inline std::ptrdiff_t openFiles() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
 
 /// Holds the clock, so that no simulated minute passes behind the test's back.
 struct SessionTest : testing::Test {

@@ -51,7 +51,7 @@ TEST(StartUp, EndsWithTheCodeOfTheStepThatFailedOrOnAStop) {
         const LogRecorder log;
         const auto before = openFiles();
         g_loopFlag = kLoopNotBegun;
-        simulated::takeSleeps();
+        simulated::takeSleepsUs();
         pthread_sigmask(SIG_BLOCK, &mask, nullptr); // as a parent might leave it, and for the client's thread
         std::thread client([&, meets = code == 0] {
             if (meets) meetDaemon(log);
@@ -66,7 +66,8 @@ TEST(StartUp, EndsWithTheCodeOfTheStepThatFailedOrOnAStop) {
         client.join();
         EXPECT_NE(log.dump().find(message), std::string::npos) << log.dump();
         EXPECT_TRUE(code > 0 || openFiles() == before);
-        const size_t rests = simulated::takeSleeps().size(); // behind a client that sent too little, a signal
+        const size_t rests =
+            simulated::takeSleepsUs().size(); // behind a client that sent too little, a signal
         EXPECT_TRUE(code == 0 ? rests >= 3 : rests == 0) << rests;
         EXPECT_EQ(fileExists(paths().pidFile), code >= kExitPidFile); // what was made stays behind a failure
         EXPECT_EQ(fileExists(paths().controlSocket), code >= kExitSocket);
@@ -102,7 +103,7 @@ TEST(PidFile, IsWrittenWholeAndInItsPlaceUnlessAnotherInstanceMayRun) {
         if (call != nullptr) failing::arm(call);
         EXPECT_EQ(createPidFile(), result) << before;
         EXPECT_EQ(readFile(pidFile), result == 0 ? mine + "\n" : before);
-        EXPECT_TRUE(message.empty() ? log.lines().empty() : log.has(LOG_ERR, message, "createPidFile"));
+        EXPECT_TRUE(message.empty() ? log.dump().empty() : log.has(LOG_ERR, message, "createPidFile"));
     }
     unlink(pidFile.c_str());
     EXPECT_EQ(symlink("victim", pidFile.c_str()), 0);

@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <string>
 #include <sys/stat.h>
 #include <thread>
 #include <tuple>
@@ -13,10 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::operator""s;
-
-auto descriptors() {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
-}
 
 struct ChunkFile : testing::Test {
     test::World world;
@@ -53,7 +50,7 @@ TEST_F(ChunkFile, ReadsRoundTheRingAndNeverMoreThanOnce) {
 }
 
 TEST_F(ChunkFile, OpensAnAreaOfTheChunkAsItIsNowAndKeepsADescriptorNoLongerThanItsThread) {
-    const auto before = descriptors();
+    const auto before = test::openFiles();
     mkfifo((card + "chunk00010").c_str(), 0600);
     const std::tuple<const char*, uint32_t, uint16_t, uint16_t> refused[] = {
         {"behind the end", 10, 7, 0x33}, {"another kind", 0, 7, 0x34}, {"a pipe", 0, 10, 0x33}};
@@ -73,14 +70,14 @@ TEST_F(ChunkFile, OpensAnAreaOfTheChunkAsItIsNowAndKeepsADescriptorNoLongerThanI
         EXPECT_EQ(open(0), -1) << "removed under the descriptor";
     };
     areas();
-    EXPECT_EQ(descriptors(), before) << "the first thread, which never ends, keeps none";
+    EXPECT_EQ(test::openFiles(), before) << "the first thread, which never ends, keeps none";
     std::thread([&] {
         areas();
         test::writeFile(path, "back");
         CZUVOStreamChunk other{1};
         CHUNK_EVENT area{7, CHUNK_KIND_STREAM, 1, 3};
         EXPECT_TRUE(open(0) != -1 && other.openChunkFile(&area) != -1);
-        EXPECT_EQ(descriptors(), before + 1) << "one for both areas of a stream";
+        EXPECT_EQ(test::openFiles(), before + 1) << "one for both areas of a stream";
     }).join();
     EXPECT_EQ(read(9), "back");
 }
