@@ -43,7 +43,7 @@ void logCaught(int signal) {
         logNamed(LOG_INFO, "sigcatch", "catch SIGINT|SIGTERM|SIGQUIT (%d)", signal);
 }
 
-/// Without flags: in particular, an interrupted accept is not restarted.
+/// Without flags: a call that the signal interrupts is not restarted, and the loop looks at its flag.
 int install(int signal, void (*disposition)(int)) {
     struct sigaction action {};
     action.sa_handler = disposition;

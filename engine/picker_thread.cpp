@@ -35,6 +35,7 @@ CpickerThread* CpickerThread::Instance(T_PB_INFO) {
 }
 
 CpickerThread::CpickerThread(T_PB_INFO info) : m_shmserver(info.shmServer) {
+    sem_init(&m_running, 0, 0);
     setActive(1);
 }
 
@@ -70,7 +71,8 @@ void CpickerThread::launch() {
         return;
     }
     // From here on, end() finds m_threadMutex taken and waits for the run that has begun.
-    m_running.acquire();
+    while (sem_wait(&m_running) != 0) { // cut short by a signal
+    }
 }
 
 void* CpickerThread::runPickerThread(void* self) {
@@ -102,7 +104,7 @@ void CpickerThread::pickerThread() {
     pthread_detach(pthread_self());
     MutexLock alive(m_threadMutex); // the engine may be gone as soon as this is released
     m_watched = true;
-    m_running.release();
+    sem_post(&m_running);
 
     m_shm = {};
     if (shm_create(paths().ipcKey, static_cast<char>(kOutputMemoryProject), &m_shm, 1, kPictureBufferBytes,

@@ -9,7 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <pthread.h>
-#include <semaphore>
+#include <semaphore.h>
 #include <sys/time.h>
 
 #include "engine/keep_alive.h"
@@ -45,8 +45,8 @@ public:
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId);
-    /// Whether the playback thread looks at the keep-alive. Until it does, and for ever when it could not
-    /// start or gave up, its owner has to, now and then, through lapses.
+    /// Whether the playback thread looks at the keep-alive: from its start on, unless it gives up. While it
+    /// does not, its owner has to, now and then, through lapses.
     bool isWatched() const { return m_watched; }
     /// Whether the session has been without a request for too long.
     bool lapses();
@@ -80,9 +80,9 @@ private:
     static void* runPickerThread(void* self);
     void setActive(uint32_t active);
 
-    std::binary_semaphore m_running{0}; ///< released once the thread holds m_threadMutex
+    sem_t m_running;                    ///< posted once the thread holds m_threadMutex
     std::atomic<bool> m_loopFlag{true}; ///< cleared by end
-    std::atomic<bool> m_watched{false}; ///< set once passes are made
+    std::atomic<bool> m_watched{false}; ///< from the thread's start, unless it gives up
     static_assert(std::atomic<bool>::is_always_lock_free);
 
     // Playback thread only, once it runs.

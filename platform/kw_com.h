@@ -1,6 +1,7 @@
 // platform/: all that the rest sees of the machine: what its closed libraries offer (this header,
-// zuvo_chunk.h, api_db.h), fixed paths, clock, log and mutex. Knows neither streams nor play modes. What
-// stands in for the libraries on an ordinary machine, host/, is linked and never included.
+// zuvo_chunk.h, api_db.h), fixed paths, clock, log and mutex; and where an ordinary machine keeps chunks and
+// output memory, for its recorder and its readers. Moves through no stream and knows no play modes. What
+// stands in for the libraries there, host/, is linked and never included.
 //
 // Sockets and the output shared memory, as the platform's closed helper library offers them. The types are
 // that library's, to the letter, so that the same sources link against it on the device. platform/host/

@@ -7,15 +7,17 @@
 
 class CardDelivery {
 public:
-    /// `recording` stands on the I-picture to begin with; nobody else moves it until the end.
-    CardDelivery(RecordingTime& recording, const PlayOrder& order);
+    /// Begins with the I-picture of `order.from`.
+    explicit CardDelivery(const PlayOrder& order);
 
     struct Delivered {
         Picture picture;
         Standing standing;
     };
-    /// The next picture; nothing when the last one has been, or it can't be read.
+    /// Looks at one picture more; nothing when it is left out, or all have been.
     std::optional<Delivered> next();
+    /// The last picture has been, or the next one can't be read.
+    bool ended() const { return m_ended; }
 
 private:
     /// What lies between a picture and the next one to deliver.
@@ -25,10 +27,10 @@ private:
     Step forward(const RecordingTime::Found& from);
     Step backward();
 
-    RecordingTime& m_recording;
+    RecordingTime m_recording; ///< its own: that of the daemon's pictures stays where it is
     const PlayOrder m_order;
+    bool m_ended;
     int64_t m_gop;                 ///< backward: when the GOP under way begins
     std::optional<int64_t> m_sent; ///< when the picture delivered last was recorded
     bool m_discontinuity = true;
-    bool m_ended = false;
 };

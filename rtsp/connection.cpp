@@ -13,14 +13,13 @@ constexpr size_t kWriteBytes = 65536;
 constexpr int kSocketBytes = 131072;
 /// A client that asks on and on without reading is let go, soon where nothing but replies waits.
 constexpr size_t kMostBacklog = 8u << 20, kMostReplies = 65536;
+/// A request has to be whole after this time, in microseconds, and another to come.
+constexpr int64_t kWholeRequest = 10'000'000, kIdle = 30'000'000;
 
 std::string addressOf(GSocketAddress* address) {
     const ObjectPtr<GSocketAddress> owner(address);
     if (!address || !G_IS_INET_SOCKET_ADDRESS(address)) return "";
-    char* text = g_inet_address_to_string(g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address)));
-    const std::string result = text;
-    g_free(text);
-    return result;
+    return taken(g_inet_address_to_string(g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address))));
 }
 
 bool wouldBlock(GError* error) {
@@ -36,7 +35,7 @@ Connection::Connection(uint64_t id, GSocketConnection* accepted, GTlsCertificate
     : m_id(id), m_events(events), m_socket(G_SOCKET_CONNECTION(g_object_ref(accepted))),
       m_peer(addressOf(g_socket_connection_get_remote_address(accepted, nullptr))),
       m_local(addressOf(g_socket_connection_get_local_address(accepted, nullptr))),
-      m_lastSign(g_get_monotonic_time()), m_lastRequest(m_lastSign) {
+      m_lastSign(g_get_monotonic_time()), m_lastRequest(m_lastSign), m_partial(certificate != nullptr) {
     GSocket* socket = g_socket_connection_get_socket(accepted);
     g_socket_set_option(socket, SOL_SOCKET, SO_SNDBUF, kSocketBytes, nullptr);
     g_socket_set_option(socket, IPPROTO_TCP, TCP_NODELAY, 1, nullptr);
@@ -45,11 +44,11 @@ Connection::Connection(uint64_t id, GSocketConnection* accepted, GTlsCertificate
     else
         m_stream.reset(G_IO_STREAM(g_object_ref(accepted)));
     auto* input = G_POLLABLE_INPUT_STREAM(g_io_stream_get_input_stream(m_stream.get()));
-    m_reading.reset(g_pollable_input_stream_create_source(input, nullptr));
-    g_source_set_callback(m_reading.get(),
-                          reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(onReadable)), this,
-                          nullptr);
-    g_source_attach(m_reading.get(), nullptr);
+    const GPollableSourceFunc readable = [](GObject*, gpointer self) -> gboolean {
+        static_cast<Connection*>(self)->read();
+        return G_SOURCE_CONTINUE; // a source that has been destroyed meanwhile stays so
+    };
+    m_reading = attached(g_pollable_input_stream_create_source(input, nullptr), readable, this);
 }
 
 Connection::~Connection() {
@@ -60,16 +59,12 @@ Connection::~Connection() {
     g_socket_close(socket, nullptr);
 }
 
-gboolean Connection::onReadable(GObject*, gpointer self) {
-    static_cast<Connection*>(self)->read();
-    return G_SOURCE_CONTINUE; // a source that has been destroyed meanwhile stays so
+GPollableOutputStream* Connection::output() const {
+    return G_POLLABLE_OUTPUT_STREAM(g_io_stream_get_output_stream(m_stream.get()));
 }
 
-gboolean Connection::onWritable(GObject*, gpointer self) {
-    auto* connection = static_cast<Connection*>(self);
-    connection->m_writing.reset();
-    connection->write();
-    return G_SOURCE_REMOVE;
+bool Connection::isLate(int64_t now) const {
+    return now - m_lastRequest > (m_partial ? kWholeRequest : kIdle);
 }
 
 /// One read at a time: other clients have their turn in between.
@@ -126,11 +121,10 @@ void Connection::send(std::string_view bytes) {
 }
 
 void Connection::write() {
-    auto* output = G_POLLABLE_OUTPUT_STREAM(g_io_stream_get_output_stream(m_stream.get()));
     while (backlog() > 0) {
         if (m_attempt == 0) m_attempt = std::min(backlog(), kWriteBytes);
         GError* error = nullptr;
-        const gssize sent = g_pollable_output_stream_write_nonblocking(output, m_out.data() + m_sent,
+        const gssize sent = g_pollable_output_stream_write_nonblocking(output(), m_out.data() + m_sent,
                                                                        m_attempt, nullptr, &error);
         if (sent < 0 && wouldBlock(error)) {
             waitUntilWritable();
@@ -154,12 +148,13 @@ void Connection::waitUntilWritable() {
         m_out.erase(0, m_sent);
         m_sent = 0;
     }
-    auto* output = G_POLLABLE_OUTPUT_STREAM(g_io_stream_get_output_stream(m_stream.get()));
-    m_writing.reset(g_pollable_output_stream_create_source(output, nullptr));
-    g_source_set_callback(m_writing.get(),
-                          reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(onWritable)), this,
-                          nullptr);
-    g_source_attach(m_writing.get(), nullptr);
+    const GPollableSourceFunc writable = [](GObject*, gpointer self) -> gboolean {
+        auto* connection = static_cast<Connection*>(self);
+        connection->m_writing.reset();
+        connection->write();
+        return G_SOURCE_REMOVE;
+    };
+    m_writing = attached(g_pollable_output_stream_create_source(output(), nullptr), writable, this);
 }
 
 void Connection::closeWhenSent() {

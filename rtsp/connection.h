@@ -38,7 +38,8 @@ public:
     int64_t lastSign() const { return m_lastSign; }
     /// When the last whole request came, or the connection began.
     int64_t lastRequest() const { return m_lastRequest; }
-    bool hasPartOfRequest() const { return m_partial; }
+    /// A request is not whole in time, or none has come for long.
+    bool isLate(int64_t now) const;
     /// No more is read; closed once all has been sent.
     void closeWhenSent();
     void close();
@@ -49,12 +50,11 @@ public:
     std::string nonce;           ///< that its credentials are to be made for
 
 private:
-    static gboolean onReadable(GObject* stream, gpointer self);
-    static gboolean onWritable(GObject* stream, gpointer self);
     void read();
     bool handle(RequestParser::Result result, const RtspRequest& request);
     void write();
     void waitUntilWritable();
+    GPollableOutputStream* output() const;
 
     const uint64_t m_id;
     ConnectionEvents& m_events;
@@ -67,7 +67,7 @@ private:
     size_t m_sent = 0;    ///< of m_out
     size_t m_attempt = 0; ///< TLS wants the same bytes again after a write that would have blocked
     int64_t m_lastSign, m_lastRequest;
-    bool m_partial = false;
+    bool m_partial; ///< a request has begun, or TLS has
     bool m_closing = false;
     bool m_closed = false;
 };

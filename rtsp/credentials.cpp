@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "rtsp/glib_object.h"
+
 namespace {
 
 constexpr char kRealm[] = "tavirn";
@@ -59,19 +61,18 @@ Credentials Credentials::fromFile(const std::string& path) {
     return credentials;
 }
 
-bool Credentials::allow(std::string_view authorization, const std::string& method,
+bool Credentials::allow(std::string_view authorization, const std::string& method, const std::string& uri,
                         const std::string& nonce) const {
     auto given = digestParameters(authorization);
     const auto known = m_passwords.find(given["username"]);
-    if (nonce.empty() || given["nonce"] != nonce || given["realm"] != kRealm) return false;
+    if (nonce.empty() || given["nonce"] != nonce || given["realm"] != kRealm || given["uri"] != uri)
+        return false;
     // An unknown user takes as long as a wrong password.
     const std::string password = known == m_passwords.end() ? nonce : known->second;
-    char* expected =
+    const std::string expected = taken(
         gst_rtsp_generate_digest_auth_response(nullptr, method.c_str(), kRealm, given["username"].c_str(),
-                                               password.c_str(), given["uri"].c_str(), nonce.c_str());
-    const bool allowed = expected && known != m_passwords.end() && isEqual(expected, given["response"]);
-    g_free(expected);
-    return allowed;
+                                               password.c_str(), uri.c_str(), nonce.c_str()));
+    return known != m_passwords.end() && !expected.empty() && isEqual(expected, given["response"]);
 }
 
 std::string Credentials::challenge(const std::string& nonce) {

@@ -12,8 +12,9 @@ public:
     /// such.
     static Credentials fromFile(const std::string& path);
 
-    /// Whether the Authorization header answers for this request and nonce.
-    bool allow(std::string_view authorization, const std::string& method, const std::string& nonce) const;
+    /// Whether the Authorization header answers for a request of this method and URI, and for this nonce.
+    bool allow(std::string_view authorization, const std::string& method, const std::string& uri,
+               const std::string& nonce) const;
     /// The WWW-Authenticate header that asks for it.
     static std::string challenge(const std::string& nonce);
     static std::string newNonce();

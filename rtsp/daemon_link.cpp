@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "platform/paths.h"
+#include "rtsp/picture.h"
 
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr char kSkipTime[] = "333";
 /// A new recording is asked for again until it has a whole GOP.
 constexpr int kOpenTries = 5;
 constexpr int kOpenPauseMs = 1000;
@@ -23,23 +23,27 @@ constexpr int kAttachPauseMs = 10;
 /// How long an end may go unnoticed by the thread that waits for blocks.
 constexpr milliseconds kPatience{100};
 
+std::optional<std::string> ask(const ControlRequest& request) {
+    return exchange(paths().controlSocket, request.record);
+}
+
 } // namespace
 
-/// The blocks of one session: read by a thread of their own, which outlives nobody.
-struct DaemonLink::Blocks {
+/// One session, and its blocks: read by a thread of their own, which outlives nobody.
+struct DaemonLink::Session {
     OutputReader reader;
     std::atomic<bool> wanted{true};
     OnBlock onBlock; ///< called in the owning loop
     std::function<void()> onEnd;
     std::jthread thread;
 
-    static void deliver(const std::shared_ptr<Blocks>& self, const Post& post) {
+    static void deliver(const std::shared_ptr<Session>& self, const Post& post) {
         for (OutputBlock block; self->wanted; block = {}) {
             const ReadResult result = self->reader.next(block, kPatience);
             if (result == ReadResult::timeout) continue;
             if (result != ReadResult::block) {
                 post([self] {
-                    if (self->wanted.exchange(false)) self->onEnd();
+                    if (self->wanted) self->onEnd();
                 });
                 return;
             }
@@ -51,17 +55,11 @@ struct DaemonLink::Blocks {
 };
 
 DaemonLink::DaemonLink(Post post)
-    : m_number(std::to_string(1 + std::random_device()() % INT32_MAX)), m_post(std::move(post)),
-      m_control([this](const std::stop_token& stop) { work(stop); }) {}
+    : m_number(std::to_string(1 + std::random_device()() % INT32_MAX)), m_post(std::move(post)) {}
 
 DaemonLink::~DaemonLink() {
     close();
-    {
-        const std::lock_guard lock(m_mutex);
-        m_stopping = true;
-    }
-    m_control.request_stop();
-    m_wake.notify_all();
+    m_stop.request_stop();
 }
 
 void DaemonLink::enqueue(std::function<void()> job) {
@@ -70,13 +68,14 @@ void DaemonLink::enqueue(std::function<void()> job) {
         m_jobs.push_back(std::move(job));
     }
     m_wake.notify_all();
+    if (!m_control.joinable()) m_control = std::jthread([this] { work(); });
 }
 
 /// What has been asked for before the end is done: a teardown is among it.
-void DaemonLink::work(const std::stop_token& stop) {
+void DaemonLink::work() {
     for (;;) {
         std::unique_lock lock(m_mutex);
-        m_wake.wait(lock, stop, [this] { return !m_jobs.empty(); });
+        m_wake.wait(lock, m_stop.get_token(), [this] { return !m_jobs.empty(); });
         if (m_jobs.empty()) return;
         const auto job = std::move(m_jobs.front());
         m_jobs.pop_front();
@@ -88,80 +87,76 @@ void DaemonLink::work(const std::stop_token& stop) {
 /// False when the link is to end.
 bool DaemonLink::pause(int ms) {
     std::unique_lock lock(m_mutex);
-    return !m_wake.wait_for(lock, milliseconds(ms), [this] { return m_stopping; });
+    m_wake.wait_for(lock, m_stop.get_token(), milliseconds(ms), [] { return false; });
+    return !m_stop.stop_requested();
 }
 
 ControlRequest DaemonLink::inSession(int32_t type) const {
     return std::move(ControlRequest(type).with("Session", m_number));
 }
 
-DaemonLink::Done DaemonLink::ask(const ControlRequest& request) const {
-    auto answer = exchange(paths().controlSocket, request.record);
-    return {answer.has_value(), std::move(answer).value_or(""), 0};
+std::optional<std::string> DaemonLink::openSession() {
+    if (std::exchange(m_first, false)) ask(ControlRequest(RTSP_REQ_TEARDOWN));
+    for (int tries = kOpenTries, reaching = kReachTries;;) {
+        auto answer = ask(ControlRequest(RTSP_REQ_OPEN));
+        const OpenAnswer opened = answer ? readOpenAnswer(*answer) : OpenAnswer::malformed;
+        if (opened == OpenAnswer::opened) {
+            ask(inSession(RTSP_REQ_SESSION));
+            ask(inSession(RTSP_REQ_FFTIME).with("FFTime", std::to_string(kSkipMs)));
+            return answer;
+        }
+        const bool last = answer ? opened == OpenAnswer::alreadyOpen || --tries == 0 : --reaching == 0;
+        if (last || !pause(answer ? kOpenPauseMs : kReachPauseMs)) return std::nullopt;
+    }
 }
 
-DaemonLink::Opening DaemonLink::openSession(std::string& parameterSets) {
-    if (std::exchange(m_first, false)) ask(ControlRequest(RTSP_REQ_TEARDOWN));
-    int reaching = kReachTries;
-    for (int tries = kOpenTries; tries > 0; --tries) {
-        Done opened = ask(ControlRequest(RTSP_REQ_OPEN));
-        while (!opened.reached && --reaching > 0 && pause(kReachPauseMs))
-            opened = ask(ControlRequest(RTSP_REQ_OPEN));
-        if (!opened.reached) return Opening::unreachable;
-        switch (readOpenAnswer(opened.answer)) {
-        case OpenAnswer::opened:
-            ask(inSession(RTSP_REQ_SESSION));
-            ask(inSession(RTSP_REQ_FFTIME).with("FFTime", kSkipTime));
-            parameterSets = opened.answer;
-            return Opening::opened;
-        case OpenAnswer::alreadyOpen:
-            return Opening::taken;
-        default:
-            if (tries > 1 && !pause(kOpenPauseMs)) return Opening::nothing;
+bool DaemonLink::attach(OutputReader& reader) {
+    for (int tries = kAttachTries; tries > 0; --tries) {
+        if (reader.attach(paths().ipcKey, kOutputMemoryProject)) {
+            reader.rewind();
+            return true;
         }
+        if (!pause(kAttachPauseMs)) break;
     }
-    return Opening::nothing;
+    return false;
 }
 
 void DaemonLink::open(OnOpened opened, OnBlock block, std::function<void()> ended) {
-    m_blocks = std::make_shared<Blocks>();
-    m_blocks->onBlock = std::move(block);
-    m_blocks->onEnd = std::move(ended);
-    enqueue([this, blocks = m_blocks, opened = std::move(opened)] {
-        std::string sets;
-        Opening result = openSession(sets);
-        int tries = result == Opening::opened ? kAttachTries : 0;
-        while (tries > 0 && !blocks->reader.attach(paths().ipcKey, kOutputMemoryProject)) {
-            --tries;
-            if (!pause(kAttachPauseMs)) break;
+    m_session = std::make_shared<Session>();
+    m_session->onBlock = std::move(block);
+    m_session->onEnd = std::move(ended);
+    enqueue([this, session = m_session, opened = std::move(opened)] {
+        auto sets = openSession();
+        if (sets && !attach(session->reader)) {
+            ask(inSession(RTSP_REQ_TEARDOWN));
+            sets.reset();
         }
-        if (result == Opening::opened && !blocks->reader.attached()) result = Opening::noMemory;
-        if (result == Opening::noMemory) ask(inSession(RTSP_REQ_TEARDOWN));
-        m_post([opened, result, sets] { opened(result, sets); });
-        if (result != Opening::opened) return;
-        blocks->reader.rewind();
-        blocks->thread = std::jthread([blocks, post = m_post] { Blocks::deliver(blocks, post); });
+        m_post([session, opened, sets] {
+            if (session->wanted) opened(sets);
+        });
+        if (sets)
+            session->thread = std::jthread([session, post = m_post] { Session::deliver(session, post); });
     });
 }
 
-void DaemonLink::request(int32_t type, const std::string& name, const std::string& value,
-                         std::function<void(Done)> done) {
+void DaemonLink::request(int32_t type, const std::string& name, const std::string& value, OnDone done) {
     ControlRequest request = inSession(type);
     if (!name.empty()) request.with(name, value);
-    enqueue([this, request, blocks = m_blocks, done = std::move(done)] {
-        Done result = ask(request);
-        if (blocks) result.newest = blocks->reader.newest();
-        m_post([done, result = std::move(result)] { done(result); });
+    enqueue([this, request, session = m_session, done = std::move(done)] {
+        const ControlDone result{ask(request), session->reader.newest()};
+        m_post([session, done, result] {
+            if (session->wanted) done(result);
+        });
     });
 }
 
 void DaemonLink::close() {
-    if (!m_blocks) return;
-    m_blocks->wanted = false;
-    // The thread ends by itself, within its patience; whoever holds the blocks last must not be that thread.
-    enqueue([this, blocks = std::move(m_blocks)] {
+    if (!m_session) return;
+    m_session->wanted = false;
+    // The thread ends by itself, within its patience; whoever holds the session last must not be that thread.
+    enqueue([this, session = std::move(m_session)] {
         ask(inSession(RTSP_REQ_TEARDOWN));
-        if (blocks->thread.joinable()) blocks->thread.join();
+        if (session->thread.joinable()) session->thread.join();
     });
-    m_blocks.reset();
+    m_session.reset();
 }

@@ -7,28 +7,30 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "platform/output_reader.h"
 #include "tools/client/control_client.h"
 
+/// What came of a control request.
+struct ControlDone {
+    std::optional<std::string> answer; ///< its bytes; nothing: the daemon cannot be reached
+    /// The newest block at this moment: from the second one behind it on, all follow the request.
+    uint32_t newest = 0;
+};
+
 class DaemonLink {
 public:
     /// Runs a function in the loop that owns the link; called from both threads.
     using Post = std::function<void(std::function<void()>)>;
-
-    /// What came of a control request.
-    struct Done {
-        bool reached = false; ///< the daemon has taken it
-        std::string answer;   ///< its bytes
-        uint32_t newest =
-            0; ///< the newest block at this moment: from the second one behind it on, all follow it
-    };
-    enum class Opening { opened, unreachable, taken, nothing, noMemory };
-    using OnOpened = std::function<void(Opening, std::string parameterSets)>;
+    /// With SPS and PPS; nothing when no session can be had.
+    using OnOpened = std::function<void(const std::optional<std::string>& parameterSets)>;
     using OnBlock = std::function<void(OutputBlock block)>;
+    using OnDone = std::function<void(const ControlDone&)>;
 
+    /// Its thread begins with the first request.
     explicit DaemonLink(Post post);
     /// Ends an open session and both threads.
     ~DaemonLink();
@@ -38,19 +40,18 @@ public:
     /// Opens a session and has its blocks delivered until it ends, which `ended` tells. A recording that has
     /// just begun is asked for again for a few seconds.
     void open(OnOpened opened, OnBlock block, std::function<void()> ended);
-    /// A request of the open session, with at most one header beside its number.
-    void request(int32_t type, const std::string& name, const std::string& value,
-                 std::function<void(Done)> done);
-    /// Ends the session; no block comes any more.
+    /// A request of the session that has been opened, with at most one header beside its number.
+    void request(int32_t type, const std::string& name, const std::string& value, OnDone done);
+    /// Ends the session; nothing that belongs to it comes any more.
     void close();
 
 private:
-    struct Blocks;
+    struct Session;
 
-    void work(const std::stop_token& stop);
+    void work();
     void enqueue(std::function<void()> job);
-    Opening openSession(std::string& parameterSets);
-    Done ask(const ControlRequest& request) const;
+    std::optional<std::string> openSession();
+    bool attach(OutputReader& reader);
     bool pause(int ms);
     ControlRequest inSession(int32_t type) const;
 
@@ -58,9 +59,9 @@ private:
     const Post m_post;
     std::mutex m_mutex;
     std::condition_variable_any m_wake;
+    std::stop_source m_stop;
     std::deque<std::function<void()>> m_jobs;
-    bool m_stopping = false;
-    bool m_first = true;              ///< control thread: a session found open is a dead server's
-    std::shared_ptr<Blocks> m_blocks; ///< owning loop: those of the newest session
-    std::jthread m_control;           ///< last: it uses the others
+    bool m_first = true;                ///< control thread: a session found open is a dead server's
+    std::shared_ptr<Session> m_session; ///< owning loop: the newest one
+    std::jthread m_control;             ///< last: it uses the others
 };

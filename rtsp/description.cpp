@@ -2,18 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <glib.h>
 
+#include "rtsp/glib_object.h"
 #include "tools/common/formatted.h"
 #include "tools/record/h264.h"
 
 namespace {
 
 std::string base64(std::string_view bytes) {
-    gchar* text = g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size());
-    std::string result = text;
-    g_free(text);
-    return result;
+    return taken(g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()));
 }
 
 /// What a decoder has to know: the sets, and the profile that the first of them begins with.
@@ -40,7 +37,8 @@ std::string sessionDescription(const Description& description, RangeUnit unit, c
     std::string text = "v=0\r\no=- " + number + " " + number + " IN " + family + address +
                        "\r\ns=Recording\r\nc=IN " + family + (family == "IP4 " ? "0.0.0.0" : "::") +
                        "\r\nt=0 0\r\na=control:*\r\na=range:" + rangeText(unit, oldest, end, oldest) + "\r\n";
-    text += "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=fmtp:96 " +
+    const int type = RtpStream::kPayloadType;
+    text += formatted("m=video 0 RTP/AVP %d\r\na=rtpmap:%d H264/90000\r\na=fmtp:%d ", type, type, type) +
             formatParameters(description.parameterSets) + "\r\n";
     if (description.frameRate > 0) text += formatted("a=framerate:%g\r\n", description.frameRate);
     text += std::string("a=control:") + kTrack + "\r\na=recvonly\r\na=x-onvif-track:VIDEO001\r\n";

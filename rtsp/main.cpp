@@ -58,11 +58,8 @@ ServerOptions checked(const Options& options) {
     GError* error = nullptr;
     result.certificate.reset(
         g_tls_certificate_new_from_files(options.certificate.c_str(), options.key.c_str(), &error));
-    if (!result.certificate) {
-        const std::string reason = error->message;
-        g_error_free(error);
-        throw Failure(kFailed, "cannot use the certificate in " + options.certificate + ": " + reason);
-    }
+    if (!result.certificate)
+        throw Failure(kFailed, "cannot use the certificate in " + options.certificate + ": " + taken(error));
     return result;
 }
 
@@ -79,15 +76,15 @@ int serve(const Options& options) {
     allowDescriptors();
     setlogmask(LOG_UPTO(LOG_WARNING)); // the parts that read the recording log each step
     std::signal(SIGPIPE, SIG_IGN);
-    ServerOptions served = checked(options);
-    // Detached before any thread is made.
-    if (!options.foreground && daemon(1, 1) != 0) throw Failure(kFailed, "cannot detach");
-    gst_init(nullptr, nullptr);
-    const RtspServer server(std::move(served));
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+    const RtspServer server(checked(options)); // which has no thread before the first request
     std::printf("rtsp%s://%s:%u/%s\n", options.certificate.empty() ? "" : "s", options.bind.c_str(),
                 unsigned{server.port()}, options.path.c_str());
     std::fflush(stdout);
+    if (!options.foreground && daemon(1, 0) != 0) throw Failure(kFailed, "cannot detach");
+    // Packets are all that is wanted of it: looking for plugins takes seconds, and megabytes.
+    setenv("GST_REGISTRY_DISABLE", "yes", 1);
+    gst_init(nullptr, nullptr);
+    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
     const GSourceFunc stop = [](gpointer data) -> gboolean {
         g_main_loop_quit(static_cast<GMainLoop*>(data));
         return G_SOURCE_CONTINUE;

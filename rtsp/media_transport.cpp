@@ -2,6 +2,9 @@
 
 #include <gst/rtsp/gstrtsptransport.h>
 #include <limits>
+#include <sys/socket.h>
+
+#include "tools/common/formatted.h"
 
 namespace {
 
@@ -9,6 +12,8 @@ namespace {
 constexpr int64_t kMostBehind = 1'000'000;
 /// Bytes that wait at most where pictures are sent as fast as they are taken.
 constexpr size_t kAhead = 1u << 20;
+/// A whole I-picture is handed to the system at once; it may grant less.
+constexpr int kDatagramBytes = 2 << 20;
 
 class Interleaved : public MediaTransport {
 public:
@@ -31,8 +36,8 @@ public:
     }
     int64_t lastSign() const override { return m_connection.lastSign(); }
     std::string description(uint32_t) const override {
-        return "RTP/AVP/TCP;unicast;interleaved=" + std::to_string(static_cast<unsigned char>(m_rtp)) + "-" +
-               std::to_string(static_cast<unsigned char>(m_rtcp));
+        return formatted("RTP/AVP/TCP;unicast;interleaved=%d-%d", static_cast<unsigned char>(m_rtp),
+                         static_cast<unsigned char>(m_rtcp));
     }
 
 private:
@@ -51,74 +56,65 @@ private:
 
 class Udp : public MediaTransport {
 public:
-    Udp(Connection& connection, const TransportWish& wish) : m_connection(connection), m_wish(wish) {
-        const ObjectPtr<GInetAddress> peer(g_inet_address_new_from_string(connection.peer().c_str()));
-        m_toRtp.reset(g_inet_socket_address_new(peer.get(), static_cast<guint16>(wish.first)));
-        m_toRtcp.reset(g_inet_socket_address_new(peer.get(), static_cast<guint16>(wish.second)));
-    }
-
-    bool bindPorts() {
+    Udp(const Connection& connection, const TransportWish& wish) : m_connection(connection), m_wish(wish) {
         constexpr int kTries = 100;
-        for (int n = 0; n < kTries; ++n) {
-            const int port = 2 * g_random_int_range(10000, 30000);
-            m_rtp = bound(port);
-            m_rtcp = m_rtp ? bound(port + 1) : nullptr;
-            if (!m_rtcp) continue;
-            m_port = port;
-            listen();
-            return true;
+        for (int n = 0; n < kTries && !m_rtcp; ++n) {
+            m_port = 2 * g_random_int_range(10000, 30000);
+            m_rtp = between(m_port, wish.first);
+            m_rtcp = m_rtp ? between(m_port + 1, wish.second) : nullptr;
         }
-        return false;
+        if (m_rtcp) listen();
     }
 
+    bool hasPorts() const { return m_rtcp != nullptr; }
     bool keepsUp() override { return true; }
-    void rtp(std::string_view packet) override { send(m_rtp.get(), m_toRtp.get(), packet); }
-    void rtcp(std::string_view packet) override { send(m_rtcp.get(), m_toRtcp.get(), packet); }
+    void rtp(std::string_view packet) override { send(m_rtp.get(), packet); }
+    void rtcp(std::string_view packet) override { send(m_rtcp.get(), packet); }
     int64_t lastSign() const override { return std::max(m_lastReport, m_connection.lastRequest()); }
     std::string description(uint32_t ssrc) const override {
-        char text[128];
-        std::snprintf(text, sizeof text, "RTP/AVP;unicast;client_port=%d-%d;server_port=%d-%d;ssrc=%08X",
-                      m_wish.first, m_wish.second, m_port, m_port + 1, ssrc);
-        return text;
+        return formatted("RTP/AVP;unicast;client_port=%d-%d;server_port=%d-%d;ssrc=%08X", m_wish.first,
+                         m_wish.second, m_port, m_port + 1, ssrc);
     }
 
 private:
-    /// On the address that the client has reached.
-    ObjectPtr<GSocket> bound(int port) const {
-        const ObjectPtr<GInetAddress> address(g_inet_address_new_from_string(m_connection.local().c_str()));
-        ObjectPtr<GSocket> socket(g_socket_new(g_inet_address_get_family(address.get()),
+    /// From the address that the client has reached to its own, and nobody else's; null when that port is
+    /// taken.
+    ObjectPtr<GSocket> between(int port, int clientPort) const {
+        const auto address = [](const std::string& host, int number) {
+            return ObjectPtr<GSocketAddress>(
+                g_inet_socket_address_new_from_string(host.c_str(), static_cast<guint>(number)));
+        };
+        const auto here = address(m_connection.local(), port),
+                   there = address(m_connection.peer(), clientPort);
+        ObjectPtr<GSocket> socket(g_socket_new(g_socket_address_get_family(here.get()),
                                                G_SOCKET_TYPE_DATAGRAM, G_SOCKET_PROTOCOL_UDP, nullptr));
-        const ObjectPtr<GSocketAddress> here(
-            g_inet_socket_address_new(address.get(), static_cast<guint16>(port)));
-        if (!socket || !g_socket_bind(socket.get(), here.get(), FALSE, nullptr)) return nullptr;
+        if (!socket || !g_socket_bind(socket.get(), here.get(), FALSE, nullptr) ||
+            !g_socket_connect(socket.get(), there.get(), nullptr, nullptr))
+            return nullptr;
         g_socket_set_blocking(socket.get(), FALSE);
+        g_socket_set_option(socket.get(), SOL_SOCKET, SO_SNDBUF, kDatagramBytes, nullptr);
         return socket;
     }
 
     /// Receiver reports are a sign of life; what they say is not looked at.
     void listen() {
-        m_reading.reset(g_socket_create_source(m_rtcp.get(), G_IO_IN, nullptr));
         const GSocketSourceFunc came = [](GSocket* socket, GIOCondition, gpointer self) -> gboolean {
             char packet[2048];
             if (g_socket_receive(socket, packet, sizeof packet, nullptr, nullptr) > 0)
                 static_cast<Udp*>(self)->m_lastReport = g_get_monotonic_time();
             return G_SOURCE_CONTINUE;
         };
-        g_source_set_callback(m_reading.get(),
-                              reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(+came)), this,
-                              nullptr);
-        g_source_attach(m_reading.get(), nullptr);
+        m_reading = attached(g_socket_create_source(m_rtcp.get(), G_IO_IN, nullptr), came, this);
     }
 
     /// What finds no room is lost, as anywhere on its way.
-    static void send(GSocket* socket, GSocketAddress* to, std::string_view packet) {
-        g_socket_send_to(socket, to, packet.data(), packet.size(), nullptr, nullptr);
+    static void send(GSocket* socket, std::string_view packet) {
+        g_socket_send(socket, packet.data(), packet.size(), nullptr, nullptr);
     }
 
-    Connection& m_connection;
+    const Connection& m_connection;
     const TransportWish m_wish;
     ObjectPtr<GSocket> m_rtp, m_rtcp;
-    ObjectPtr<GSocketAddress> m_toRtp, m_toRtcp;
     SourcePtr m_reading;
     int m_port = 0;
     int64_t m_lastReport = 0;
@@ -164,6 +160,6 @@ std::unique_ptr<MediaTransport> interleavedTransport(Connection& connection, con
 
 std::unique_ptr<MediaTransport> udpTransport(Connection& connection, const TransportWish& wish) {
     auto udp = std::make_unique<Udp>(connection, wish);
-    if (!udp->bindPorts()) return nullptr;
+    if (!udp->hasPorts()) return nullptr;
     return udp;
 }

@@ -6,6 +6,8 @@
 #include <optional>
 #include <vector>
 
+inline constexpr int64_t kSkipMs = 333; ///< between two pictures of fast and reverse play
+
 /// Times of the recording are in milliseconds since the epoch, UTC; those of this moment in microseconds of a
 /// clock that never goes back.
 struct Picture {

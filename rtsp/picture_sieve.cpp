@@ -5,9 +5,6 @@
 
 void PictureSieve::begin(const PlayOrder& order) {
     m_order = order;
-    m_order.target.reset();
-    m_behind.reset();
-    if (order.target && order.scale > 0) m_behind = order.target->time;
     m_held.reset();
     m_lost = false;
 }
@@ -15,6 +12,12 @@ void PictureSieve::begin(const PlayOrder& order) {
 void PictureSieve::jump() {
     m_sentTime.reset();
     m_discontinuity = true;
+}
+
+/// Forward: to the picture sent from the card, or that one itself.
+bool PictureSieve::leadsUp(const Picture& picture) const {
+    return m_order.target && m_order.scale > 0 && m_sentTime && picture.time &&
+           *picture.time <= m_order.target->time;
 }
 
 bool PictureSieve::isBeyond(std::optional<int64_t> time) const {
@@ -30,7 +33,7 @@ bool PictureSieve::passes(const Picture& picture) const {
 }
 
 bool PictureSieve::take(const Picture& picture) {
-    if (m_behind && m_sentTime && picture.time && *picture.time <= *m_behind) return true;
+    if (leadsUp(picture)) return true;
     if (isBeyond(picture.time)) return false;
     if (picture.gapBefore || m_lost) m_discontinuity = true;
     if (m_lost && !picture.iPicture) return true;

@@ -21,6 +21,7 @@ public:
     std::optional<int64_t> sentTime() const { return m_sentTime; }
 
 private:
+    bool leadsUp(const Picture& picture) const;
     bool isBeyond(std::optional<int64_t> time) const;
     bool passes(const Picture& picture) const;
     void send(const Picture& picture);
@@ -28,8 +29,6 @@ private:
     PlayOutput& m_out;
     PlayOrder m_order;
     std::optional<int64_t> m_sentTime;
-    std::optional<int64_t>
-        m_behind; ///< forward: of the picture sent from the card, which the daemon's lead up to
     std::optional<Picture> m_held;
     Standing m_heldStanding;
     bool m_discontinuity = true;

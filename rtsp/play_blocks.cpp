@@ -36,7 +36,7 @@ void PlayMachine::pictureCame(const Picture& picture, bool follows, int64_t nowU
         if (!wasSeen) m_shown = picture;
         break;
     case State::settling: // goes on until the pause is taken
-        if (!wasSeen && !m_ended && m_reached) emit(picture, nowUs);
+        if (!wasSeen && m_reached) emit(picture, nowUs);
         break;
     case State::jumping:
     case State::starting:
@@ -145,5 +145,6 @@ void PlayMachine::first(const Picture& picture, int64_t nowUs) {
 
 void PlayMachine::emit(const Picture& picture, int64_t nowUs) {
     m_lastPicture = nowUs;
+    if (m_ended) return;
     if (!m_sieve.take(picture)) stop(nowUs);
 }

@@ -7,6 +7,8 @@
 #include <ctime>
 #include <gst/rtsp/gstrtsprange.h>
 
+#include "tools/common/formatted.h"
+
 namespace {
 
 constexpr double kMostScale = 100;
@@ -95,19 +97,15 @@ int readPlay(const RtspRequest& request, int64_t zero, PlayRequest& play, RangeU
 }
 
 std::string timeText(RangeUnit unit, int64_t time, int64_t zero) {
-    char text[64];
     const int64_t ms = std::max<int64_t>(unit == RangeUnit::npt ? time - zero : time, 0);
-    if (unit == RangeUnit::npt) {
-        std::snprintf(text, sizeof text, "%lld.%03d", static_cast<long long>(ms / kSecond),
-                      int(ms % kSecond));
-        return text;
-    }
     const time_t seconds = ms / kSecond;
+    const std::string fraction = formatted(".%03d", int(ms % kSecond));
+    if (unit == RangeUnit::npt) return std::to_string(seconds) + fraction;
+    char text[32];
     tm date{};
     gmtime_r(&seconds, &date);
-    const size_t length = std::strftime(text, sizeof text, "%Y%m%dT%H%M%S", &date);
-    std::snprintf(text + length, sizeof text - length, ".%03dZ", int(ms % kSecond));
-    return text;
+    std::strftime(text, sizeof text, "%Y%m%dT%H%M%S", &date);
+    return text + fraction + 'Z';
 }
 
 std::string rangeText(RangeUnit unit, std::optional<int64_t> from, std::optional<int64_t> until,

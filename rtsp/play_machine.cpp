@@ -28,10 +28,6 @@ std::string inTenths(int scale) {
 // ---- requests ----
 
 void PlayMachine::play(const PlayOrder& order, int64_t nowUs) {
-    if (m_replyDue) {
-        m_out.reply({.status = 455});
-        return;
-    }
     const bool here = order.start == PlayOrder::Start::here;
     const bool same = playing() && here && order.scale == m_order.scale && !order.until &&
                       order.iPicturesOnly == m_order.iPicturesOnly && order.intervalMs == m_order.intervalMs;
@@ -47,8 +43,8 @@ void PlayMachine::play(const PlayOrder& order, int64_t nowUs) {
 }
 
 void PlayMachine::pause(int64_t nowUs) {
-    if (m_replyDue || m_state == State::paused) {
-        m_out.reply({.status = m_replyDue ? 455 : 200});
+    if (m_state == State::paused) {
+        m_out.reply({});
         return;
     }
     m_replyDue = true;
@@ -57,8 +53,9 @@ void PlayMachine::pause(int64_t nowUs) {
 }
 
 void PlayMachine::halt(int64_t nowUs) {
-    if (m_state == State::paused || m_state == State::settling) return;
     m_ended = true;
+    m_sieve.begin(m_order); // what it holds back is not to come in between
+    if (m_state == State::paused || m_state == State::settling) return;
     m_pauseDue = isUnderWay();
     if (!m_pauseDue) settle(nowUs);
 }
@@ -129,7 +126,7 @@ void PlayMachine::start(int64_t nowUs) {
 
 void PlayMachine::answer(bool firstFollows, std::optional<int64_t> from) {
     m_replyDue = false;
-    m_out.reply({200, from, m_order.until, m_order.scale, firstFollows});
+    m_out.reply({from, m_order.until, m_order.scale, firstFollows});
 }
 
 // ---- what came of them ----

@@ -30,6 +30,7 @@ public:
     /// A control request has been taken when `newest` was the newest block; `status` is the word of its
     /// answer.
     void controlDone(int32_t type, uint32_t newest, const std::string& status, int64_t nowUs);
+    /// These two only while not `busy`.
     void play(const PlayOrder& order, int64_t nowUs);
     void pause(int64_t nowUs);
     /// Pauses without a reply, and sends nothing more.
@@ -39,7 +40,7 @@ public:
     /// Pictures could not be sent: the next one that is, is an I-picture.
     void picturesLost() { m_sieve.lose(); }
 
-    /// Another PLAY or PAUSE would have to wait.
+    /// A PLAY or PAUSE has not been answered yet.
     bool busy() const { return m_replyDue; }
     bool playing() const { return m_state == State::playing || m_state == State::edge; }
     const PlayOrder& order() const { return m_order; }

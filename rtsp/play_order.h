@@ -9,7 +9,6 @@
 
 inline constexpr int kNormalScale = 10; ///< scales are in tenths, as the daemon cuts them
 inline constexpr int kSlowScale = 5;    ///< the one slow scale, in either direction
-inline constexpr int64_t kSkipMs = 333; ///< between two pictures of fast and reverse play
 
 /// A PLAY request, its times on the recording's clock and cut to the recording.
 struct PlayOrder {
@@ -32,9 +31,8 @@ struct PlayOrder {
     bool isFast() const { return scale > kNormalScale || scale < 0; }
 };
 
-/// What a reply to PLAY says.
+/// What the reply to a PLAY says.
 struct PlayReply {
-    int status = 200;
     std::optional<int64_t> from{}; ///< the time of the first picture
     std::optional<int64_t> until{};
     int scale = kNormalScale;

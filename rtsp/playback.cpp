@@ -1,7 +1,6 @@
 #include "rtsp/playback.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 namespace {
@@ -19,77 +18,64 @@ void setPlace(Picture& picture, const RecordingTime::Found& found) {
 
 } // namespace
 
-Playback::Playback(DaemonLink::Post post) : m_link(std::move(post)) {}
+Playback::Playback(DaemonLink::Post post, std::function<void()> lost)
+    : m_link(std::move(post)), m_lost(std::move(lost)) {}
 
 // ---- the daemon's session ----
 
 void Playback::describe(OnDescribed done) {
     if (m_waiting.size() >= kMostWaiting) {
-        done(DaemonLink::Opening::unreachable, m_description);
+        done(nullptr);
         return;
     }
     m_waiting.push_back(std::move(done));
-    if (m_open && m_shown) {
-        tellDescription(DaemonLink::Opening::opened);
-        return;
-    }
-    if (m_opening || m_open) return;
-    m_opening = true;
-    const uint32_t generation = ++m_generation;
-    m_link.open(
-        [this, generation](DaemonLink::Opening result, const std::string& sets) {
-            if (generation == m_generation) opened(result, sets);
-        },
-        [this, generation](OutputBlock came) {
-            if (generation == m_generation) block(std::move(came));
-        },
-        [this, generation] {
-            if (generation == m_generation) lost();
-        });
-}
-
-void Playback::opened(DaemonLink::Opening result, const std::string& parameterSets) {
-    m_opening = false;
-    m_open = result == DaemonLink::Opening::opened;
-    m_shown = false;
-    if (!m_open) {
-        tellDescription(result);
-        return;
-    }
-    m_machine = std::make_unique<PlayMachine>(static_cast<PlayOutput&>(*this));
-    m_description.parameterSets = parameterSets;
-    m_description.span = m_recording.span().value_or(RecordingTime::Span{});
-    m_description.frameRate = m_recording.frameRate();
-    m_played = false;
-    m_ticking = every(kTickMs, onTick, this);
-}
-
-void Playback::tellDescription(DaemonLink::Opening result) {
-    // Looking moves the stream that a delivery reads from.
-    if (result == DaemonLink::Opening::opened && !m_delivery)
+    if (m_opening) return;
+    if (isOpen()) {
         if (const auto span = m_recording.span()) m_description.span.newest = span->newest;
-    for (const OnDescribed& done : std::exchange(m_waiting, {})) done(result, m_description);
+        tellDescription(&m_description);
+        return;
+    }
+    m_opening = true;
+    m_link.open([this](const std::optional<std::string>& parameterSets) { opened(parameterSets); },
+                [this](OutputBlock came) { block(std::move(came)); }, [this] { lost(); });
+}
+
+void Playback::opened(const std::optional<std::string>& parameterSets) {
+    if (!parameterSets) {
+        tellDescription(nullptr);
+        return;
+    }
+    m_description = {*parameterSets, m_recording.span().value_or(RecordingTime::Span{}),
+                     m_recording.frameRate()};
+    m_machine = std::make_unique<PlayMachine>(static_cast<PlayOutput&>(*this));
+    m_played = false;
+    const GSourceFunc tick = [](gpointer self) -> gboolean {
+        static_cast<Playback*>(self)->m_machine->tick(g_get_monotonic_time());
+        return G_SOURCE_CONTINUE;
+    };
+    m_ticking = every(kTickMs, tick, this);
+}
+
+void Playback::tellDescription(const Description* description) {
+    m_opening = false;
+    for (const OnDescribed& done : std::exchange(m_waiting, {})) done(description);
 }
 
 void Playback::lost() {
-    if (m_rtp) goodBye();
-    const auto tell = std::exchange(m_lost, nullptr);
+    if (isSetUp()) goodBye();
     end();
-    if (tell) tell();
+    m_lost();
 }
 
 void Playback::end() {
-    ++m_generation;
     m_link.close();
-    m_opening = m_open = false;
     m_ticking.reset();
     stopDelivery();
     m_machine.reset();
     m_rtp.reset();
     m_transport.reset();
-    m_lost = nullptr;
-    for (const OnAnswer& answer : std::exchange(m_answers, {})) answer({.reply = {.status = 454}});
-    tellDescription(DaemonLink::Opening::unreachable);
+    if (const auto answer = std::exchange(m_answer, nullptr)) answer({.status = 454});
+    tellDescription(nullptr);
 }
 
 // ---- pictures ----
@@ -105,37 +91,30 @@ Picture Playback::pictureOf(OutputBlock& block) {
 }
 
 void Playback::block(OutputBlock block) {
-    if (!m_machine) return;
     if (block.missed > 0) m_machine->picturesLost();
     const int64_t now = g_get_monotonic_time();
-    if (!isPauseBlock(block) && m_delivery) return; // the pause before it is on its way
     if (!isPauseBlock(block)) {
         const Picture picture = pictureOf(block);
         m_machine->block(block.sequence, &picture, now);
         return;
     }
     m_machine->block(block.sequence, nullptr, now);
-    if (!std::exchange(m_shown, true)) tellDescription(DaemonLink::Opening::opened);
+    if (m_opening) tellDescription(&m_description);
 }
 
 void Playback::picture(const Picture& picture, const Standing& standing) {
-    if (!m_transport || m_delivery) return;
-    const PlayOrder& order = m_machine->order();
-    const bool sampled = order.scale > kNormalScale || order.scale < 0;
-    const Pace pace = sampled ? Pace::sampled : Pace::recorded;
+    const Pace pace = m_machine->order().isFast() ? Pace::sampled : Pace::recorded;
     const int64_t now = g_get_monotonic_time();
     if (!m_transport->keepsUp()) {
-        m_rtp->leaveOut(picture, pace, kSkipMs * 1000, now);
+        m_rtp->advance(picture, pace, now);
         m_machine->picturesLost();
         return;
     }
-    MediaTransport* transport = m_transport.get();
-    m_rtp->send(picture, standing, pace, kSkipMs * 1000, now,
-                [transport](std::string_view packet) { transport->rtp(packet); });
+    m_rtp->send(picture, standing, pace, now);
     if (now - m_lastReport > kReportEvery)
         report(false);
     else
-        transport->flush();
+        m_transport->flush();
 }
 
 void Playback::report(bool bye) {
@@ -147,21 +126,12 @@ void Playback::report(bool bye) {
     m_transport->flush();
 }
 
-void Playback::goodBye() {
-    if (m_transport) report(true);
-}
-
-bool Playback::recordingGoesOn() {
-    return RecordingTime::goesOn();
-}
-
 // ---- the client's requests ----
 
-void Playback::setUp(std::unique_ptr<MediaTransport> transport, uint32_t ssrc, std::function<void()> lost) {
+void Playback::setUp(std::unique_ptr<MediaTransport> transport, uint32_t ssrc) {
     m_transport = std::move(transport);
-    m_rtp = std::make_unique<RtpStream>(ssrc, static_cast<uint16_t>(g_random_int()), g_random_int());
-    m_lost = std::move(lost);
-    m_replay = false;
+    m_rtp = std::make_unique<RtpStream>(ssrc, static_cast<uint16_t>(g_random_int()), g_random_int(),
+                                        [this](std::string_view packet) { m_transport->rtp(packet); });
 }
 
 /// The picture that the recording stands on, as the one that a play begins with.
@@ -181,7 +151,7 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
                     .intervalMs = request.intervalMs,
                     .cseq = request.cseq};
     const bool forward = request.scale > 0;
-    order.holdBack = m_replay && (request.iPicturesOnly || request.scale > kNormalScale || !forward);
+    order.holdBack = m_rtp->hasReplayExtension() && (request.iPicturesOnly || order.isFast());
     const auto span = m_recording.span();
     if (!span) return order;
     // The reply is to tell what follows: no end lies beyond the recording, unless that goes on.
@@ -197,9 +167,8 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
         order.start = PlayOrder::Start::at;
     }
     if (!from) return order;
-    const int64_t cut = std::clamp(*from, span->oldest, span->newest);
-    order.from = cut;
-    if (m_recording.goTo(cut, forward)) {
+    order.from = std::clamp(*from, span->oldest, span->newest);
+    if (m_recording.goTo(order.from, forward)) {
         order.from = m_recording.time();
         order.target = targetHere();
     }
@@ -207,66 +176,86 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
     return order;
 }
 
+/// Tells it what is wrong, if something is.
+bool Playback::takes(const OnAnswer& answer) const {
+    if (isSetUp() && !m_machine->busy()) return true;
+    answer({.status = isSetUp() ? 455 : 454});
+    return false;
+}
+
 void Playback::play(const PlayRequest& request, OnAnswer answer) {
-    if (!m_machine || !m_rtp) {
-        answer({.reply = {.status = 454}});
-        return;
-    }
-    if (m_machine->busy()) {
-        answer({.reply = {.status = 455}});
-        return;
-    }
-    const int64_t now = g_get_monotonic_time();
+    if (!takes(answer)) return;
     const PlayOrder order = orderFor(request);
     m_played = true;
     stopDelivery();
     if (!request.rateControl && m_transport->holdsBack() && order.target) {
-        deliver(order, std::move(answer));
+        deliver(order, answer);
         return;
     }
-    m_answers.push_back(std::move(answer));
-    m_machine->play(order, now);
+    m_answer = std::move(answer);
+    m_machine->play(order, g_get_monotonic_time());
 }
 
 void Playback::pause(OnAnswer answer) {
-    if (!m_machine || m_machine->busy()) {
-        answer({.reply = {.status = m_machine ? 455 : 454}});
-        return;
-    }
+    if (!takes(answer)) return;
     stopDelivery();
-    m_answers.push_back(std::move(answer));
+    m_answer = std::move(answer);
     m_machine->pause(g_get_monotonic_time());
 }
 
 void Playback::reply(const PlayReply& reply) {
-    if (m_answers.empty()) return;
-    const OnAnswer answer = std::move(m_answers.front());
-    m_answers.erase(m_answers.begin());
-    PlayAnswer result{reply};
-    if (reply.firstFollows && m_rtp) {
+    PlayAnswer result{.reply = reply};
+    if (reply.firstFollows) {
         result.sequence = m_rtp->nextSequence();
         result.rtpTime = m_rtp->begin(g_get_monotonic_time());
         m_lastReport = 0; // one goes with the first picture
     }
-    answer(result);
+    std::exchange(m_answer, nullptr)(result);
 }
 
 void Playback::control(int32_t type, const std::string& name, const std::string& value) {
-    m_link.request(type, name, value, [this, type, generation = m_generation](const DaemonLink::Done& done) {
-        if (generation != m_generation) return;
-        if (!done.reached) {
+    m_link.request(type, name, value, [this, type](const ControlDone& done) {
+        if (done.answer)
+            m_machine->controlDone(type, done.newest, readStatusAnswer(*done.answer), g_get_monotonic_time());
+        else
             lost();
-            return;
-        }
-        m_machine->controlDone(type, done.newest, readStatusAnswer(done.answer), g_get_monotonic_time());
     });
 }
 
-gboolean Playback::onTick(gpointer self) {
-    static_cast<Playback*>(self)->tick();
-    return G_SOURCE_CONTINUE;
+// ---- a play without rate control ----
+
+void Playback::deliver(const PlayOrder& order, const OnAnswer& answer) {
+    m_machine->halt(g_get_monotonic_time());
+    m_delivery = std::make_unique<CardDelivery>(order);
+    PlayAnswer result{.reply = {order.from, order.until, order.scale, true},
+                      .sequence = m_rtp->nextSequence()};
+    result.rtpTime = m_rtp->begin(g_get_monotonic_time());
+    m_rtpEpoch = result.rtpTime - static_cast<uint32_t>(order.from * kPtsPerMs);
+    answer(result);
+    const GSourceFunc some = [](gpointer self) -> gboolean {
+        static_cast<Playback*>(self)->deliverSome();
+        return G_SOURCE_CONTINUE;
+    };
+    m_delivering = every(1, some, this);
 }
 
-void Playback::tick() {
-    m_machine->tick(g_get_monotonic_time());
+void Playback::stopDelivery() {
+    m_delivering.reset();
+    m_delivery.reset();
+}
+
+/// As much as the client takes, but not so long that others wait.
+void Playback::deliverSome() {
+    constexpr int64_t kTurnUs = 4000;
+    const int64_t begin = g_get_monotonic_time();
+    while (!m_delivery->ended() && m_transport->takesMore() && g_get_monotonic_time() - begin < kTurnUs) {
+        const auto delivered = m_delivery->next();
+        if (!delivered) continue;
+        const auto time = static_cast<uint32_t>(*delivered->picture.time * kPtsPerMs);
+        m_rtp->sendAt(m_rtpEpoch + time, delivered->picture, delivered->standing, g_get_monotonic_time());
+        m_transport->flush();
+    }
+    if (!m_delivery->ended()) return;
+    goodBye();
+    stopDelivery();
 }

@@ -27,9 +27,10 @@ struct PlayRequest {
     uint8_t cseq = 0;
 };
 
-/// What comes of it.
+/// What comes of a PLAY or PAUSE.
 struct PlayAnswer {
-    PlayReply reply;
+    int status = 200;
+    PlayReply reply{};
     uint16_t sequence = 0; ///< of the first packet, when it follows
     uint32_t rtpTime = 0;
 };
@@ -43,21 +44,22 @@ struct Description {
 
 class Playback : private PlayOutput {
 public:
-    using OnDescribed = std::function<void(DaemonLink::Opening, const Description&)>;
+    /// With null when no session of the daemon's can be had.
+    using OnDescribed = std::function<void(const Description*)>;
     using OnAnswer = std::function<void(const PlayAnswer&)>;
 
-    explicit Playback(DaemonLink::Post post);
+    /// `lost` tells that all has ended by itself, since the daemon's session has.
+    Playback(DaemonLink::Post post, std::function<void()> lost);
 
     /// Opens the daemon's session unless it is open.
     void describe(OnDescribed done);
-    bool isOpen() const { return m_open; }
+    bool isOpen() const { return m_machine != nullptr; }
     bool isSetUp() const { return m_transport != nullptr; }
 
-    /// A client's stream; it lasts until `end`, which happens by itself when the daemon's session does: then
-    /// `lost`.
-    void setUp(std::unique_ptr<MediaTransport> transport, uint32_t ssrc, std::function<void()> lost);
+    /// A client's stream; it lasts until `end`.
+    void setUp(std::unique_ptr<MediaTransport> transport, uint32_t ssrc);
     const MediaTransport& transport() const { return *m_transport; }
-    void setReplayExtension() { m_rtp->setReplayExtension(true), m_replay = true; }
+    void setReplayExtension() { m_rtp->setReplayExtension(); }
     void play(const PlayRequest& request, OnAnswer answer);
     void pause(OnAnswer answer);
     /// Ends the client's stream and the daemon's session.
@@ -67,48 +69,41 @@ public:
     int64_t zero() const { return m_description.span.oldest; }
 
 private:
-    static gboolean onTick(gpointer self);
-
-    void opened(DaemonLink::Opening result, const std::string& parameterSets);
-    void tellDescription(DaemonLink::Opening result);
+    void opened(const std::optional<std::string>& parameterSets);
+    void tellDescription(const Description* description);
     void block(OutputBlock block);
     Picture pictureOf(OutputBlock& block);
     void lost();
+    bool takes(const OnAnswer& answer) const;
     std::optional<Picture> targetHere();
     PlayOrder orderFor(const PlayRequest& request);
-    void tick();
     void report(bool bye);
 
-    void deliver(const PlayOrder& order, OnAnswer answer);
-    static gboolean onDelivery(gpointer self);
-    bool deliverSome();
+    void deliver(const PlayOrder& order, const OnAnswer& answer);
+    void deliverSome();
     void stopDelivery();
 
     void control(int32_t type, const std::string& name, const std::string& value) override;
     void reply(const PlayReply& reply) override;
     void picture(const Picture& picture, const Standing& standing) override;
-    void goodBye() override;
-    bool recordingGoesOn() override;
+    void goodBye() override { report(true); }
+    bool recordingGoesOn() override { return RecordingTime::goesOn(); }
 
     DaemonLink m_link;
+    const std::function<void()> m_lost;
     RecordingTime m_recording;
     Description m_description;
-    bool m_opening = false, m_open = false;
-    bool m_shown = false;      ///< the session has come to its first pause
-    uint32_t m_generation = 0; ///< of the daemon's session: what an earlier one still says does not count
+    bool m_opening = false; ///< until the daemon has come to its first pause
     std::vector<OnDescribed> m_waiting;
 
-    std::unique_ptr<PlayMachine> m_machine; ///< while a session is open
-    std::unique_ptr<RtpStream> m_rtp;       ///< these while it is set up
-    std::unique_ptr<MediaTransport> m_transport;
-    std::function<void()> m_lost;
-    std::vector<OnAnswer> m_answers; ///< due, in the order of the machine's replies
-    bool m_replay = false;
+    std::unique_ptr<PlayMachine> m_machine; ///< while the daemon's session is open
+    SourcePtr m_ticking;
+    std::unique_ptr<MediaTransport> m_transport; ///< these while it is set up
+    std::unique_ptr<RtpStream> m_rtp;
+    OnAnswer m_answer; ///< to a PLAY or PAUSE under way
     bool m_played = false;
     int64_t m_lastReport = 0;
-    SourcePtr m_ticking;
-    std::unique_ptr<CardDelivery> m_delivery; ///< while a play without rate control goes on
-    int64_t m_deliveredFrom = 0;
-    uint32_t m_rtpFrom = 0;
+    std::unique_ptr<CardDelivery> m_delivery; ///< these while a play without rate control goes on
     SourcePtr m_delivering;
+    uint32_t m_rtpEpoch = 0; ///< the RTP time of 1970
 };

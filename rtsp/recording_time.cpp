@@ -26,6 +26,10 @@ int64_t startOf(const DB_STREAM& row) {
     return inMs({row.startDate, row.startMSec});
 }
 
+bool isLive(const DB_STREAM& row) {
+    return row.status == DB_STATUS_RECORDING;
+}
+
 /// What the recorder publishes at this moment; attached anew, since daemon and segment may have come and
 /// gone.
 RecorderState recorderState() {
@@ -55,8 +59,7 @@ bool RecordingTime::loadRows() {
         for (int n = 0; n < count; ++n) {
             DB_STREAM row{};
             m_index.getStreamValue(n, &row);
-            const bool recording = row.status == DB_STATUS_RECORDING;
-            if (recording ? row.streamID == live : row.recSize != 0) m_rows.push_back(row);
+            if (isLive(row) ? row.streamID == live : row.recSize != 0) m_rows.push_back(row);
         }
     }
     const auto at = rowOf(stoodOn);
@@ -69,10 +72,6 @@ std::optional<size_t> RecordingTime::rowOf(uint32_t streamId) const {
     const auto at = std::ranges::lower_bound(m_rows, streamId, {}, &DB_STREAM::streamID);
     if (at == m_rows.end() || at->streamID != streamId) return std::nullopt;
     return static_cast<size_t>(at - m_rows.begin());
-}
-
-bool RecordingTime::isLive(const DB_STREAM& row) const {
-    return row.status == DB_STATUS_RECORDING;
 }
 
 bool RecordingTime::open(size_t row) {

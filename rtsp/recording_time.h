@@ -58,7 +58,6 @@ private:
     };
 
     bool loadRows();
-    bool isLive(const DB_STREAM& row) const;
     bool open(size_t row);
     bool grow();
     bool stand(Place place);

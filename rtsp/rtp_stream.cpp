@@ -14,8 +14,9 @@ namespace {
 constexpr size_t kMostPayload = 1400;
 constexpr uint16_t kReplayExtension = 0xABAC;
 constexpr uint32_t kReplayWords = 3;
-constexpr uint32_t kLongestStep = RtpStream::kClockRate; ///< of a stamp that is taken for real time
-constexpr uint8_t kFragment = 28;                        ///< NAL unit type FU-A
+constexpr uint32_t kLongestStep = 1000 * kPtsPerMs; ///< of a stamp that is taken for real time
+constexpr uint8_t kFragment = 28;                   ///< NAL unit type FU-A
+constexpr int64_t kSampleUs = kSkipMs * 1000;       ///< between two pictures of Pace::sampled
 
 /// Lets the buffer go.
 void giveTo(const RtpStream::Sink& sink, GstBuffer* buffer) {
@@ -53,8 +54,8 @@ uint64_t ntpTime(int64_t usSinceEpoch) {
     return ((us / kMillion + kFrom1900) << 32) | (((us % kMillion) << 32) / kMillion);
 }
 
-RtpStream::RtpStream(uint32_t ssrc, uint16_t firstSequence, uint32_t firstTime)
-    : m_ssrc(ssrc), m_sequence(firstSequence), m_time(firstTime) {}
+RtpStream::RtpStream(uint32_t ssrc, uint16_t firstSequence, uint32_t firstTime, Sink sink)
+    : m_sink(std::move(sink)), m_ssrc(ssrc), m_sequence(firstSequence), m_time(firstTime) {}
 
 uint32_t RtpStream::elapsed(int64_t nowUs) const {
     return static_cast<uint32_t>((nowUs - m_timeUs) * kPtsPerMs / 1000);
@@ -69,7 +70,7 @@ uint32_t RtpStream::begin(int64_t nowUs) {
     return m_time;
 }
 
-void RtpStream::advance(const Picture& picture, Pace pace, int64_t sampleUs, int64_t nowUs) {
+void RtpStream::advance(const Picture& picture, Pace pace, int64_t nowUs) {
     const uint32_t step =
         picture.stamp && m_stamp ? *picture.stamp - *m_stamp : 0; // wraps at 32 bits on purpose
     m_stamp = picture.stamp;
@@ -87,46 +88,39 @@ void RtpStream::advance(const Picture& picture, Pace pace, int64_t sampleUs, int
     }
     int64_t stepUs = nowUs - m_timeUs;
     // Pictures of fast play come in jerks: a nominal step, drawn slowly to the clock, is smoother.
-    if (pace == Pace::sampled && stepUs < 2 * sampleUs) stepUs = sampleUs + (stepUs - sampleUs) / 8;
+    if (pace == Pace::sampled && stepUs < 2 * kSampleUs) stepUs = kSampleUs + (stepUs - kSampleUs) / 8;
     // The output runs a picture ahead: no two of them are closer together than they use to be.
-    stepUs = std::max(stepUs, pace == Pace::recorded ? std::max<int64_t>(m_stepUs, 1000) : sampleUs / 2);
+    stepUs = std::max(stepUs, pace == Pace::recorded ? std::max<int64_t>(m_stepUs, 1000) : kSampleUs / 2);
     m_time += static_cast<uint32_t>(stepUs * kPtsPerMs / 1000);
     m_timeUs += stepUs;
 }
 
-void RtpStream::leaveOut(const Picture& picture, Pace pace, int64_t sampleUs, int64_t nowUs) {
-    advance(picture, pace, sampleUs, nowUs);
+void RtpStream::send(const Picture& picture, const Standing& standing, Pace pace, int64_t nowUs) {
+    advance(picture, pace, nowUs);
+    packets(picture, standing);
 }
 
-void RtpStream::send(const Picture& picture, const Standing& standing, Pace pace, int64_t sampleUs,
-                     int64_t nowUs, const Sink& sink) {
-    advance(picture, pace, sampleUs, nowUs);
-    packets(picture, standing, sink);
-}
-
-void RtpStream::sendAt(uint32_t time, const Picture& picture, const Standing& standing, int64_t nowUs,
-                       const Sink& sink) {
+void RtpStream::sendAt(uint32_t time, const Picture& picture, const Standing& standing, int64_t nowUs) {
     m_time = time;
     m_timeUs = nowUs;
     m_stamp.reset();
     m_begun = true;
     m_fresh = false;
-    packets(picture, standing, sink);
+    packets(picture, standing);
 }
 
-void RtpStream::packets(const Picture& picture, const Standing& standing, const Sink& sink) {
+void RtpStream::packets(const Picture& picture, const Standing& standing) {
     const auto units = h264::nalUnits({picture.bytes->data(), picture.bytes->size()});
     const Standing* first = &standing;
     for (size_t n = 0; n < units.size(); ++n) {
-        unit(units[n], picture, first, n + 1 == units.size(), sink);
+        unit(units[n], picture, first, n + 1 == units.size());
         first = nullptr;
     }
 }
 
-void RtpStream::unit(std::string_view nalUnit, const Picture& picture, const Standing* standing, bool last,
-                     const Sink& sink) {
+void RtpStream::unit(std::string_view nalUnit, const Picture& picture, const Standing* standing, bool last) {
     if (nalUnit.size() <= kMostPayload) {
-        packet({}, nalUnit, picture, standing, last, sink);
+        packet({}, nalUnit, picture, standing, last);
         return;
     }
     const auto header = static_cast<uint8_t>(nalUnit.front());
@@ -137,12 +131,12 @@ void RtpStream::unit(std::string_view nalUnit, const Picture& picture, const Sta
         left.remove_prefix(part.size());
         const int edges = (begins ? 0x80 : 0) | (left.empty() ? 0x40 : 0);
         const char head[] = {indicator, static_cast<char>(edges | (header & 0x1F))};
-        packet({head, sizeof head}, part, picture, begins ? standing : nullptr, last && left.empty(), sink);
+        packet({head, sizeof head}, part, picture, begins ? standing : nullptr, last && left.empty());
     }
 }
 
 void RtpStream::packet(std::string_view head, std::string_view payload, const Picture& picture,
-                       const Standing* standing, bool marker, const Sink& sink) {
+                       const Standing* standing, bool marker) {
     const size_t bytes = head.size() + payload.size();
     GstBuffer* buffer = gst_rtp_buffer_new_allocate(static_cast<guint>(bytes), 0, 0);
     GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
@@ -158,7 +152,7 @@ void RtpStream::packet(std::string_view head, std::string_view payload, const Pi
     payload.copy(to + head.size(), payload.size());
     gst_rtp_buffer_unmap(&rtp);
 
-    giveTo(sink, buffer);
+    giveTo(m_sink, buffer);
     ++m_packets;
     m_octets += static_cast<uint32_t>(bytes);
 }

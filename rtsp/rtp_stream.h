@@ -19,38 +19,35 @@ class RtpStream {
 public:
     using Sink = std::function<void(std::string_view packet)>;
     static constexpr uint8_t kPayloadType = 96;
-    static constexpr uint32_t kClockRate = 1000 * kPtsPerMs;
 
-    RtpStream(uint32_t ssrc, uint16_t firstSequence, uint32_t firstTime);
+    /// `sink` takes the packets of pictures.
+    RtpStream(uint32_t ssrc, uint16_t firstSequence, uint32_t firstTime, Sink sink);
 
-    uint32_t ssrc() const { return m_ssrc; }
     uint16_t nextSequence() const { return m_sequence; }
     /// With it, the first packet of each picture carries the replay extension.
-    void setReplayExtension(bool wanted) { m_extension = wanted; }
+    void setReplayExtension() { m_extension = true; }
+    bool hasReplayExtension() const { return m_extension; }
 
     /// A PLAY begins: the RTP time of its first picture.
     uint32_t begin(int64_t nowUs);
-    /// Packets of one picture, in order. `sampleUs`: the time between two pictures of Pace::sampled.
-    void send(const Picture& picture, const Standing& standing, Pace pace, int64_t sampleUs, int64_t nowUs,
-              const Sink& sink);
+    /// Packets of one picture, in order.
+    void send(const Picture& picture, const Standing& standing, Pace pace, int64_t nowUs);
     /// The same at an RTP time of the caller's: without rate control it is the recording's.
-    void sendAt(uint32_t time, const Picture& picture, const Standing& standing, int64_t nowUs,
-                const Sink& sink);
+    void sendAt(uint32_t time, const Picture& picture, const Standing& standing, int64_t nowUs);
     /// A picture that could not be sent counts in time.
-    void leaveOut(const Picture& picture, Pace pace, int64_t sampleUs, int64_t nowUs);
+    void advance(const Picture& picture, Pace pace, int64_t nowUs);
 
     /// A report about this moment; `ntp` is its wall-clock time (64 bits, since 1900).
     void senderReport(uint64_t ntp, int64_t nowUs, bool bye, const Sink& sink) const;
 
 private:
     uint32_t elapsed(int64_t nowUs) const;
-    void advance(const Picture& picture, Pace pace, int64_t sampleUs, int64_t nowUs);
-    void packets(const Picture& picture, const Standing& standing, const Sink& sink);
-    void unit(std::string_view nalUnit, const Picture& picture, const Standing* standing, bool last,
-              const Sink& sink);
+    void packets(const Picture& picture, const Standing& standing);
+    void unit(std::string_view nalUnit, const Picture& picture, const Standing* standing, bool last);
     void packet(std::string_view head, std::string_view payload, const Picture& picture,
-                const Standing* standing, bool marker, const Sink& sink);
+                const Standing* standing, bool marker);
 
+    const Sink m_sink;
     const uint32_t m_ssrc;
     uint16_t m_sequence;
     uint32_t m_time;                 ///< RTP time of the newest picture

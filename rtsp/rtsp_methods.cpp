@@ -7,8 +7,6 @@
 
 namespace {
 
-/// A client is told that its session lasts a minute without a sign of it.
-constexpr int kSessionSeconds = 60;
 constexpr guint kWrongCredentialsMs = 1000;
 constexpr char kRetryAfter[] = "5";
 
@@ -42,7 +40,8 @@ bool RtspServer::authenticated(Connection& connection, const RtspRequest& reques
         return false;
     }
     const std::string_view given = request.header("Authorization");
-    if (!given.empty() && m_options.credentials->allow(given, request.method, connection.nonce)) {
+    if (!given.empty() &&
+        m_options.credentials->allow(given, request.method, request.uri, connection.nonce)) {
         connection.authenticated = true;
         return true;
     }
@@ -54,19 +53,10 @@ bool RtspServer::authenticated(Connection& connection, const RtspRequest& reques
     }
     // Guessing takes its time.
     connection.refusing = true;
-    struct Late {
-        RtspServer* server;
-        Asked asked;
-        Headers headers;
-    };
-    const GSourceFunc run = [](gpointer data) -> gboolean {
-        const auto* late = static_cast<Late*>(data);
-        if (Connection* waiting = late->server->connectionOf(late->asked)) waiting->refusing = false;
-        late->server->reply(late->asked, 401, late->headers);
-        return G_SOURCE_REMOVE;
-    };
-    g_timeout_add_full(G_PRIORITY_DEFAULT, kWrongCredentialsMs, run, new Late{this, asked, challenge},
-                       [](gpointer data) { delete static_cast<Late*>(data); });
+    later(kWrongCredentialsMs, [this, asked, challenge] {
+        if (Connection* waiting = connectionOf(asked)) waiting->refusing = false;
+        reply(asked, 401, challenge);
+    });
     return false;
 }
 
@@ -120,16 +110,15 @@ void RtspServer::describe(const Connection& connection, const RtspRequest& reque
     if (!base.ends_with('/')) base += '/';
     const RangeUnit unit = *unitOf(request.uri);
     m_described = g_get_monotonic_time();
-    m_playback.describe([this, asked, base, unit, address = connection.local()](
-                            DaemonLink::Opening opening, const Description& description) {
+    m_playback.describe([this, asked, base, unit, address = connection.local()](const Description* known) {
         m_described = g_get_monotonic_time();
-        if (opening != DaemonLink::Opening::opened) {
+        if (!known) {
             reply(asked, 503, {{"Retry-After", kRetryAfter}});
             return;
         }
         const auto now = static_cast<uint64_t>(g_get_real_time());
         reply(asked, 200, {{"Content-Type", "application/sdp"}, {"Content-Base", base}},
-              sessionDescription(description, unit, address, now));
+              sessionDescription(*known, unit, address, now));
     });
 }
 
@@ -143,8 +132,8 @@ void RtspServer::setUp(Connection& connection, const RtspRequest& request, const
         reply(asked, 461);
     } else {
         m_described = g_get_monotonic_time();
-        m_playback.describe([this, wish, request, asked](DaemonLink::Opening opening, const Description&) {
-            if (opening != DaemonLink::Opening::opened)
+        m_playback.describe([this, wish, request, asked](const Description* known) {
+            if (!known)
                 reply(asked, 503, {{"Retry-After", kRetryAfter}});
             else if (m_session)
                 reply(asked, 453, {{"Retry-After", kRetryAfter}});
@@ -166,7 +155,7 @@ void RtspServer::finishSetUp(const TransportWish& wish, const RtspRequest& reque
     const std::string described = transport->description(ssrc);
     connection->carriesSession = true;
     m_session = Session{Credentials::newNonce(), asked.connection, request.uri, *unitOf(request.uri)};
-    m_playback.setUp(std::move(transport), ssrc, [this] { m_session.reset(); });
+    m_playback.setUp(std::move(transport), ssrc);
     if (!request.header("Require").empty()) m_playback.setReplayExtension();
     reply(asked, 200,
           {{"Transport", described},
@@ -187,8 +176,8 @@ void RtspServer::play(const RtspRequest& request, const Asked& asked) {
 
 void RtspServer::replyPlay(const Asked& asked, const PlayAnswer& answer, RangeUnit unit) {
     const PlayReply& played = answer.reply;
-    if (played.status != 200 || !m_session) {
-        reply(asked, played.status);
+    if (answer.status != 200 || !m_session) {
+        reply(asked, answer.status);
         return;
     }
     Headers headers{
@@ -204,6 +193,6 @@ void RtspServer::replyPlay(const Asked& asked, const PlayAnswer& answer, RangeUn
 
 void RtspServer::pause(const Asked& asked) {
     m_playback.pause([this, asked](const PlayAnswer& answer) {
-        reply(asked, answer.reply.status, m_session ? Headers{{"Session", m_session->id}} : Headers{});
+        reply(asked, answer.status, m_session ? Headers{{"Session", m_session->id}} : Headers{});
     });
 }

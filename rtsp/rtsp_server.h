@@ -31,6 +31,9 @@ public:
     uint16_t port() const { return m_port; }
 
 private:
+    /// A client is told that its session lasts so long without a sign of it.
+    static constexpr int kSessionSeconds = 60;
+
     /// A client's session; there is one at most.
     struct Session {
         std::string id;
@@ -45,9 +48,6 @@ private:
     };
     using Headers = std::vector<std::pair<std::string, std::string>>;
 
-    static gboolean onIncoming(GSocketService* service, GSocketConnection* accepted, GObject* source,
-                               gpointer self);
-    static gboolean onTick(gpointer self);
     void accepted(GSocketConnection* socket);
     void tick();
     void sweep();
@@ -78,5 +78,5 @@ private:
     std::optional<Session> m_session;
     int64_t m_described = 0; ///< when a session was last opened or used
     Playback m_playback;
-    SourcePtr m_ticking, m_sweeping;
+    SourcePtr m_ticking;
 };

@@ -4,12 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <fcntl.h>
 #include <memory>
 #include <new>
 #include <optional>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -114,13 +115,14 @@ public:
 private:
     /// The chunk as it is now, through the descriptor of `before` where that is still good.
     OpenedChunk look(OpenedChunk before) const {
-        const std::string path = chunkPath(paths().card, m_chunkId);
+        char path[PATH_MAX];
+        std::snprintf(path, sizeof path, kChunkPath, paths().card, m_chunkId);
         if (before.file) {
-            const std::optional<struct statx> now = lookAt(AT_FDCWD, path.c_str());
+            const std::optional<struct statx> now = lookAt(AT_FDCWD, path);
             if (now && isSameFile(*now, *before.file->seen())) return {std::move(before.file), now->stx_size};
         }
         before = {}; // closed before the next one is opened
-        auto file = std::make_shared<const ChunkFile>(path.c_str());
+        auto file = std::make_shared<const ChunkFile>(path);
         if (!file->seen()) return {};
         const uint64_t size = file->seen()->stx_size;
         return {std::move(file), size};

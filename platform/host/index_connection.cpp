@@ -1,5 +1,7 @@
 #include "platform/host/index_connection.h"
 
+#include <climits>
+#include <cstdio>
 #include <new>
 #include <string>
 #include <utility>
@@ -96,9 +98,10 @@ bool secure(sqlite3* connection) {
 bool isFileAmongFiles(const char* path, struct stat& file) {
     if (stat(path, &file) != 0 || !S_ISREG(file.st_mode)) return false;
     for (const char* suffix : {"-journal", "-wal", "-shm"}) {
+        char name[PATH_MAX];
+        std::snprintf(name, sizeof name, "%s%s", path, suffix);
         struct stat beside {};
-        if (stat((std::string(path) + suffix).c_str(), &beside) == 0 && !S_ISREG(beside.st_mode))
-            return false;
+        if (stat(name, &beside) == 0 && !S_ISREG(beside.st_mode)) return false;
     }
     return true;
 }

@@ -18,11 +18,11 @@ struct FinishStatement {
 using Statement = std::unique_ptr<sqlite3_stmt, FinishStatement>;
 
 /// Whether a file stands at the path, told in `file`, and nothing but files where SQLite looks for its
-/// journals: a pipe would hold whoever opens it for ever. May throw std::bad_alloc.
+/// journals: a pipe would hold whoever opens it for ever.
 bool isFileAmongFiles(const char* path, struct stat& file);
 
 /// A connection that only reads, and waits a quarter of a second for a writer. Null on failure. May throw
-/// std::bad_alloc.
+/// std::bad_alloc. Limits SQLite's memory to 8 MB from then on, that of all connections of the process.
 Connection openIndex(const char* path);
 
 /// One statement, with nothing but blanks and comments behind it; null for anything else.

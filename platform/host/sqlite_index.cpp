@@ -6,12 +6,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <initializer_list>
+#include <cstdio>
 #include <memory>
 #include <new>
 #include <optional>
 #include <sqlite3.h>
-#include <string>
 #include <sys/stat.h>
 #include <utility>
 #include <vector>
@@ -36,9 +35,25 @@ constexpr char kStreamById[] = "SELECT * FROM STREAM WHERE streamID = ?";
 constexpr char kOldestStream[] = "SELECT * FROM STREAM WHERE recSize<>0 OR status=1 "
                                  "ORDER BY startDate, startMSec, streamID LIMIT 1";
 
+constexpr sqlite3_int64 kWraps = -1;
+
+struct Column {
+    char name[16];         ///< cut, if it is longer than any of ours
+    sqlite3_int64 highest; ///< value of a cell, or kWraps
+};
+
+/// Those that statements compare. SQLite does so in 64 bits, this side reads 32, of milliseconds 16: a cell
+/// outside them is read as the nearest value inside, so that the order stays the one it was found by, and no
+/// damaged row hides the others. Any other cell wraps.
+constexpr Column kCompared[] = {
+    {"streamID", UINT32_MAX}, {"eventID", UINT32_MAX},   {"recSize", UINT32_MAX},
+    {"status", UINT32_MAX},   {"extTrg", UINT32_MAX},    {"startDate", UINT32_MAX},
+    {"endDate", UINT32_MAX},  {"startMSec", UINT16_MAX}, {"endMSec", UINT16_MAX},
+};
+
 /// A result in memory. Cells are what SQLite makes of them as integers; NULL is 0.
 struct Rows {
-    std::vector<std::string> columns;
+    std::vector<Column> columns;
     std::vector<sqlite3_int64> cells; ///< row by row
 
     size_t count() const { return columns.empty() ? 0 : cells.size() / columns.size(); }
@@ -53,7 +68,7 @@ struct Rows {
 
     uint32_t named(long row, const char* name) const {
         for (size_t i = 0; i < columns.size(); ++i) {
-            if (sqlite3_stricmp(columns[i].c_str(), name) == 0) return at(row, static_cast<long>(i));
+            if (sqlite3_stricmp(columns[i].name, name) == 0) return at(row, static_cast<long>(i));
         }
         return 0;
     }
@@ -90,39 +105,30 @@ DB_EVENT eventOf(const Rows& rows, long row) {
     return event;
 }
 
-constexpr sqlite3_int64 kWraps = -1;
-
-/// The highest value of a column that statements compare. SQLite does so in 64 bits, this side reads 32, of
-/// milliseconds 16: a cell outside them is read as the nearest value inside, so that the order stays the one
-/// it was found by, and no damaged row hides the others. Any other cell wraps.
-sqlite3_int64 highestOf(const char* column) {
-    const auto isAmong = [column](std::initializer_list<const char*> names) {
-        return std::any_of(names.begin(), names.end(),
-                           [column](const char* name) { return sqlite3_stricmp(name, column) == 0; });
-    };
-    if (isAmong({"streamID", "eventID", "recSize", "status", "extTrg", "startDate", "endDate"}))
-        return UINT32_MAX;
-    return isAmong({"startMSec", "endMSec"}) ? UINT16_MAX : kWraps;
+Column columnOf(const char* name) {
+    Column column{"", kWraps};
+    std::snprintf(column.name, sizeof column.name, "%s", name);
+    for (const Column& compared : kCompared)
+        if (sqlite3_stricmp(compared.name, name) == 0) column.highest = compared.highest;
+    return column;
 }
 
 /// Nothing when there are too many.
 std::optional<Rows> allRows(sqlite3_stmt* statement) {
     Rows rows;
-    std::vector<sqlite3_int64> highest;
     const int columns = sqlite3_column_count(statement);
     for (int i = 0; i < columns; ++i) {
         const char* name = sqlite3_column_name(statement, i);
         if (name == nullptr) return std::nullopt; // out of memory
-        rows.columns.emplace_back(name);
-        highest.push_back(highestOf(name));
+        rows.columns.push_back(columnOf(name));
     }
     int step;
     while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
         if (rows.count() >= kMaxRows) return std::nullopt;
         for (int i = 0; i < columns; ++i) {
-            const sqlite3_int64 cell = sqlite3_column_int64(statement, i),
-                                most = highest[static_cast<size_t>(i)];
-            rows.cells.push_back(most == kWraps ? cell : std::clamp<sqlite3_int64>(cell, 0, most));
+            const sqlite3_int64 cell = sqlite3_column_int64(statement, i);
+            const sqlite3_int64 highest = rows.columns[static_cast<size_t>(i)].highest;
+            rows.cells.push_back(highest == kWraps ? cell : std::clamp<sqlite3_int64>(cell, 0, highest));
         }
     }
     if (step != SQLITE_DONE) return std::nullopt;

@@ -135,11 +135,13 @@ TEST(Credentials, AreTheOwnersAloneAndAnswerOneNonce) {
     // md5(md5(Mufasa:tavirn:Circle of Life):abc:md5(PLAY:rtsp://x/))
     const std::string header =
         R"(Digest username="Mufasa", realm="tavirn", nonce="abc", uri="rtsp://x/", response=")";
-    EXPECT_TRUE(credentials.allow(header + "2d2a10bb27f982db57c1bd1b88b497b8\"", "PLAY", "abc"));
-    EXPECT_FALSE(credentials.allow(header + "2d2a10bb27f982db57c1bd1b88b497b8\"", "PLAY", "abd"));
-    EXPECT_FALSE(credentials.allow(header + "2d2a10bb27f982db57c1bd1b88b497b8\"", "PAUSE", "abc"));
-    EXPECT_FALSE(credentials.allow(header + "\"", "PLAY", "abc"));
-    EXPECT_FALSE(credentials.allow("Basic TXVmYXNhOkNpcmNsZSBvZiBMaWZl", "PLAY", "abc"));
+    EXPECT_TRUE(credentials.allow(header + "2d2a10bb27f982db57c1bd1b88b497b8\"", "PLAY", "rtsp://x/", "abc"));
+    EXPECT_FALSE(
+        credentials.allow(header + "2d2a10bb27f982db57c1bd1b88b497b8\"", "PLAY", "rtsp://x/", "abd"));
+    EXPECT_FALSE(
+        credentials.allow(header + "2d2a10bb27f982db57c1bd1b88b497b8\"", "PAUSE", "rtsp://x/", "abc"));
+    EXPECT_FALSE(credentials.allow(header + "\"", "PLAY", "rtsp://x/", "abc"));
+    EXPECT_FALSE(credentials.allow("Basic TXVmYXNhOkNpcmNsZSBvZiBMaWZl", "PLAY", "rtsp://x/", "abc"));
     test::writeFile(file, "nobody\n");
     EXPECT_THROW(Credentials::fromFile(file), std::runtime_error);
 }

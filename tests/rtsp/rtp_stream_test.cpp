@@ -54,21 +54,21 @@ protected:
 
     std::vector<Packet> send(const std::string& bytes, std::optional<uint32_t> stamp, int64_t ms,
                              Pace pace = Pace::recorded, const Standing& standing = {}) {
-        std::vector<Packet> packets;
         const Picture picture{.bytes = std::make_shared<const std::vector<char>>(bytes.begin(), bytes.end()),
                               .stamp = stamp,
                               .iPicture = true,
                               .time = 1'000'250,
                               .next = {}};
-        m_rtp.send(picture, standing, pace, 333'000, ms * 1000,
-                   [&](std::string_view packet) { packets.emplace_back(packet); });
-        return packets;
+        m_rtp.send(picture, standing, pace, ms * 1000);
+        return std::exchange(m_packets, {});
     }
     uint32_t timeOf(std::optional<uint32_t> stamp, int64_t ms, Pace pace = Pace::recorded) {
         return send(m_picture, stamp, ms, pace)[0].number(4, 4) - 1000;
     }
 
-    RtpStream m_rtp{0xABCD1234, 0xFFFE, 1000};
+    std::vector<Packet> m_packets;
+    RtpStream m_rtp{0xABCD1234, 0xFFFE, 1000,
+                    [this](std::string_view packet) { m_packets.emplace_back(packet); }};
     const std::string m_picture = test::pictureBytes(1, 0, true);
 };
 
@@ -107,7 +107,7 @@ TEST_F(Rtp, TimeIsRealTimeAndNeverGoesBack) {
 }
 
 TEST_F(Rtp, TheReplayExtensionSaysWhenAndHow) {
-    m_rtp.setReplayExtension(true);
+    m_rtp.setReplayExtension();
     const auto packets = send(m_picture, 0, 0, Pace::recorded,
                               {.discontinuity = true, .endOfSection = true, .terminal = true, .cseq = 0x42});
     // 1,000.25 s after 1970, as NTP counts; C, E, D and T; CSeq.

@@ -70,12 +70,7 @@ bool complete(const LeftChunk& chunk, DB_STREAM& row) {
     header.pts = first.pts;
     chunk.write(row.chunkOffset, sealed(header));
     const uint64_t startMs = uint64_t{row.startDate} * 1000 + row.startMSec;
-    const ClockParts end = partsOf(startMs + ptsMs(last) - ptsMs(first));
-    row.recSize = header.pictures;
-    row.chunkSize = (row.recSize + 1) * kHeaderBytes;
-    row.status = 0;
-    row.endDate = end.seconds;
-    row.endMSec = end.milliseconds;
+    finishRow(row, header.pictures, startMs + ptsMs(last) - ptsMs(first));
     return true;
 }
 

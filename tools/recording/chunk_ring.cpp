@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -47,6 +49,12 @@ uint32_t firstFill(uint32_t chunkBytes) {
 }
 
 } // namespace
+
+std::string chunkPath(const std::string& cardDirectory, uint32_t number) {
+    char path[PATH_MAX];
+    std::snprintf(path, sizeof path, kChunkPath, cardDirectory.c_str(), number);
+    return path;
+}
 
 ChunkRing::ChunkRing(const std::string& cardDirectory, uint32_t chunkBytes, uint32_t lastUsed)
     : m_directory(cardDirectory), m_chunkBytes(chunkBytes),

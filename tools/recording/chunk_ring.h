@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <string>
 
+/// Chunk `number`'s file below the card's directory.
+std::string chunkPath(const std::string& cardDirectory, uint32_t number);
+
 class ChunkRing {
 public:
     /// New chunks get the numbers above `lastUsed` and above every chunk file in the directory.

@@ -9,7 +9,6 @@
 #include "stream/records.h"
 
 struct sqlite3;
-struct sqlite3_stmt;
 
 /// Every operation throws RecordingError.
 class IndexWriter {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <sqlite3.h>
 
-#include "platform/chunk_name.h"
+#include "tools/recording/chunk_ring.h"
 #include "tools/recording/recording_error.h"
 
 namespace {

@@ -116,17 +116,11 @@ void RecordingWriter::finishStream(uint64_t endMs) {
         throw RecordingError("no stream to finish in " + state.ring.path() + "; begin one first");
     const uint32_t pictures = state.header.pictures;
     const uint64_t span = pictures == 0 ? 0 : state.lastPtsMs - state.firstPtsMs;
-    const ClockParts end = partsOf(endMs != 0 ? endMs : state.settings.startMs + span);
-
     state.header.size = state.dataBytes;
     state.header.pts = pictures == 0 ? 0 : partsOf(state.firstPtsMs).seconds;
     state.writeStreamHeader();
 
-    state.row.status = 0;
-    state.row.recSize = pictures;
-    state.row.chunkSize = (pictures + 1) * kHeaderBytes;
-    state.row.endDate = end.seconds;
-    state.row.endMSec = end.milliseconds;
+    finishRow(state.row, pictures, endMs != 0 ? endMs : state.settings.startMs + span);
     state.index.finishStream(state.row);
     state.open = false;
     if (pictures != 0) state.meanPictureBytes = state.dataBytes / pictures;

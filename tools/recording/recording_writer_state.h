@@ -14,6 +14,16 @@ inline ClockParts partsOf(uint64_t ms) {
     return {static_cast<uint32_t>(ms / 1000), static_cast<uint16_t>(ms % 1000)};
 }
 
+/// What is known once a stream is finished.
+inline void finishRow(DB_STREAM& row, uint32_t pictures, uint64_t endMs) {
+    const ClockParts end = partsOf(endMs);
+    row.status = 0;
+    row.recSize = pictures;
+    row.chunkSize = (pictures + 1) * kHeaderBytes;
+    row.endDate = end.seconds;
+    row.endMSec = end.milliseconds;
+}
+
 struct RecordingWriter::State {
     explicit State(const RecordingPlace& place)
         : index(place.indexFile), ring(place.cardDirectory, place.chunkBytes, index.lastChunk()) {}

@@ -1,13 +1,10 @@
 #include "tools/tour/tour.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
 #include "platform/paths.h"
-#include "tools/common/clock_text.h"
 #include "tools/common/command_line.h"
-#include "tools/common/formatted.h"
 #include "tools/tour/transcript.h"
 
 namespace {
