@@ -78,8 +78,7 @@ TEST(Life, AKilledOnesLeftoversAreTakenOverAndOneThatIsLeavingIsWaitedFor) {
     Process next({TAVIRN_ROOTED, "--foreground"}, world.root());
     EXPECT_EQ(leaving.stop(SIGTERM), 0);
     EXPECT_EQ(runTool({TAVIRN_CLIENT}, world.root()), "45 pictures\n");
-    next.signal(SIGINT);
-    EXPECT_EQ(next.wait(), 0);
+    EXPECT_EQ(next.stop(SIGINT), 0);
     EXPECT_THAT(next.errors(), testing::HasSubstr("catch SIGINT|SIGTERM|SIGQUIT (2)"));
     EXPECT_TRUE(leftNothing(world));
 }

@@ -127,8 +127,7 @@ TEST(Tools, RecordBehindTheNewestAndLeaveNothingThatCannotBeOpened) {
         return CApiDb().selectStream(6, &row) != 0;
     }));
     expect(world, {{{"pattern --duration 1", 1, "another tavirn-record writes to this world"}}});
-    recorder.signal(SIGINT);
-    EXPECT_EQ(recorder.wait(), 1);
+    EXPECT_EQ(recorder.stop(SIGINT), 1);
     EXPECT_THAT(recorder.errors(), testing::HasSubstr("tavirn-record: interrupted after "));
     EXPECT_GE(Card(world).row(6).recSize, 31u) << "as far as the second I-picture";
 }
