@@ -168,10 +168,10 @@ void askIndex(benchmark::State& state, const Question& question, uint32_t stream
             ->UseManualTime()
             ->Unit(benchmark::kMillisecond);
     };
-    for (const uint32_t streams : {100u, 1000u, 10'000u, 100'000u, 1'000'000u}) {
-        for (const bool cold : {false, true})
-            for (const Question& question : kQuestions) add(question, streams, "schema", cold);
-        if (streams < 100'000) continue;
+    for (const uint32_t streams : {1000u, 100'000u, 1'000'000u}) {
+        for (const Question& question : kQuestions) add(question, streams, "schema", false);
+        if (streams != 100'000) continue;
+        for (const Question& question : kQuestions) add(question, streams, "schema", true);
         for (const char* keys : {"none", "by time"})
             for (const Question& question : kQuestions) add(question, streams, keys, false);
     }

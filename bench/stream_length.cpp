@@ -54,7 +54,7 @@ void timeInStream(benchmark::State& state) {
     state.counters["most_reads"] = static_cast<double>(most);
     state.counters["mean_reads"] = static_cast<double>(all) / kJumps;
 }
-BENCHMARK(timeInStream)->ArgsProduct({{1000, 10'000, 100'000, 1'000'000}, {30, 25}});
+BENCHMARK(timeInStream)->ArgsProduct({{1000, 100'000, 1'000'000}, {30, 25}});
 
 /// Each round the recorder has one picture more, or is back at the count before.
 void followRecorder(benchmark::State& state) {
@@ -76,6 +76,6 @@ void followRecorder(benchmark::State& state) {
     if (stream.stH.pictures != segment.m_status->recPictures)
         state.SkipWithError("the stream was not followed");
 }
-BENCHMARK(followRecorder)->RangeMultiplier(10)->Range(1000, 1'000'000);
+BENCHMARK(followRecorder)->ArgsProduct({{1000, 100'000, 1'000'000}});
 
 } // namespace

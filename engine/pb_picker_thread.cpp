@@ -25,7 +25,9 @@ CpickerThread* CpbPickerThread::Instance(T_PB_INFO info) {
 }
 
 CpbPickerThread::CpbPickerThread(T_PB_INFO info)
-    : CpickerThread(info), m_position(info.shmServer), m_pbInfo(info) {}
+    : CpickerThread(info), m_position(info.shmServer), m_pbInfo(info) {
+    m_position.m_pbStream.searchWhile(m_loopFlag);
+}
 
 CpbPickerThread::~CpbPickerThread() {
     m_dataMutex.drain();

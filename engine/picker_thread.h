@@ -40,8 +40,8 @@ public:
 
     /// Starts the playback thread; returns once it holds its life mutex, or could not be created.
     void startThread();
-    /// Wakes the thread from its pause, waits for the pass in hand and the clean-up, and destroys the engine.
-    /// Main thread only.
+    /// Wakes the thread from its pause, waits for the query or picture in hand and the clean-up, and destroys
+    /// the engine. Main thread only.
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId);
@@ -69,6 +69,8 @@ protected:
     /// Sends a teardown request to the daemon's own control socket; 0, or -1.
     int m_sendTeardown();
 
+    std::atomic<bool> m_loopFlag{true}; ///< cleared by end, which ends pauses and searches
+    static_assert(std::atomic<bool>::is_always_lock_free);
     Mutex m_dataMutex;
     Mutex m_threadMutex;
     KeepAlive m_keepAlive;
@@ -81,9 +83,7 @@ private:
     void setActive(uint32_t active);
 
     sem_t m_running;                    ///< posted once the thread holds m_threadMutex
-    std::atomic<bool> m_loopFlag{true}; ///< cleared by end
     std::atomic<bool> m_watched{false}; ///< from the thread's start, unless it gives up
-    static_assert(std::atomic<bool>::is_always_lock_free);
 
     // Playback thread only, once it runs.
     KW_SHM m_shm{};

@@ -22,6 +22,9 @@ public:
     CPbStreamVideo(const CPbStreamVideo&) = delete;
     CPbStreamVideo& operator=(const CPbStreamVideo&) = delete;
 
+    /// A search asks the index several times: it fails once `wanted`, which outlives it, no longer holds.
+    void searchWhile(const std::atomic<bool>& wanted) { m_index.askWhile(wanted); }
+
     /// Closes both readers and forgets the stream; the position and the flags stay.
     void clear() { m_stream.clear(); }
 

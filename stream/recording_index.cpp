@@ -54,6 +54,6 @@ QueryResult RecordingIndex::runLogged(const char* operation, const SqlText& sql)
 }
 
 QueryResult RecordingIndex::run(const SqlText& sql) {
-    if (m_apiDb.setSql(sql.text) != 0) return QueryResult::refused;
+    if (!isWanted() || m_apiDb.setSql(sql.text) != 0) return QueryResult::refused;
     return m_apiDb.getNTuple() == 0 ? QueryResult::noRow : QueryResult::found;
 }

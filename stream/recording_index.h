@@ -1,6 +1,8 @@
 // The recording index as streams and sessions ask it: one query object, one kind of result.
 #pragma once
 
+#include <atomic>
+
 #include "platform/api_db.h"
 #include "stream/error_flags.h"
 #include "stream/records.h"
@@ -19,6 +21,9 @@ public:
     /// `errorFlags` outlives it; only the index's own kind is set there.
     explicit RecordingIndex(ErrorFlags& errorFlags) : m_errorFlags(errorFlags) {}
 
+    /// Once `wanted`, which outlives it, no longer holds, every query is refused at once.
+    void askWhile(const std::atomic<bool>& wanted) { m_wanted = &wanted; }
+
     // A text over STREAM or EVENT. Query and outcome are logged, and the error flag tells whether the index
     // could answer.
 
@@ -32,13 +37,17 @@ public:
     QueryResult firstNumber(const SqlText& sql, uint32_t* number);
 
     /// False: `row` is as it was.
-    bool selectStream(unsigned long id, DB_STREAM* row) { return m_apiDb.selectStream(id, row) != 0; }
-    bool selectOldestStream(DB_STREAM* row) { return m_apiDb.selectStreamOldestTime(row) == 1; }
+    bool selectStream(unsigned long id, DB_STREAM* row) {
+        return isWanted() && m_apiDb.selectStream(id, row) != 0;
+    }
+    bool selectOldestStream(DB_STREAM* row) { return isWanted() && m_apiDb.selectStreamOldestTime(row) == 1; }
 
 private:
+    bool isWanted() const { return m_wanted == nullptr || *m_wanted; }
     QueryResult run(const SqlText& sql);
     QueryResult runLogged(const char* operation, const SqlText& sql);
 
     CApiDb m_apiDb;
+    const std::atomic<bool>* m_wanted = nullptr; ///< null = for ever
     ErrorFlags& m_errorFlags;
 };

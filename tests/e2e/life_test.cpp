@@ -4,6 +4,7 @@
 #include <chrono>
 #include <csignal>
 #include <gmock/gmock.h>
+#include <sqlite3.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -32,22 +33,23 @@ int connected(size_t bytes) {
 }
 
 // A second of rest behind the accept or the read that a stop has ended, and the leave, on a machine that may
-// be busy. What is not told of the stop holds it for 20 seconds.
+// be busy. What is not told of the stop holds it for 20 seconds, a locked index for two more.
 TEST(Life, StopsSoonInEveryStateAndLeavesNothing) {
     constexpr int kNobody = -1;
     const struct {
         std::string scale, status;
         int sent; ///< by a client that stays connected, or kNobody
         int signal;
+        const char* jump = nullptr; ///< asked for while the recorder holds the index
     } rows[] = {
         {"", "error", kNobody, SIGTERM},
         {"", "error", 0, SIGINT},
         {"", "error", sizeof(rtsp_request) / 2, SIGQUIT},
         {"1.0", "play", kNobody, SIGQUIT},
-        {"8.0", "play", kNobody, SIGTERM},
+        {"1.0", "play", kNobody, SIGTERM, "clock=20240102T000000"},
         {"0", "pause", kNobody, SIGINT},
     };
-    for (const auto& [scale, status, sent, signal] : rows) {
+    for (const auto& [scale, status, sent, signal, jump] : rows) {
         SCOPED_TRACE(status + scale + " " + std::to_string(sent));
         const World world;
         Card(world).stream(1).from("12:00:00").pictures(3000).closed();
@@ -57,12 +59,19 @@ TEST(Life, StopsSoonInEveryStateAndLeavesNothing) {
         if (!scale.empty() && session.open()) session.ask(RTSP_REQ_PLAY, "Scale", scale);
         EXPECT_TRUE(eventually([&, wanted = status] { return Session::status() == wanted; }));
         const int client = sent == kNobody ? kNobody : connected(static_cast<size_t>(sent));
+        sqlite3* recorder = nullptr;
+        if (jump) {
+            sqlite3_open(paths().index, &recorder);
+            EXPECT_EQ(sqlite3_exec(recorder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+            session.ask(RTSP_REQ_PLAY, "Jump", jump);
+        }
         const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(daemon.stop(signal), 0);
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
         EXPECT_LT(took.count(), TAVIRN_SANITIZED ? 5.0 : 2.5);
         EXPECT_TRUE(leftNothing(world));
         close(client);
+        sqlite3_close(recorder);
     }
 }
 
