@@ -54,6 +54,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         } else {
             const ReadResult result = reader.next(block, std::chrono::milliseconds(0));
             require(result != ReadResult::block || (!block.data.empty() && block.data.size() <= longest));
+            if (result == ReadResult::block && !isPauseBlock(block)) isIPicture(block);
             if (result == ReadResult::damaged) reader.detach();
         }
     }

@@ -19,6 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// What stands behind its opening fence, and its text.
+const std::regex kBlock("\n```(.*)(\n[\\s\\S]*?)\n```");
 const std::regex kCommand("\n(scripts/|build/|cmake |cpack|tavirn-|export |sudo |apt)");
 
 /// The tree with this build in it.
@@ -33,18 +35,6 @@ fs::path treeIn(const std::string& root) {
     for (const char* daemon : {TAVIRN_PRODUCT, TAVIRN_ROOTED})
         fs::create_symlink(daemon, tree / "build/plain/daemon" / fs::path(daemon).filename());
     return tree;
-}
-
-/// What stands behind the opening fence of each block, and the block.
-std::vector<std::pair<std::string, std::string>> blocksOf(const std::string& page) {
-    std::vector<std::pair<std::string, std::string>> blocks;
-    const std::string fence = "\n```";
-    for (size_t at = 0; (at = page.find(fence, at)) != std::string::npos; at += fence.size()) {
-        const size_t kind = at + fence.size(), text = page.find('\n', kind);
-        at = page.find(fence, text);
-        blocks.emplace_back(page.substr(kind, text - kind), page.substr(text, at - text));
-    }
-    return blocks;
 }
 
 /// Whether all that a block has started has ended, its daemon too. What has not is ended.
@@ -67,7 +57,9 @@ TEST(Docs, CommandBlocksRunWordForWord) {
         if (entry.path().extension() == ".md") pages.push_back(entry.path());
     int run = 0;
     for (const fs::path& page : pages) {
-        for (const auto& [kind, text] : blocksOf(readFile(page))) {
+        const std::string content = readFile(page);
+        for (std::sregex_iterator block(content.begin(), content.end(), kBlock), end; block != end; ++block) {
+            const std::string kind = (*block)[1], text = (*block)[2];
             SCOPED_TRACE(page.string() + text);
             EXPECT_TRUE(kind == "sh" || kind == "console" || !std::regex_search(text, kCommand));
             if (kind != "sh") continue;

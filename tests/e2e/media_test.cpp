@@ -42,12 +42,9 @@ const std::string kFilm =
 
 // What is done with the file $0 before the recorder $1 takes it.
 const std::string kAsItIs = R"("$1" "$0")";
-const std::string kMiddle = R"($(($(stat -c %s "$0") / 2)))";
-const std::string kHalve = "truncate -s " + kMiddle + " \"$0\"; " + kAsItIs;
-const std::string kCorrupt =
-    "head -c 300 /dev/zero | dd conv=notrunc oflag=seek_bytes of=\"$0\" seek=" + kMiddle + "; " + kAsItIs;
+const std::string kHalve = R"(truncate -s $(($(stat -c %s "$0") / 2)) "$0"; )" + kAsItIs;
 
-enum Fate { copied, encoded, damaged, refused }; ///< damaged: encoded, and some pictures may be missing
+enum Fate { copied, encoded, refused };
 
 struct Medium {
     std::string source; ///< pipeline that ends in the muxer
@@ -82,11 +79,7 @@ void record(const Medium& medium) {
     }
     writeFile(copy, played);
     EXPECT_EQ(shownTimes(copy, world).size(), times.size());
-    if (medium.fate != damaged) {
-        EXPECT_THAT(times, testing::Pointwise(testing::DoubleNear(1.5), source));
-    }
-    EXPECT_GT(times.size(), source.size() / 4);
-    for (const double time : times) EXPECT_THAT(source, testing::Contains(testing::DoubleNear(time, 1.5)));
+    EXPECT_THAT(times, testing::Pointwise(testing::DoubleNear(1.5), source));
 }
 
 const Medium kMedia[] = {
@@ -105,7 +98,6 @@ const Medium kMedia[] = {
     {raw(30, kFields) + kX264 + "interlaced=true ! h264parse ! matroskamux", encoded, "it is interlaced"},
     {raw(30, "format=Y444") + kX264 + "! h264parse ! matroskamux", encoded, "format is 4:4:4"},
     {raw(30, "width=161,height=121") + "jpegenc ! avimux", encoded, "it is "},
-    {kFilm + "matroskamux", damaged, "", kCorrupt},
     {kCamera + "mp4mux", refused, "cannot record", kHalve},
     {"audiotestsrc num-buffers=20 ! audioconvert ! wavenc", refused, "no video stream\n"},
     {raw(1, kSmall + "30/1") + "jpegenc", refused, "two I-pictures at least"},

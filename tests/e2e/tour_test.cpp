@@ -32,10 +32,6 @@ Recording twoStreams() {
     return recording;
 }
 
-std::optional<size_t> placeOf(int place) {
-    return place < 0 ? std::nullopt : std::optional(static_cast<size_t>(place));
-}
-
 // What is right is what the tour shows.
 TEST(Tour, TheJudgeFindsEveryFault) {
     const Recording recording = twoStreams();
@@ -43,14 +39,14 @@ TEST(Tour, TheJudgeFindsEveryFault) {
     struct {
         Check check;
         int64_t expected;
-        int before;            ///< place of the picture before
-        std::vector<int> came; ///< places in the recording; -1: never recorded
+        size_t before;                           ///< place of the picture before
+        std::vector<std::optional<size_t>> came; ///< places in the recording
         std::string fault;
     } const rows[] = {
         {staysThere, 0, 3, {4}, "1 picture came out"},
         {isAt, 4000, 0, {4}, "another one was expected"},
         {isAt, 4000, 0, {3, 4}, "2 pictures came out instead of one"},
-        {isAt, 4000, 0, {-1}, "picture 1 was never recorded"},
+        {isAt, 4000, 0, {std::nullopt}, "picture 1 was never recorded"},
         {isFirstOf, 2, 0, {0}, "the first of stream 2 was expected"},
         {isNewestOf, 2, 0, {6}, old},
         {isNewestOf, 2, 0, {10}, "an I-picture of stream 2 was expected"},
@@ -65,11 +61,11 @@ TEST(Tour, TheJudgeFindsEveryFault) {
     };
     for (const auto& row : rows) {
         std::vector<ShownPicture> pictures;
-        for (const int place : row.came) {
+        for (const auto& place : row.came) {
             const auto stamp = static_cast<uint32_t>(pictures.size()) * 180'000 - 100; // over the wrap
-            pictures.push_back({"", stamp, 20'000, placeOf(place)});
+            pictures.push_back({"", stamp, 20'000, place});
         }
-        EXPECT_EQ(row.check({recording, pictures, placeOf(row.before)}, row.expected).fault, row.fault);
+        EXPECT_EQ(row.check({recording, pictures, row.before}, row.expected).fault, row.fault);
     }
 }
 

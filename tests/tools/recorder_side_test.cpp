@@ -5,7 +5,6 @@
 #include "tests/support/card.h"
 #include "tools/record/copy_check.h"
 #include "tools/record/h264.h"
-#include "tools/record/timeline.h"
 
 namespace test {
 namespace {
@@ -73,13 +72,6 @@ TEST(CopyCheck, LetsPassWhatOpensASessionAndPlaysInAnyMode) {
     }
 }
 
-TEST(Timeline, PutsOneGapBetweenStreamsHoweverLateTheyChange) {
-    TimelineCursor cursor({100000, 2000, 3000});
-    EXPECT_TRUE(cursor.isBehind(2000) && !cursor.isBehind(1999));
-    cursor.goOn(4500); // the I-picture comes late, as in a file that is copied
-    EXPECT_EQ(cursor.wallMs(4500), 107500u);
-}
-
 std::string words(std::initializer_list<uint32_t> header) {
     return {reinterpret_cast<const char*>(header.begin()), header.size() * 4};
 }
@@ -97,7 +89,9 @@ TEST(RecordingWriter, WritesATinyStreamToTheLetter) {
     const std::string first = "some bytes of a picture, round the end";
     EXPECT_TRUE(writer.addPicture({first, 1000250, true}));
     EXPECT_TRUE(writer.addPicture({"other", 1000283, false}));
-    EXPECT_FALSE(writer.addPicture({"third", 1000316, false})) << "no header is free";
+    for (const uint32_t bytes : {kMinPictureBytes - 1, kMaxPictureBytes + 1})
+        EXPECT_THROW(writer.addPicture({std::string(bytes, 'x'), 0, true}), RecordingError);
+    EXPECT_FALSE(writer.addPicture({std::string(4096 - 3 * 32 - 43 + 1, 'x'), 0, true})) << "no room is left";
     writer.finishStream();
     holds(3968, words({0xFFFFFFFF, 7, 4064, 43, 1000, 2, 30, 0x14180000, //
                        0xFFFFFFFE, 7, 4064, 38, 1000, 1, 0,  0x14ED00FA, //
@@ -105,19 +99,10 @@ TEST(RecordingWriter, WritesATinyStreamToTheLetter) {
                     first.substr(0, 32));
     holds(0, first.substr(32) + "other");
     EXPECT_EQ(card.row(7).chunkSize, 96u);
-}
-
-TEST(RecordingWriter, RefusesWhatDoesNotFit) {
-    const World world;
-    Card card(world, 4096);
-    RecordingWriter& writer = card.writer();
-    writer.beginStream({.streamId = 3, .capacity = 1});
-    for (const uint32_t bytes : {kMinPictureBytes - 1, kMaxPictureBytes + 1})
-        EXPECT_THROW(writer.addPicture({std::string(bytes, 'x'), 0, true}), RecordingError);
-    EXPECT_FALSE(writer.addPicture({std::string(4096, 'x'), 0, true})) << "headers take some of the chunk";
-    writer.finishStream();
-    EXPECT_THROW(writer.beginStream({.streamId = 3, .capacity = 1}), RecordingError) << "the id is in use";
-    EXPECT_THROW(writer.beginStream({.streamId = 4, .capacity = 127}), RecordingError) << "headers as large";
+    for (const StreamSettings& refused :
+         {StreamSettings{.streamId = 7, .capacity = 2}, {.streamId = 8, .capacity = 127}})
+        EXPECT_THROW(writer.beginStream(refused), RecordingError)
+            << "the id is in use, headers fill the chunk";
 }
 
 } // namespace
