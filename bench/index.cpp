@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <optional>
+#include <sstream>
 #include <unistd.h>
 
 #include "bench/bench.h"
@@ -99,9 +100,10 @@ std::vector<double> statementTimes(const Question& question, Stream& stream, uin
         question.prepare(stream, id);
         log.clear();
         question.ask(stream, id);
-        for (const test::LogLine& line : log.lines())
-            if (const size_t begin = line.text.find("SELECT"); begin != std::string::npos)
-                texts.push_back(line.text.substr(begin));
+        std::istringstream lines(log.dump());
+        for (std::string line; std::getline(lines, line);)
+            if (const size_t begin = line.find("SELECT"); begin != std::string::npos)
+                texts.push_back(line.substr(begin));
     }
     std::vector<double> times;
     CApiDb index;

@@ -96,7 +96,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         require(pass(*player(), recording) == first);
     }
     loop.shutDown();
-    test::simulated::takeSleeps();
+    test::simulated::takeSleepsUs();
     running = false;
     return 0;
 }

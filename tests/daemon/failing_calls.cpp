@@ -65,19 +65,12 @@ IN_PLACE_OF(sigaction, "sigaction", int, (int signal, const void* to, void* old)
 IN_PLACE_OF(kill, "kill", int, (int pid, int signal), (pid, signal))
 IN_PLACE_OF(unlink, "unlink", int, (const char* path), (path))
 
-// A sanitizer that is linked in has to learn of each thread.
-extern "C" __attribute__((weak)) int __interceptor_pthread_create(void*, const void*, void* (*)(void*),
-                                                                  void*);
-extern "C" int failing_pthread_create(void*, const void*, void* (*)(void*), void*) asm("pthread_create");
-int failing_pthread_create(void* thread, const void* attributes, void* (*run)(void*), void* argument) {
-    if (fails("pthread_create")) return EIO;
-    static const auto real =
-        reinterpret_cast<decltype(&failing_pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    const auto create = __interceptor_pthread_create ? __interceptor_pthread_create : real;
-    return create(thread, attributes, run, argument);
+// The product's own calls alone, by the linker's --wrap, and what comes of them: each thread is a sanitizer's
+// matter too.
+extern "C" int __real_pthread_create(void*, const void*, void* (*)(void*), void*);
+extern "C" int __wrap_pthread_create(void* thread, const void* with, void* (*run)(void*), void* argument) {
+    return fails("pthread_create") ? EIO : __real_pthread_create(thread, with, run, argument);
 }
-
-// The product's own malloc, by the linker's --wrap, and what comes of it.
 extern "C" void* __real_malloc(size_t size);
 extern "C" void* __wrap_malloc(size_t size) {
     return fails("malloc") ? nullptr : __real_malloc(size);

@@ -1,12 +1,12 @@
 // The requests of a session, without a connection for each and without the loop round them.
 #pragma once
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "daemon/request_loop.h"
+#include "daemon/signals.h"
 #include "platform/kw_com.h"
 #include "platform/paths.h"
 #include "shm/shm_server.h"
@@ -17,16 +17,16 @@
 
 namespace test {
 
-inline std::ptrdiff_t openFiles() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
+/// Holds the clock, so that no simulated minute passes behind the test's back.
 struct SessionTest : testing::Test {
     SessionTest() {
+        g_loopFlag = kLoopNotBegun;
         failing::t_product = false;
+        simulated::hold();
         status.openStatus(world.statusKey());
     }
     ~SessionTest() override {
+        simulated::resume();
         loop.shutDown();
         close(listening);
     }

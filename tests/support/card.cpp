@@ -1,14 +1,14 @@
 #include "tests/support/card.h"
 
-#include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <sqlite3.h>
 #include <stdexcept>
 
 #include "platform/api_db.h"
+#include "tools/common/clock_text.h"
+#include "tools/recording/chunk_ring.h"
 
 namespace test {
 namespace {
@@ -22,13 +22,7 @@ const std::string kOtherSlice = "\0\0\0\1\x41\x9A\x24"s;
 } // namespace
 
 uint64_t atMs(const char* clock) {
-    tm parts{};
-    const std::string whole = std::strchr(clock, '-') ? clock : std::string("2024-01-02 ") + clock;
-    const char* rest = strptime(whole.c_str(), "%Y-%m-%d %H:%M:%S", &parts);
-    if (!rest) throw std::invalid_argument("not a clock time: " + whole);
-    parts.tm_isdst = -1;
-    const auto milliseconds = std::lround(*rest == '.' ? std::atof(rest) * 1000 : 0);
-    return static_cast<uint64_t>(mktime(&parts)) * 1000 + static_cast<uint64_t>(milliseconds);
+    return parseClock(std::string("2024-01-02 ") + clock).value();
 }
 
 PB_STREAM_TIME at(const char* clock) {
@@ -94,11 +88,18 @@ DB_STREAM Card::row(uint32_t streamId) {
 }
 
 std::string Card::chunkPath(uint32_t streamId) {
-    const std::string number = std::to_string(row(streamId).chunkID & 0xFFFF);
-    return m_place.cardDirectory + "/chunk" + std::string(5 - number.size(), '0') + number;
+    return ::chunkPath(m_place.cardDirectory, row(streamId).chunkID & 0xFFFF);
 }
 
-std::streamoff Card::recordPlace(uint32_t streamId, uint32_t n) {
+PICTURE_HEADER Card::pictureHeader(uint32_t streamId, uint32_t picture) {
+    PICTURE_HEADER header;
+    std::ifstream(chunkPath(streamId), std::ios::binary)
+        .seekg(headerPlace(streamId, picture + 1))
+        .read(reinterpret_cast<char*>(&header), sizeof header);
+    return header;
+}
+
+std::streamoff Card::headerPlace(uint32_t streamId, uint32_t n) {
     const uint64_t place = row(streamId).chunkOffset + n * uint64_t{kHeaderBytes};
     return static_cast<std::streamoff>(place % std::filesystem::file_size(chunkPath(streamId)));
 }

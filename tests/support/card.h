@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <optional>
 #include <string>
 
@@ -14,7 +13,7 @@
 
 namespace test {
 
-/// "12:00:00.250" on 2024-01-02 as local time, or a whole "2024-01-02 12:00:00.250".
+/// "12:00:00.250" on 2024-01-02 as local time.
 PB_STREAM_TIME at(const char* clock);
 uint64_t atMs(const char* clock);
 
@@ -84,36 +83,25 @@ public:
     /// The row as it stands in the index.
     DB_STREAM row(uint32_t streamId);
 
-    /// Damage. Headers are written back unsealed unless `seal`.
     std::string chunkPath(uint32_t streamId);
-    STREAM_HEADER streamHeader(uint32_t streamId) { return record<STREAM_HEADER>(streamId, 0); }
-    void setStreamHeader(uint32_t streamId, const STREAM_HEADER& header, bool seal = true) {
-        setRecord(streamId, 0, seal ? sealed(header) : header);
+    PICTURE_HEADER pictureHeader(uint32_t streamId, uint32_t picture);
+    /// Lets `change` alter the header, and seals it anew.
+    template <class Change> void changePicture(uint32_t streamId, uint32_t picture, Change change) {
+        PICTURE_HEADER header = pictureHeader(streamId, picture);
+        change(header);
+        patchFile(chunkPath(streamId), headerPlace(streamId, picture + 1), bytesOf(sealed(header)));
     }
-    PICTURE_HEADER pictureHeader(uint32_t streamId, uint32_t picture) {
-        return record<PICTURE_HEADER>(streamId, picture + 1u);
-    }
-    void setPictureHeader(uint32_t streamId, uint32_t picture, const PICTURE_HEADER& header) {
-        setRecord(streamId, picture + 1u, sealed(header));
+    /// Leaves a stream header whose checksum is wrong: damaged, or the recorder is still at it.
+    void unsealStream(uint32_t streamId) {
+        patchFile(chunkPath(streamId), headerPlace(streamId, 0) + offsetof(STREAM_HEADER, cs), "?!");
     }
 
     RecordingWriter& writer() { return m_writer; }
 
 private:
     friend class StreamBuilder;
-    /// Record `n` of a header area: 0 the stream's, n + 1 that of picture n. None is cut by the ring's end.
-    std::streamoff recordPlace(uint32_t streamId, uint32_t n);
-    template <class Header> Header record(uint32_t streamId, uint32_t n) {
-        Header header;
-        std::ifstream(chunkPath(streamId), std::ios::binary)
-            .seekg(recordPlace(streamId, n))
-            .read(reinterpret_cast<char*>(&header), sizeof header);
-        return header;
-    }
-    template <class Header> void setRecord(uint32_t streamId, uint32_t n, const Header& header) {
-        patchFile(chunkPath(streamId), recordPlace(streamId, n),
-                  {reinterpret_cast<const char*>(&header), sizeof header});
-    }
+    /// In the chunk: header 0 is the stream's, n + 1 that of picture n. None is cut by the ring's end.
+    std::streamoff headerPlace(uint32_t streamId, uint32_t n);
 
     RecordingPlace m_place;
     RecordingWriter m_writer;

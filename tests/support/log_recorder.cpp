@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
-#include <type_traits>
+#include <sstream>
 
 // The formats pass through here; their callers have had them checked.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -12,16 +12,8 @@
 namespace test {
 namespace {
 
-std::mutex mutex; ///< other threads may log until the process has gone: nothing ends it
-static_assert(std::is_trivially_destructible_v<std::mutex>);
-std::vector<LogLine>* recorded = nullptr; ///< the living recorder's
-
-bool says(const LogLine& line, const std::string& text, const std::string& name) {
-    if (name.empty()) return line.text == text;
-    const size_t end = line.text.find_first_not_of("0123456789", name.size() + 1);
-    return line.text.starts_with(name + "(") && end != std::string::npos &&
-           line.text.substr(end) == ") " + text;
-}
+std::mutex mutex;                ///< other threads may log until the process has gone: nothing ends it
+std::string* recorded = nullptr; ///< the living recorder's
 
 void keep(int priority, const char* format, va_list arguments) {
     const int error = errno; // what "%m" says, and what the caller goes on with
@@ -30,7 +22,7 @@ void keep(int priority, const char* format, va_list arguments) {
     char text[4096];
     errno = error;
     std::vsnprintf(text, sizeof text, format, arguments);
-    recorded->push_back({priority, format, text});
+    recorded->append(std::to_string(priority) + " ").append(text).append("\n");
     errno = error;
 }
 
@@ -46,7 +38,7 @@ LogRecorder::~LogRecorder() {
     recorded = nullptr;
 }
 
-std::vector<LogLine> LogRecorder::lines() const {
+std::string LogRecorder::dump() const {
     const std::lock_guard lock(mutex);
     return m_lines;
 }
@@ -57,15 +49,11 @@ void LogRecorder::clear() {
 }
 
 int LogRecorder::count(int priority, const std::string& text, const std::string& name) const {
+    std::istringstream lines(dump());
     int found = 0;
-    for (const LogLine& line : lines()) found += line.priority == priority && says(line, text, name);
+    for (std::string line; std::getline(lines, line);)
+        found += line.starts_with(std::to_string(priority) + " " + name) && line.ends_with(" " + text);
     return found;
-}
-
-std::string LogRecorder::dump() const {
-    std::string all;
-    for (const LogLine& line : lines()) all += std::to_string(line.priority) + " " + line.text + "\n";
-    return all;
 }
 
 } // namespace test

@@ -2,15 +2,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 namespace test {
-
-struct LogLine {
-    int priority;
-    std::string format; ///< as passed to syslog
-    std::string text;   ///< formatted, "%m" expanded
-};
 
 /// While one exists, what is logged by any thread is kept in it; at most one at a time.
 class LogRecorder {
@@ -20,19 +13,18 @@ public:
     LogRecorder(const LogRecorder&) = delete;
     LogRecorder& operator=(const LogRecorder&) = delete;
 
-    std::vector<LogLine> lines() const;
+    /// All that was logged, a line each: the priority, a space and the text, "%m" expanded.
+    std::string dump() const;
     void clear();
 
-    /// Lines of that priority whose text is `text`, or "name(line) " followed by it where `name` is given.
+    /// Lines of that priority that are `text`, or "name(line) " followed by it where `name` is given.
     int count(int priority, const std::string& text, const std::string& name = "") const;
     bool has(int priority, const std::string& text, const std::string& name = "") const {
         return count(priority, text, name) > 0;
     }
-    /// All texts, one per line, for failure messages.
-    std::string dump() const;
 
 private:
-    std::vector<LogLine> m_lines;
+    std::string m_lines;
 };
 
 } // namespace test

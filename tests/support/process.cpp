@@ -36,9 +36,7 @@ Process::Process(const std::vector<std::string>& words, const std::string& root)
 }
 
 Process::~Process() {
-    if (m_pid <= 0) return;
-    signal(SIGKILL);
-    waitpid(m_pid, nullptr, 0);
+    stop(SIGKILL);
 }
 
 int Process::wait(int timeoutMs) {
@@ -66,17 +64,12 @@ std::string runnable(const std::string& program, [[maybe_unused]] const std::str
 #endif
 }
 
-DaemonProcess::DaemonProcess(const std::string& root) : m_process({TAVIRN_ROOTED, "--foreground"}, root) {
+DaemonProcess::DaemonProcess(const std::string& root) : Process({TAVIRN_ROOTED, "--foreground"}, root) {
     const std::string socket = root + kFixedPaths.controlSocket;
     eventually([&] {
         m_serving = exchange(socket.c_str(), ControlRequest(0).record).has_value();
-        return m_serving || m_process.wait(0) >= 0;
+        return m_serving || wait(0) >= 0;
     });
-}
-
-int DaemonProcess::stop(int signal, int timeoutMs) {
-    if (m_process.pid() > 0) m_process.signal(signal);
-    return m_process.wait(timeoutMs);
 }
 
 } // namespace test

@@ -21,8 +21,12 @@ public:
     Process& operator=(const Process&) = delete;
 
     pid_t pid() const { return m_pid; }
-    /// To one that has not been waited for.
-    void signal(int number) const { kill(m_pid, number); }
+    /// Unless it has been waited for.
+    void signal(int number) const {
+        if (m_pid > 0) kill(m_pid, number);
+    }
+    /// Signals and waits.
+    int stop(int number) { return signal(number), wait(20000); }
     /// The exit code; 128 + the signal's number for a killed one; -1 when it does not end in time.
     int wait(int timeoutMs = 60000);
     std::string output() const { return readFile(m_files + ".out"); }
@@ -51,19 +55,15 @@ template <class Condition> bool eventually(Condition condition, int timeoutMs = 
 }
 
 /// The rooted daemon in the foreground.
-class DaemonProcess {
+class DaemonProcess : public Process {
 public:
     /// Starts it and waits until it serves its socket or has ended.
     explicit DaemonProcess(const std::string& root);
     ~DaemonProcess() { stop(SIGTERM); }
 
     bool serving() const { return m_serving; }
-    pid_t pid() const { return m_process.pid(); }
-    /// Sends the signal, unless it has ended, and waits for the end; as Process::wait.
-    int stop(int signal, int timeoutMs = 20000);
 
 private:
-    Process m_process;
     bool m_serving = false;
 };
 

@@ -1,6 +1,7 @@
 #include "tests/support/simulated_clock.h"
 
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 #include <sched.h>
 
@@ -8,19 +9,18 @@
 
 namespace {
 
+constexpr int64_t kUsPerSecond = 1'000'000;
 constexpr size_t kSleepsKept = 1000;
-
-enum class Mode { runs, held, frozen };
 
 struct SimulatedClock {
     /// Sleeping allocates nothing, so that nothing can fail there.
-    SimulatedClock() { sleeps.reserve(kSleepsKept); }
+    SimulatedClock() { sleepsUs.reserve(kSleepsKept); }
 
     std::mutex mutex;
     std::condition_variable moved;
-    timeval now{1704196800, 0}; // 2024-01-02 12:00:00 UTC
-    std::vector<timeval> sleeps;
-    Mode mode = Mode::runs;
+    int64_t nowUs = 1704196800 * kUsPerSecond; // 2024-01-02 12:00:00 UTC
+    std::vector<int64_t> sleepsUs;
+    bool held = false;
 };
 
 /// Never destroyed: a playback thread may sleep until the process has gone.
@@ -35,18 +35,14 @@ template <class Change> void change(Change toWhat) {
     theClock().moved.notify_all();
 }
 
-timeval sum(timeval a, timeval b) {
-    timeval result{};
-    timeradd(&a, &b, &result);
-    return result;
-}
-
 } // namespace
 
 namespace wallclock {
 
 timeval now() {
-    return test::simulated::now();
+    const std::lock_guard lock(theClock().mutex);
+    const auto [seconds, us] = std::lldiv(theClock().nowUs, kUsPerSecond);
+    return {static_cast<time_t>(seconds), static_cast<suseconds_t>(us)};
 }
 
 void sleepFor(timeval span) {
@@ -58,12 +54,11 @@ void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
     SimulatedClock& clock = theClock();
     {
         std::unique_lock lock(clock.mutex);
-        if (clock.sleeps.size() == kSleepsKept) clock.sleeps.erase(clock.sleeps.begin());
-        clock.sleeps.push_back(span);
-        const timeval wake = sum(clock.now, span);
-        if (clock.mode == Mode::runs) clock.now = wake;
-        clock.moved.wait(
-            lock, [&] { return !wanted || clock.mode != Mode::held || !timercmp(&clock.now, &wake, <); });
+        if (clock.sleepsUs.size() == kSleepsKept) clock.sleepsUs.erase(clock.sleepsUs.begin());
+        clock.sleepsUs.push_back(span.tv_sec * kUsPerSecond + span.tv_usec);
+        const int64_t wakeUs = clock.nowUs + clock.sleepsUs.back();
+        if (!clock.held) clock.nowUs = wakeUs;
+        clock.moved.wait(lock, [&] { return !wanted || !clock.held || clock.nowUs >= wakeUs; });
     }
     sched_yield();
 }
@@ -76,35 +71,21 @@ void wakeSleeper() {
 
 namespace test::simulated {
 
-void set(timeval now) {
-    change([&](SimulatedClock& clock) { clock.now = now; });
-}
-void advance(timeval span) {
-    change([&](SimulatedClock& clock) { clock.now = sum(clock.now, span); });
-}
-void advanceMs(long ms) {
-    advance({ms / 1000, ms % 1000 * 1000});
+void advanceUs(int64_t us) {
+    change([&](SimulatedClock& clock) { clock.nowUs += us; });
 }
 void hold() {
-    change([](SimulatedClock& clock) { clock.mode = Mode::held; });
-}
-void freeze() {
-    change([](SimulatedClock& clock) { clock.mode = Mode::frozen; });
+    change([](SimulatedClock& clock) { clock.held = true; });
 }
 void resume() {
-    change([](SimulatedClock& clock) { clock.mode = Mode::runs; });
+    change([](SimulatedClock& clock) { clock.held = false; });
 }
 
-timeval now() {
+std::vector<int64_t> takeSleepsUs() {
     const std::lock_guard lock(theClock().mutex);
-    return theClock().now;
-}
-
-std::vector<timeval> takeSleeps() {
-    const std::lock_guard lock(theClock().mutex);
-    const std::vector<timeval> sleeps = theClock().sleeps;
-    theClock().sleeps.clear();
-    return sleeps;
+    const std::vector<int64_t> sleepsUs = theClock().sleepsUs;
+    theClock().sleepsUs.clear();
+    return sleepsUs;
 }
 
 } // namespace test::simulated

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <string>
 
+#include "tests/support/world.h"
+
 namespace test {
 
 /// The example's bytes, `size` of them; fails the test when the page has no such example.
@@ -24,11 +26,6 @@ inline std::string exampleBytes(const std::string& page, const std::string& name
         EXPECT_TRUE(text.eof()) << page << ": " << line;
     }
     return bytes;
-}
-
-/// A record's bytes as a text that a failed comparison shows legibly.
-template <class Record> std::string bytesOf(const Record& record) {
-    return {reinterpret_cast<const char*>(&record), sizeof record};
 }
 
 } // namespace test

@@ -1,6 +1,7 @@
 // A world in a line: one temporary directory with everything the daemon expects below it.
 #pragma once
 
+#include <cstddef>
 #include <ios>
 #include <string>
 #include <sys/types.h>
@@ -34,5 +35,11 @@ std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
 /// Overwrites bytes of a file in place.
 void patchFile(const std::string& path, std::streamoff position, const std::string& bytes);
+/// A record's bytes as a text that a failed comparison shows legibly.
+template <class Record> std::string bytesOf(const Record& record) {
+    return {reinterpret_cast<const char*>(&record), sizeof record};
+}
+/// Descriptors of this process.
+std::ptrdiff_t openFiles();
 
 } // namespace test
