@@ -13,7 +13,7 @@ constexpr int64_t kFirstPicture = kSecond * 3 / 2;
 /// The daemon takes no request while it waits out a hole in the recording.
 constexpr int64_t kLongestSettling = 5 * kSecond;
 /// At the live edge: until the next try, and until the recording counts as ended.
-constexpr int64_t kEdgeStep = kSecond;
+constexpr int64_t kEdgeStep = kSecond / 4;
 constexpr int64_t kEdgeEnd = 5 * kSecond;
 /// A third of what the daemon waits before it takes a session for left.
 constexpr int64_t kKeepAlive = 20 * kSecond;

@@ -63,7 +63,8 @@ bool RecordingTime::loadRows() {
         }
     }
     const auto at = rowOf(stoodOn);
-    m_open = m_open && at;
+    // One that was under recording and is finished has more pictures than were there when it was opened.
+    m_open = m_open && at && m_rows[*at].status == m_stream.row().status;
     m_row = at.value_or(0);
     return !m_rows.empty();
 }
@@ -89,7 +90,7 @@ bool RecordingTime::grow() {
     const RecorderState recorder = recorderState();
     if (recorder.streamId != m_stream.row().streamID || recorder.pictures == 0) return false;
     if (m_open && recorder.pictures == m_stream.pictures()) return true;
-    const uint32_t offset = m_stream.getOffset();
+    const uint32_t offset = m_open ? m_stream.getOffset() : 0;
     return m_stream.openGrown(recorder.pictures) != -1 && m_stream.goTo(offset) != -1;
 }
 

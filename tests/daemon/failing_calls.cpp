@@ -36,7 +36,8 @@ void arm(const char* call, long n, bool forGood) {
     g_call = call;
 }
 
-bool reached() {
+bool disarm() {
+    g_call = nullptr;
     return g_left <= 0;
 }
 
@@ -63,6 +64,7 @@ IN_PLACE_OF(__semtimedop64, "semop", int, (int id, void* steps, size_t n, const 
 IN_PLACE_OF(daemon, "daemon", int, (int keepDirectory, int keepStreams), (keepDirectory, keepStreams))
 IN_PLACE_OF(sigaction, "sigaction", int, (int signal, const void* to, void* old), (signal, to, old))
 IN_PLACE_OF(kill, "kill", int, (int pid, int signal), (pid, signal))
+IN_PLACE_OF(close, "close", int, (int file), (file))
 IN_PLACE_OF(unlink, "unlink", int, (const char* path), (path))
 
 // The product's own calls alone, by the linker's --wrap, and what comes of them: each thread is a sanitizer's

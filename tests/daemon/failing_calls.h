@@ -4,10 +4,10 @@
 namespace failing {
 
 /// The n-th `call` (the names stand in failing_calls.cpp) from now on fails with EIO, and with `forGood`
-/// every later one. Null: none does.
+/// every later one.
 void arm(const char* call, long n = 1, bool forGood = false);
-/// Whether there has been an n-th call since `arm`.
-bool reached();
+/// No more from now on; whether there has been an n-th call.
+bool disarm();
 
 /// Whether the calling thread's calls are the product's, as those of a thread that the product starts are.
 extern thread_local bool t_product;

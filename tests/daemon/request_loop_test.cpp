@@ -1,6 +1,8 @@
 // The requests' meaning: with the real engine, on a clock that the test moves, and without the loop round it.
 #include <csignal>
 #include <filesystem>
+#include <sys/sem.h>
+#include <sys/shm.h>
 #include <thread>
 
 #include "platform/clock.h"
@@ -234,11 +236,54 @@ TEST_F(RequestLoopTest, TriesThreeTimesToAnswerAndSaysSo) {
     for (const int32_t type : {RTSP_REQ_STATUS, RTSP_REQ_OPEN}) loop.handle(ControlRequest(type).record, -1);
     for (const char* name : {"send_status", "send_sps_pps"})
         EXPECT_EQ(log.count(LOG_ERR, "s_write_data(sps) error", name), 3) << name;
-    for (const char* failed : {"status send error", "sps/pps send error"})
-        EXPECT_TRUE(log.has(LOG_ERR, failed, "main")) << failed;
+    EXPECT_TRUE(log.has(LOG_ERR, "status send error", "main") &&
+                log.has(LOG_ERR, "sps/pps send error", "main"));
     const auto sleeps = simulated::takeSleepsUs();
-    EXPECT_EQ(sleeps.size(), 6u);
-    for (const int64_t us : sleeps) EXPECT_EQ(us, 100'000);
+    EXPECT_TRUE(sleeps.size() == 6 && sleeps.back() == 100'000);
+}
+
+// Each kind of call fails once, and from then on, as the first, the second, the third ... of its kind.
+TEST_F(RequestLoopTest, FailingCallsEndInADocumentedAnswerAndLeaveNothing) {
+    Card(world).stream(1).from("12:00:00").pictures(90).gop(10).closed();
+    // What a session says once it has played for some passes, if it can.
+    const auto play = [&](int looks = 1'000'000) {
+        const std::string answer = ask(RTSP_REQ_OPEN, "");
+        ask(RTSP_REQ_PLAY, "", "Jump: oldest");
+        for (int passes = 0; looks > 0 && passes < 20; --looks, usleep(20)) {
+            ask(RTSP_REQ_PLAY, "");
+            const auto sleeps = simulated::takeSleepsUs();
+            for (const int64_t us : sleeps) simulated::advanceUs(us);
+            passes += !sleeps.empty();
+        }
+        const std::string word = ask(RTSP_REQ_STATUS, "");
+        ask(RTSP_REQ_TEARDOWN, "");
+        return answer == kSearchFailed || answer == kSetUpFailed ? "refused" : word;
+    };
+    EXPECT_EQ(play(), "play");
+    const auto before = openFiles();
+    const std::pair<const char*, const char*> rows[] = {
+        // what comes of it when none succeeds
+        {"open", "refused"}, {"pread", "refused"}, {"malloc", "refused"}, {"shmget", "pause"},
+        {"shmat", "pause"},  {"semget", "pause"},  {"semop", "pause"},    {"pthread_create", "pause"},
+    };
+    for (const auto& [call, none] : rows) {
+        for (const bool forGood : {true, false}) {
+            bool reached = true;
+            // One by one through the set-up; later ones repeat themselves, so that steps may grow.
+            for (long n = 1; reached && !HasFailure(); n += 1 + n / 8) {
+                SCOPED_TRACE(call + std::to_string(n) + (forGood ? " for good" : ""));
+                failing::arm(call, n, forGood);
+                const std::string word = play(100);
+                reached = failing::disarm();
+                EXPECT_TRUE(forGood ? n > 1 || word == none : word != "error") << word;
+                EXPECT_EQ(play(), "play") << "works again";
+                // What a thread keeps of the card goes with it, which may be a little after the session.
+                EXPECT_TRUE(eventually([&] { return openFiles() <= before; })) << openFiles();
+                EXPECT_EQ(semctl(semget(world.statusKey(), 1, 0), 0, GETVAL), 1) << "nobody holds it";
+                EXPECT_EQ(shmget(world.outputKey(), 0, 0) + semget(world.outputKey(), 0, 0), -2);
+            }
+        }
+    }
 }
 
 } // namespace

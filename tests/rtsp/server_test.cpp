@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 
 #include "rtsp/play_headers.h"
+#include "rtsp/recording_time.h"
+#include "shm/shm_server.h"
 #include "tests/rtsp/raw_client.h"
 #include "tests/support/card.h"
 #include "tools/recording/recording_reader.h"
@@ -168,6 +170,35 @@ TEST_F(Recorded, StrangersAreKeptOut) {
     EXPECT_EQ(refused.status, 401);
     EXPECT_EQ(refused.headers.at("WWW-Authenticate").substr(0, 29), "Digest realm=\"tavirn\", nonce=");
     EXPECT_EQ(client.ask("DESCRIBE", "Authorization: Digest username=\"anna\"\r\n").status, 401);
+}
+
+TEST(RecordingTime, GoesAlongWithTheRecorderIntoTheNextStream) {
+    const World world;
+    Card card(world);
+    CtavirnShmServer segment;
+    segment.openStatus(world.statusKey());
+    const auto publish = [&](uint32_t stream) {
+        segment.m_status->recStreamID = stream;
+        segment.m_status->recPictures = card.writer().pictures();
+    };
+    RecordingTime recording;
+    std::vector<int64_t> missed;
+    const auto find = [&](uint32_t stream, uint32_t picture) {
+        const std::string bytes = pictureBytes(stream, picture, picture % 10 == 0);
+        const int64_t time = static_cast<int64_t>(atMs("12:00:00")) + (stream - 1) * 2500 + picture * 100;
+        const auto found = recording.find(bytes, picture % 10 == 0, {Expected::How::around, time});
+        if (!found || found->time != time) missed.push_back(time);
+    };
+    card.stream(1).from("12:00:00").fps(10).gop(10).pictures(20).recording();
+    publish(1);
+    for (uint32_t picture = 10; picture < 20; ++picture) find(1, picture);
+    card.grow(5);
+    card.finish();
+    card.stream(2).from("12:00:02.500").fps(10).gop(10).pictures(3).recording();
+    publish(2);
+    for (uint32_t picture = 20; picture < 25; ++picture) find(1, picture);
+    for (uint32_t picture = 0; picture < 3; ++picture) find(2, picture);
+    EXPECT_THAT(missed, testing::IsEmpty());
 }
 
 TEST(Clients, GetEveryPictureOnceAndLeaveByThemselves) {

@@ -46,13 +46,6 @@ struct Held {
     long descriptors = 0, memoryKb = 0;
 };
 
-/// Deletes all but the newest four under the daemon, as a full card's are.
-void forgetOldStreams() {
-    const std::vector<StreamRow> streams = readStreams(paths().index);
-    IndexWriter index(paths().index);
-    for (size_t i = 0; i + 4 < streams.size(); ++i) index.removeStream(streams[i].id);
-}
-
 struct Soak {
     std::mt19937 chance;
     size_t sessions = 0, requests = 0, pictures = 0;
@@ -63,7 +56,10 @@ struct Soak {
     void run(steady_clock::time_point until) {
         for (; steady_clock::now() < until; ++sessions) {
             session();
-            if (sessions % 50 == 0) forgetOldStreams();
+            if (sessions % 50 != 0) continue;
+            IndexWriter index(paths().index); // as a full card's recorder, it forgets all but the newest four
+            const std::vector<StreamRow> streams = readStreams(paths().index);
+            for (size_t i = 0; i + 4 < streams.size(); ++i) index.removeStream(streams[i].id);
         }
         exchange(paths().controlSocket, ControlRequest(RTSP_REQ_TEARDOWN).record);
     }
@@ -98,10 +94,10 @@ int soak(int span, unsigned seed) {
     const Held after(daemon.pid());
     recorder.stop(seconds(20));
     daemon.stop(seconds(20));
-    std::printf("%zu requests in %zu sessions, %zu pictures seen\n", soak.requests, soak.sessions,
-                soak.pictures);
-    std::printf("descriptors %ld, then %ld; memory %ld KB, then %ld KB\n", before.descriptors,
-                after.descriptors, before.memoryKb, after.memoryKb);
+    std::printf("%zu requests in %zu sessions, %zu pictures seen; descriptors %ld, then %ld; memory %ld KB, "
+                "then %ld KB\n",
+                soak.requests, soak.sessions, soak.pictures, before.descriptors, after.descriptors,
+                before.memoryKb, after.memoryKb);
     if (!world.left().empty()) throw Failure(kFailed, "the daemon left behind: " + world.left());
     if (after.descriptors > before.descriptors || after.memoryKb > before.memoryKb + kMemoryToleranceKb)
         throw Failure(kFailed, "the daemon has grown");

@@ -42,8 +42,8 @@ struct SmallStream {
     DB_STREAM row{};
     STREAM_HEADER header{};
     std::vector<PICTURE_HEADER> pictures;
-    std::vector<bool> damaged; ///< picture by picture
-    bool opens = true;         ///< row, chunk, stream header and picture 0 are sound
+    std::optional<uint32_t> damaged{}; ///< a picture
+    bool opens = true;                 ///< row, chunk, stream header and picture 0 are sound
 
     Ms start() const { return msOf({row.startDate, row.startMSec}); }
     Ms end() const { return msOf({row.endDate, row.endMSec}); }
@@ -75,11 +75,9 @@ private:
     Ms pickStart() {
         if (streams.empty()) return kFirstMs;
         const SmallStream& before = streams.back();
-        const uint32_t kind = m_chance.below(5);
-        if (kind == 0) return before.end() + m_gridMs * m_chance.below(20);
-        if (kind == 1) return before.start() + m_gridMs * m_chance.below(8);
-        if (kind == 2) return kFirstMs + m_gridMs * m_chance.below(60'000 / m_gridMs);
-        return before.end();
+        return m_chance.of({before.end(), before.end(), before.end() + m_gridMs * m_chance.below(20),
+                            before.start() + m_gridMs * m_chance.below(8),
+                            kFirstMs + m_gridMs * m_chance.below(60'000 / m_gridMs)});
     }
 
     void addStream() {
@@ -119,7 +117,6 @@ private:
             s.pictures.push_back(
                 sealed(PICTURE_HEADER{kPictureMarker, s.row.streamID, place, kDataBytes,
                                       pbTime(pts).seconds(), flags, 0, pbTime(pts).mSec, 0}));
-            s.damaged.push_back(false);
             put(place, data(s, n).data(), kDataBytes);
         }
         return pts - first;
@@ -131,18 +128,15 @@ private:
         const uint32_t n = m_chance.below(s.header.pictures);
         if (kind == 0) s.row.chunkID = 7; // no such chunk
         if (kind == 1) s.row.chunkSize = 0;
-        if (kind == 2) s.header.pts ^= 1;
-        if (kind == 3) s.header = falselyMarked(s.header);
-        if (kind == 4) s.header.offset = kRingBytes;
-        if (kind == 4) s.header = sealed(s.header);
-        if (kind == 5 || kind == 6) s.pictures[n].msec ^= 1;
-        if (kind >= 7) s.pictures[n] = falselyMarked(s.pictures[n]);
-        s.damaged[n] = kind >= 5;
-        s.opens = kind >= 5 && !s.damaged[0];
-    }
-    template <class Header> static Header falselyMarked(Header header) {
-        header.marker ^= 1; // the other kind's
-        return sealed(header);
+        if (kind == 2) s.header.offset = kRingBytes;
+        if (kind == 3) s.header.marker ^= 1; // the other kind's
+        if (kind < 4) s.header = sealed(s.header);
+        if (kind == 4) s.header.cs ^= 1;
+        if (kind >= 5) s.damaged = n;
+        if (kind >= 7) s.pictures[n].marker ^= 1;
+        if (kind >= 7) s.pictures[n] = sealed(s.pictures[n]);
+        if (kind == 5 || kind == 6) s.pictures[n].cs ^= 1;
+        s.opens = kind >= 5 && n != 0;
     }
 
     uint32_t take(uint32_t bytes) { return std::exchange(m_place, (m_place + bytes) % kRingBytes); }

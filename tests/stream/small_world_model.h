@@ -33,7 +33,7 @@ public:
         const auto found = std::find_if(s.pictures.begin(), s.pictures.end(), isIPicture);
         const auto picture =
             static_cast<uint32_t>(found == s.pictures.end() ? 0 : found - s.pictures.begin());
-        return {s.opens && !s.damaged[picture] ? Outcome{s.start(), &s, picture} : Outcome{0}};
+        return {s.opens && s.damaged != picture ? Outcome{s.start(), &s, picture} : Outcome{0}};
     }
 
     /// The stream stood on keeps its own times, both ends included; for others the index decides.
@@ -73,7 +73,7 @@ public:
         const Ms to = from.picture + distance;
         if (to < 0 || to > s.last()) return {-1, &s, to < 0 ? 0 : s.last()};
         const auto reached = static_cast<uint32_t>(to);
-        if (search == kSearchNone) return {s.damaged[reached] ? -1 : to, &s, reached};
+        if (search == kSearchNone) return {s.damaged == reached ? -1 : to, &s, reached};
         for (Ms n = to; 0 <= n && n <= s.last(); n += search == kSearchBackward ? -1 : 1)
             if (const auto found = static_cast<uint32_t>(n); isIPicture(s.pictures[found]))
                 return {n, &s, found};
@@ -92,15 +92,6 @@ public:
         return seconds == 0 ? 500 : std::min<Ms>(500, seconds * 1000 / s.header.pictures * 3);
     }
 
-    /// Evenly recorded, four pictures a second or more, and so long that the mean reckoned in whole seconds
-    /// is less than twice wrong: there every time is found. Elsewhere a search may give up, if it says so.
-    static bool isSteady(const SmallStream& s) {
-        const Ms step = s.timeOf(s.last()) - s.timeOf(s.last() - (s.last() > 0 ? 1 : 0));
-        for (uint32_t n = 0; n <= s.last(); ++n)
-            if (s.timeOf(n) != s.start() + n * step) return false;
-        return step <= 250 && s.row.startDate + 2 <= s.row.endDate && s.end() == s.timeOf(s.last());
-    }
-
 private:
     /// The newest or the oldest recording, in place of what was asked for.
     Outcomes edge(bool backward, Ms result) const {
@@ -109,7 +100,7 @@ private:
         return outcomes;
     }
     static bool lands(const SmallStream& s, bool backward) {
-        return s.opens && !s.damaged[backward ? s.last() : 0];
+        return s.opens && s.damaged != (backward ? s.last() : 0);
     }
     static bool sameSecond(Ms a, Ms b) { return a / 1000 == b / 1000; }
 
@@ -117,9 +108,9 @@ private:
     static Outcomes positioned(const SmallStream& s, Ms time) {
         if (time < s.start()) return {{time, &s, 0}};
         if (time > s.end() && !sameSecond(time, s.end()))
-            return {s.damaged[s.last()] ? Outcome{0} : Outcome{time, &s, s.last()}};
+            return {s.damaged == s.last() ? Outcome{0} : Outcome{time, &s, s.last()}};
         Outcomes outcomes{{time, &s, std::nullopt, time}};
-        if (std::find(s.damaged.begin(), s.damaged.end(), true) != s.damaged.end()) outcomes.push_back({0});
+        if (s.damaged) outcomes.push_back({0});
         return outcomes;
     }
 

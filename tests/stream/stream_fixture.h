@@ -9,11 +9,6 @@
 #include "tests/support/card.h"
 #include "tests/support/log_recorder.h"
 
-template <class Record> bool same(const Record& a, const Record& b) {
-    static_assert(std::has_unique_object_representations_v<Record>);
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
 struct Records {
     DB_STREAM db;
     STREAM_HEADER stH;
@@ -29,11 +24,9 @@ public:
     PB_STREAM_TIME toTime(PB_STREAM_TIME time, bool backward = false) {
         return getTime(time, &out.db, &out.stH, &out.picH, 1, backward, 0);
     }
-    PB_STREAM_TIME skip(unsigned char kind, unsigned long backSec = 0) {
-        return getSkip(nullptr, &out.db, &out.stH, &out.picH, kind, 0, 0, backSec);
-    }
-    PB_STREAM_TIME toAlarm(PB_STREAM_TIME from) {
-        return getSkip(&from, &out.db, &out.stH, &out.picH, kSkipEvent, 0, 0, 0);
+    /// `from`: to an event only.
+    PB_STREAM_TIME skip(unsigned char kind, unsigned long backSec = 0, PB_STREAM_TIME from = {}) {
+        return getSkip(&from, &out.db, &out.stH, &out.picH, kind, 0, 0, backSec);
     }
     /// A time of 0 is the present picture's.
     int cross(PB_STREAM_TIME time, bool backward = false) {

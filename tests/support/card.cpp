@@ -72,12 +72,11 @@ void StreamBuilder::write(uint32_t count) {
 
 void Card::sql(const std::string& statement) {
     sqlite3* index = nullptr;
-    sqlite3_open_v2(m_place.indexFile.c_str(), &index, SQLITE_OPEN_READWRITE, nullptr);
+    sqlite3_open_v2(paths().index, &index, SQLITE_OPEN_READWRITE, nullptr);
     sqlite3_busy_timeout(index, 10000);
-    sqlite3_exec(index, statement.c_str(), nullptr, nullptr, nullptr);
-    const std::string error = sqlite3_errcode(index) == SQLITE_OK ? "" : sqlite3_errmsg(index);
+    const int result = sqlite3_exec(index, statement.c_str(), nullptr, nullptr, nullptr);
     sqlite3_close(index);
-    if (!error.empty()) throw std::runtime_error(statement + ": " + error);
+    if (result != SQLITE_OK) throw std::runtime_error(statement + ": " + sqlite3_errstr(result));
 }
 
 DB_STREAM Card::row(uint32_t streamId) {
@@ -88,7 +87,7 @@ DB_STREAM Card::row(uint32_t streamId) {
 }
 
 std::string Card::chunkPath(uint32_t streamId) {
-    return ::chunkPath(m_place.cardDirectory, row(streamId).chunkID & 0xFFFF);
+    return ::chunkPath(paths().card, row(streamId).chunkID & 0xFFFF);
 }
 
 PICTURE_HEADER Card::pictureHeader(uint32_t streamId, uint32_t picture) {

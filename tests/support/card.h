@@ -65,9 +65,8 @@ private:
 /// The card and index of a world.
 class Card {
 public:
-    explicit Card(const World& world, uint32_t chunkBytes = 1u << 20)
-        : Card({world.root() + kFixedPaths.card, world.root() + kFixedPaths.index, chunkBytes}) {}
-    explicit Card(const RecordingPlace& place) : m_place(place), m_writer(place) {}
+    explicit Card(const World&, uint32_t chunkBytes = 1u << 20)
+        : m_writer({paths().card, paths().index, chunkBytes}) {}
 
     StreamBuilder stream(uint32_t id) { return {*this, id}; }
     uint32_t alarm(const char* from, const char* to, uint32_t extTrg = 512) {
@@ -103,7 +102,6 @@ private:
     /// In the chunk: header 0 is the stream's, n + 1 that of picture n. None is cut by the ring's end.
     std::streamoff headerPlace(uint32_t streamId, uint32_t n);
 
-    RecordingPlace m_place;
     RecordingWriter m_writer;
     std::optional<StreamBuilder> m_open; ///< the stream that recording() left open
 };

@@ -10,11 +10,10 @@
 namespace {
 
 constexpr int64_t kUsPerSecond = 1'000'000;
-constexpr size_t kSleepsKept = 1000;
 
 struct SimulatedClock {
-    /// Sleeping allocates nothing, so that nothing can fail there.
-    SimulatedClock() { sleepsUs.reserve(kSleepsKept); }
+    /// A sleep that is soon taken allocates nothing, so that nothing can fail there.
+    SimulatedClock() { sleepsUs.reserve(1000); }
 
     std::mutex mutex;
     std::condition_variable moved;
@@ -54,7 +53,6 @@ void sleepWhile(const std::atomic<bool>& wanted, timeval span) {
     SimulatedClock& clock = theClock();
     {
         std::unique_lock lock(clock.mutex);
-        if (clock.sleepsUs.size() == kSleepsKept) clock.sleepsUs.erase(clock.sleepsUs.begin());
         clock.sleepsUs.push_back(span.tv_sec * kUsPerSecond + span.tv_usec);
         const int64_t wakeUs = clock.nowUs + clock.sleepsUs.back();
         if (!clock.held) clock.nowUs = wakeUs;

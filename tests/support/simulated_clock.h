@@ -13,7 +13,7 @@ void advanceUs(int64_t us);
 /// While the clock is held, only the test moves it, and a sleeper waits for its time to come.
 void hold();
 void resume();
-/// What was slept since the last call, in microseconds, oldest first, at most the newest 1000; any thread.
+/// What was slept since the last call, in microseconds, oldest first; any thread.
 std::vector<int64_t> takeSleepsUs();
 } // namespace simulated
 

@@ -5,6 +5,7 @@
 #include <ios>
 #include <string>
 #include <sys/types.h>
+#include <type_traits>
 
 namespace test {
 
@@ -37,6 +38,7 @@ bool fileExists(const std::string& path);
 void patchFile(const std::string& path, std::streamoff position, const std::string& bytes);
 /// A record's bytes as a text that a failed comparison shows legibly.
 template <class Record> std::string bytesOf(const Record& record) {
+    static_assert(std::has_unique_object_representations_v<Record>);
     return {reinterpret_cast<const char*>(&record), sizeof record};
 }
 /// Descriptors of this process.
