@@ -38,8 +38,8 @@ public:
     int64_t lastSign() const { return m_lastSign; }
     /// When the last whole request came, or the connection began.
     int64_t lastRequest() const { return m_lastRequest; }
-    /// A request is not whole in time, or none has come for long.
-    bool isLate(int64_t now) const;
+    /// When a request is not whole in time, or none has come for long: it soon closes.
+    void hangUpIfLate(int64_t now);
     /// No more is read; closed once all has been sent.
     void closeWhenSent();
     void close();

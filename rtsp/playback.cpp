@@ -63,18 +63,18 @@ void Playback::tellDescription(const Description* description) {
 
 void Playback::lost() {
     if (isSetUp()) goodBye();
-    end();
+    end(454);
     m_lost();
 }
 
-void Playback::end() {
+void Playback::end(int status) {
     m_link.close();
     m_ticking.reset();
     stopDelivery();
     m_machine.reset();
     m_rtp.reset();
     m_transport.reset();
-    if (const auto answer = std::exchange(m_answer, nullptr)) answer({.status = 454});
+    if (const auto answer = std::exchange(m_answer, nullptr)) answer({.status = status});
     tellDescription(nullptr);
 }
 
@@ -185,10 +185,12 @@ bool Playback::takes(const OnAnswer& answer) const {
 
 void Playback::play(const PlayRequest& request, OnAnswer answer) {
     if (!takes(answer)) return;
+    const auto place = m_recording.lastFound();
     const PlayOrder order = orderFor(request);
     m_played = true;
     stopDelivery();
     if (!request.rateControl && m_transport->holdsBack() && order.target) {
+        m_recording.goOnFrom(place); // the daemon stays there meanwhile
         deliver(order, answer);
         return;
     }

@@ -62,8 +62,9 @@ public:
     void setReplayExtension() { m_rtp->setReplayExtension(); }
     void play(const PlayRequest& request, OnAnswer answer);
     void pause(OnAnswer answer);
-    /// Ends the client's stream and the daemon's session.
-    void end();
+    /// Ends the client's stream and the daemon's session; a PLAY or PAUSE under way is answered with
+    /// `status`.
+    void end(int status = 200);
 
     /// When npt is 0: the start of the oldest stream as the session was opened.
     int64_t zero() const { return m_description.span.oldest; }

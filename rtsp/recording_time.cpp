@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <sys/ipc.h>
+#include <utility>
 
 #include "platform/paths.h"
 #include "shm/shm_client.h"
@@ -230,7 +231,7 @@ bool RecordingTime::isHere(std::span<const char> bytes) {
 
 /// From the picture found last, which it may be again.
 bool RecordingTime::findAlong(std::span<const char> bytes, bool forward, bool iPicturesOnly, int steps) {
-    if (!m_foundTime || !stand(m_found)) return false;
+    if (!m_found || !stand(*m_found)) return false;
     do {
         if ((!iPicturesOnly || atIPicture()) && isHere(bytes)) return true;
     } while (steps-- > 0 && step(forward));
@@ -274,19 +275,17 @@ std::optional<RecordingTime::Found> RecordingTime::find(std::span<const char> by
 }
 
 RecordingTime::Found RecordingTime::found() {
-    const auto timeBefore = m_foundTime;
-    const Place before = m_found;
-    m_found = here();
-    m_foundTime = time();
-    Found result{*m_foundTime, std::nullopt, false, false};
-    if (timeBefore && m_found.streamId == before.streamId)
-        result.gapBefore = m_found.picture == before.picture + 1 && *m_foundTime - *timeBefore > gapMs();
-    else if (const auto row = rowOf(before.streamId); timeBefore && row)
+    const Place now = here();
+    const auto before = std::exchange(m_found, now);
+    Found result{now.time, std::nullopt, false, false};
+    if (before && now.streamId == before->streamId)
+        result.gapBefore = now.picture == before->picture + 1 && now.time - before->time > gapMs();
+    else if (const auto row = before ? rowOf(before->streamId) : std::nullopt)
         result.gapBefore = gapBetween(*row, m_row);
     if (step(true)) {
         result.next = time();
         result.gapAfter = *result.next - result.time > gapMs();
-        stand(m_found);
+        stand(now);
     }
     return result;
 }

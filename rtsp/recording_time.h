@@ -33,6 +33,15 @@ public:
         bool gapBefore;              ///< between the picture found before and this one
         bool gapAfter;               ///< between this one and the next one recorded
     };
+    /// A picture of the recording; rows come and go, so by the stream's number.
+    struct Place {
+        uint32_t streamId;
+        uint32_t picture;
+        int64_t time;
+    };
+    /// Of the picture found last, where `find` goes on.
+    std::optional<Place> lastFound() const { return m_found; }
+    void goOnFrom(const std::optional<Place>& place) { m_found = place; }
     /// The picture with these bytes. An I-picture is found further away than the others.
     std::optional<Found> find(std::span<const char> bytes, bool iPicture, const Expected& expected);
 
@@ -51,17 +60,11 @@ public:
     std::vector<char> read();
 
 private:
-    /// A picture of the recording; rows come and go, so by the stream's number.
-    struct Place {
-        uint32_t streamId;
-        uint32_t picture;
-    };
-
     bool loadRows();
     bool open(size_t row);
     bool grow();
     bool stand(Place place);
-    Place here() const { return {m_stream.row().streamID, m_stream.getOffset()}; }
+    Place here() const { return {m_stream.row().streamID, m_stream.getOffset(), time()}; }
     std::optional<size_t> rowOf(uint32_t streamId) const;
     bool gapBetween(size_t row, size_t other) const;
     uint32_t firstFrom(int64_t time);
@@ -78,7 +81,6 @@ private:
     std::vector<DB_STREAM> m_rows; ///< that hold pictures, by streamID
     size_t m_row = 0;              ///< the one that m_stream stands on
     bool m_open = false;
-    std::optional<int64_t> m_foundTime; ///< of the picture found last
-    Place m_found{};
+    std::optional<Place> m_found;
     std::vector<unsigned char> m_buffer;
 };

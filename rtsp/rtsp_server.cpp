@@ -86,12 +86,8 @@ void RtspServer::tick() {
     if (m_session && now - m_playback.transport().lastSign() > kSessionSeconds * kSecond + kGrace)
         endSession();
     if (!m_session && m_playback.isOpen() && now - m_described > kUnused) m_playback.end();
-    std::vector<Connection*> late;
-    for (const auto& [id, connection] : m_connections) {
-        const bool inSession = m_session && m_session->connection == id;
-        if (!inSession && connection->isLate(now)) late.push_back(connection.get());
-    }
-    for (Connection* connection : late) connection->close();
+    for (const auto& [id, connection] : m_connections)
+        if (!m_session || m_session->connection != id) connection->hangUpIfLate(now);
 }
 
 Connection* RtspServer::connectionOf(const Asked& asked) const {

@@ -13,6 +13,7 @@ PACKAGES_CHECK="clang clang-format llvm"
 PACKAGES_ARMHF="g++-arm-linux-gnueabihf qemu-user googletest"
 PACKAGES_PACKAGE="dpkg-dev file"
 PACKAGES_PLAYERS="ffmpeg"
+PACKAGES_SERVERS="libgstrtspserver-1.0-dev"
 
 asRoot() {
     if [ "$(id -u)" -eq 0 ]; then

@@ -97,13 +97,7 @@ TEST_F(RequestLoopTest, ServesTheSessionThatIsOpenAndNoOther) {
 
 TEST_F(RequestLoopTest, OpensTheNewestRecordedStreamElseTheOneBeingRecorded) {
     const Row ends{RTSP_REQ_TEARDOWN, "", "", "TEARDOWN"}, failed{RTSP_REQ_STATUS, "", "error"};
-    const auto fails = [](int errorNo) {
-        return Row{RTSP_REQ_OPEN, "", kSearchFailed, "error No = " + std::to_string(errorNo) + "\n"};
-    };
-    const auto opens = [](const std::string& id) {
-        return Row{RTSP_REQ_OPEN, "", parameterSets(), "DB_STREAM streamID=" + id + "\n"};
-    };
-    serve({{RTSP_REQ_STATUS, "", "init"}, fails(5), failed});
+    serve({{RTSP_REQ_STATUS, "", "init"}, {RTSP_REQ_OPEN, "", kSearchFailed, "error No = 5\n"}, failed});
     Card card(world);
     const Row nothing{RTSP_REQ_OPEN, "", refused('\xFE'), "apiDB setSql not found record"};
     serve({nothing, failed}); // by the search before
@@ -114,10 +108,10 @@ TEST_F(RequestLoopTest, OpensTheNewestRecordedStreamElseTheOneBeingRecorded) {
         world.setCardState(detect, readOnly);
         serve({row});
     };
-    withCard('1', '1', fails(6));
-    withCard('\0', '0', fails(4)); // an empty file
-    withCard('0', '\0', fails(4));
-    withCard('0', '1', opens("12"));
+    withCard('1', '1', {RTSP_REQ_OPEN, "", kSearchFailed, "error No = 6\n"});
+    withCard('\0', '0', {RTSP_REQ_OPEN, "", kSearchFailed, "error No = 4\n"}); // an empty file
+    withCard('0', '\0', {RTSP_REQ_OPEN, "", kSearchFailed, "error No = 4\n"});
+    withCard('0', '1', {RTSP_REQ_OPEN, "", parameterSets(), "DB_STREAM streamID=12\n"});
     serve({{RTSP_REQ_STATUS, "", "pause"}, ends, {RTSP_REQ_STATUS, "", "init"}});
     card.sql("UPDATE STREAM SET recSize = 0");
     const auto whileRecording = [&](uint32_t id, uint32_t pictures, const Row& row) {
@@ -127,9 +121,9 @@ TEST_F(RequestLoopTest, OpensTheNewestRecordedStreamElseTheOneBeingRecorded) {
     whileRecording(0, 30, nothing);
     whileRecording(13, 0, nothing);
     whileRecording(14, 30, nothing); // not in the index
-    whileRecording(13, 30, opens("13"));
+    whileRecording(13, 30, {RTSP_REQ_OPEN, "", parameterSets(), "DB_STREAM streamID=13\n"});
     writeFile(paths().index, "no database");
-    serve({ends, fails(1)});
+    serve({ends, {RTSP_REQ_OPEN, "", kSearchFailed, "error No = 1\n"}});
 }
 
 TEST_F(RequestLoopTest, WalksDownPastStreamsThatCantBePlayed) {
@@ -203,7 +197,6 @@ TEST_F(RequestLoopTest, EndsTheSessionWhenNobodyKeepsItAliveTheCardIsFormattedOr
     loop.run();
     loop.shutDown();
     EXPECT_TRUE(log.has(LOG_INFO, "loop out", "main")) << log.dump();
-    EXPECT_EQ(status.m_status->pbActive, 0u);
 }
 
 TEST_F(RequestLoopTest, EndsASessionWithoutPlaybackThreadToo) {

@@ -11,11 +11,7 @@ TEST_F(EngineTest, ParameterSetsAreCutFromSpsToSeiOfTheFirstPictureThatHasThem) 
     const std::string sps = nal(7, 10), pps = nal(8, 3), sei = nal(6, 1), slice = nal(5, 40);
     const std::string none = "Not found SPS/PPS\n", unfit = "could not get SPS/PPS\n";
     // A picture, its size in the header where that is another, and what is cut out or the message.
-    const struct {
-        std::string bytes;
-        uint32_t size;
-        std::string result;
-    } cases[] = {
+    const std::tuple<std::string, uint32_t, std::string> cases[] = {
         {"", 1536001, "invalid picH.size=1536001\n"},
         {"", 819201, "data get() error\n"},
         {nal(9, 1) + sps + pps + sei + slice, 0, sps + pps},    // behind an access unit delimiter
@@ -31,10 +27,10 @@ TEST_F(EngineTest, ParameterSetsAreCutFromSpsToSeiOfTheFirstPictureThatHasThem) 
     card.stream(2).from("12:01:00").pictures(40).gop(30).closed();
     card.stream(3).from("12:02:00").pictures(40).firstI(40).closed();
     uint32_t picture = 0;
-    for (const auto& row : cases)
-        card.changePicture(1, picture += 5, [&](PICTURE_HEADER& header) {
-            header.size = row.size != 0 ? row.size : static_cast<uint32_t>(row.bytes.size());
-            patchFile(card.chunkPath(1), header.offset, row.bytes);
+    for (const auto& [bytes, size, result] : cases)
+        card.changePicture(1, picture += 5, [&, &bytes = bytes, size = size](PICTURE_HEADER& header) {
+            header.size = size != 0 ? size : static_cast<uint32_t>(bytes.size());
+            patchFile(card.chunkPath(1), header.offset, bytes);
         });
     Engine engine(1);
     ASSERT_EQ(engine.preGetData(), 1);
@@ -44,7 +40,7 @@ TEST_F(EngineTest, ParameterSetsAreCutFromSpsToSeiOfTheFirstPictureThatHasThem) 
         const int length = engine.get_sps_pps(buffer, attempts);
         return length > 0 ? std::string(buffer, static_cast<size_t>(length)) : log.dump();
     };
-    for (const auto& row : cases) EXPECT_TRUE(cut(1).ends_with(row.result)) << log.dump();
+    for (const auto& [bytes, size, result] : cases) EXPECT_TRUE(cut(1).ends_with(result)) << log.dump();
     EXPECT_EQ(cut(1), parameterSets());
     EXPECT_TRUE(cut(1).ends_with("Not exist I-frame in the next stream\n")) << log.dump();
     EXPECT_TRUE(cut(1).ends_with("Not exist next stream\n")) << log.dump();

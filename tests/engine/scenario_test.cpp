@@ -1,4 +1,9 @@
-// Every way to move through a recording. scenario.h lists the streams; increments are in units of 90 kHz.
+// Every way to move through a recording, and how a session lapses. scenario.h lists the streams; increments
+// are in units of 90 kHz.
+#include <unistd.h>
+
+#include "platform/kw_com.h"
+#include "platform/paths.h"
 #include "tests/engine/scenario.h"
 
 namespace test {
@@ -57,7 +62,7 @@ TEST_F(Scenario, RequestDecidesHowPlayGoes) {
         {"a name as well", on(2), {"Scale-X", "0 .9\t"}, {2, 1}, kSlow, 7200},
         {"no number", on(2), {"Scale", "nan"}, {2, 0}, kPaused, still},
         {"beyond every number", on(2), {"Scale", "-inf"}, {1, 0}, kAtStart, 3000, "speed=4294967295"},
-        {"local", on(1), {"Range", "x clock=12:00:05-"}, {2, 45}, kPlays, 468000, "124/0/2 12:0:5"},
+        {"local", on(1), {"Range", "x clock=20240102T120005Z-"}, {2, 45}, kPlays, 468000, "124/0/2 12:0:5"},
         {"no time: before 1900", on(2), {"Jump", "clock"}, {1, 0}, kAtStart, 3000, "mktime() = -1"},
     });
 }
@@ -69,11 +74,11 @@ TEST_F(Scenario, Jumps) {
     expectMoves({
         {"oldest", on(4, 7), {"Jump", "oldest"}, {1, 0}, kAtStart, 3000},
         {"latest", then, {"Jump", "latest"}, {12, 90}, kAtEnd, 3000},
-        {"at the second", on(1), {"Jump", "clock=12:00:04"}, {2, 15}, kPaused, 3600},
-        {"just behind a border: half", on(5), {"Jump", "clock=12:00:03"}, {2, 0}, kPaused, 3600},
-        {"within the second: a second", on(1), {"Jump", "clock=12:00:08"}, {3, 10}, kPaused, 9000},
-        {"before: next", on(5), {"Jump", "clock=13:00:16"}, {5, 0}, kPaused, 90000, aims("13:00:17")},
-        {"fails backward", on(2), {"Jump", "clock=13:03:04"}, {1, 0}, kAtStart, 3000},
+        {"at the second", on(1), {"Jump", "clock=20240102T120004Z"}, {2, 15}, kPaused, 3600},
+        {"just behind a border: half", on(5), {"Jump", "clock=20240102T120003Z"}, {2, 0}, kPaused, 3600},
+        {"within the second: a second", on(1), {"Jump", "clock=20240102T120008Z"}, {3, 10}, kPaused, 9000},
+        {"before: next", on(5), {"Jump", "clock=20240102T130016Z"}, {5, 0}, kPaused, 90000, aims("13:00:17")},
+        {"fails backward", on(2), {"Jump", "clock=20240102T130304Z"}, {1, 0}, kAtStart, 3000},
 
         {"the I-picture before is in its second", on(1), next, {1, 40}, kPaused, 3000},
         {"not twice, though its start lies ahead", then, next, {2, 15}, kPaused, 3600},
@@ -88,7 +93,7 @@ TEST_F(Scenario, StreamUnderRecording) {
     beginRecording();
     expectMoves({
         {"play enters it, 56.667 s on", on(12, 100), play, {13, 0}, kPlays, 5100030},
-        {"not recorded yet", on(1), {"Jump", "clock=13:06:30"}, {13, 40}, kPaused, 9000},
+        {"not recorded yet", on(1), {"Jump", "clock=20240102T130630Z"}, {13, 40}, kPaused, 9000},
         {"an alarm in it", on(12), {"Jump", "next-alarm"}, {13, 30}, kPaused, 9000},
         {"one it has not reached", then, {"Jump", "next-alarm"}, {13, 30}, kPaused, still},
     });
@@ -128,7 +133,10 @@ TEST_F(Scenario, PausesBetweenPictures) {
         // Where the clocks part they are taken together again, before that pass's own pause.
         {"over the gap", on(3, 47), {{"Play", "", 5}}, {100000, 10, 100000, 10, 199990}},
         {"slow", on(2), {{"Scale", "0.5", 4}}, {100000, 10, 80000, 80000}},
-        {"range: afresh", on(2), {play, play, {"Range", "clock=12:00:05", 3}}, {10, 40000, 10, 40000}},
+        {"range: afresh",
+         on(2),
+         {play, play, {"Range", "clock=20240102T120005Z", 3}},
+         {10, 40000, 10, 40000}},
         {"early by just under a GOP", on(5), {twice, {"Clock", "-3999", 2}}, {4999000, 1000000}},
         {"early by a GOP", on(5), {twice, {"Clock", "-4000", 2}}, {10, 999990}},
         {"late by just under a GOP", on(5), {twice, {"Clock", "5999", 2}}, {10, 10}},
@@ -151,6 +159,20 @@ TEST_F(Scenario, PausesBetweenPictures) {
         sleeps.erase(sleeps.begin(), sleeps.end() - std::min(std::ssize(sleeps), std::ssize(row.sleeps)));
         EXPECT_EQ(sleeps, row.sleeps) << row.what;
     }
+}
+
+TEST_F(EngineTest, TeardownIsTriedFromSecond61UntilItIsDelivered) {
+    Engine byHand(1); // without its thread and without output memory
+    byHand.setKeepAlive(7);
+    int listening = -1;
+    for (const int second : {0, 60, 61, 62, 63, 64}) {
+        if (second == 63) listening = s_create_serv_socket(paths().controlSocket);
+        if (second == 64) close(listening);
+        byHand.pass(byHand.m_buffer.data());
+        simulated::advanceUs(second == 0 ? 60'000'000 : 1'000'000);
+    }
+    EXPECT_EQ(log.count(3, "s_connect_serv error", "m_sendTeardown"), 2) << log.dump();
+    EXPECT_EQ(log.count(3, "shm_write_data error", "pickerThread"), 6) << log.dump();
 }
 
 } // namespace test

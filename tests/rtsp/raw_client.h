@@ -1,17 +1,13 @@
-// The built server in a world, and a client that speaks for itself.
+// The built server in a world, and a client that says what it is told to, word by word.
 #pragma once
 
-#include <arpa/inet.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sstream>
 #include <string>
-#include <sys/socket.h>
 #include <vector>
 
+#include "rtsp/glib_object.h"
 #include "tests/support/process.h"
 
 namespace test {
@@ -20,57 +16,56 @@ namespace test {
 class Server {
 public:
     explicit Server(const World& world, const std::vector<std::string>& options = {})
-        : m_process(command(options), world.root()) {
-        std::string url;
+        : m_process(words(options), world.root()) {
         eventually([&] {
             try {
-                url = m_process.output();
+                m_url = m_process.output();
             } catch (const std::exception&) { // not yet there
             }
-            return url.ends_with('\n');
+            return m_url.ends_with('\n');
         });
-        m_port = std::atoi(url.c_str() + url.rfind(':') + 1);
+        m_url.pop_back();
     }
-    int port() const { return m_port; }
-    std::string url() const { return "rtsp://127.0.0.1:" + std::to_string(m_port) + "/playback"; }
-    size_t descriptors() const {
+    static std::vector<std::string> words(const std::vector<std::string>& options) {
+        std::vector<std::string> all{TAVIRN_RTSP, "--foreground", "--port", "0"};
+        all.insert(all.end(), options.begin(), options.end());
+        return all;
+    }
+    std::string port() const { return m_url.substr(17, m_url.rfind('/') - 17); }
+    /// As it prints it; with that path, and for that user:password.
+    const std::string& url() const { return m_url; }
+    std::string url(const std::string& path, const std::string& user) const {
+        return "rtsp://" + user + "@127.0.0.1:" + port() + "/" + path;
+    }
+    long descriptors() const {
         const std::filesystem::directory_iterator all("/proc/" + std::to_string(m_process.pid()) + "/fd");
-        return static_cast<size_t>(std::distance(begin(all), end(all)));
+        return std::distance(begin(all), end(all));
     }
 
 private:
-    static std::vector<std::string> command(const std::vector<std::string>& options) {
-        std::vector<std::string> words{TAVIRN_RTSP, "--foreground", "--port", "0"};
-        words.insert(words.end(), options.begin(), options.end());
-        return words;
-    }
-
     Process m_process;
-    int m_port = 0;
+    std::string m_url;
 };
 
 struct Reply {
     int status = 0;
     std::map<std::string, std::string> headers;
-    std::string body;
 };
 
-/// A client that speaks for itself: one connection, packets between the replies.
+/// One connection, packets between the replies.
 class RawClient {
 public:
-    explicit RawClient(const Server& server) : m_url(server.url()), m_fd(socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(server.port()));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    explicit RawClient(const Server& server) : m_url(server.url()) {
+        const ObjectPtr<GSocketClient> client(g_socket_client_new());
+        g_socket_client_set_timeout(client.get(), 20);
+        m_connection.reset(g_socket_client_connect_to_uri(client.get(), m_url.c_str(), 0, nullptr, nullptr));
+        m_input.reset(g_data_input_stream_new(g_io_stream_get_input_stream(G_IO_STREAM(m_connection.get()))));
+        g_data_input_stream_set_newline_type(m_input.get(), G_DATA_STREAM_NEWLINE_TYPE_CR_LF);
     }
-    ~RawClient() { close(m_fd); }
-    RawClient(const RawClient&) = delete;
-    RawClient& operator=(const RawClient&) = delete;
 
     void write(const std::string& bytes) const {
-        EXPECT_EQ(::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+        GOutputStream* output = g_io_stream_get_output_stream(G_IO_STREAM(m_connection.get()));
+        EXPECT_TRUE(g_output_stream_write_all(output, bytes.data(), bytes.size(), nullptr, nullptr, nullptr));
     }
     Reply ask(const std::string& method, const std::string& headers = "", const std::string& track = "") {
         write(method + " " + m_url + track + " RTSP/1.0\r\nCSeq: " + std::to_string(++m_cseq) + "\r\n" +
@@ -78,105 +73,83 @@ public:
         return reply();
     }
     Reply reply() {
-        EXPECT_TRUE(readUntil([&] { return !m_replies.empty(); })) << "no reply";
-        if (m_replies.empty()) return {};
-        const Reply first = m_replies.front();
-        m_replies.erase(m_replies.begin());
-        return first;
+        m_reply = {};
+        EXPECT_TRUE(receiveUntil([&] { return m_reply.status != 0; })) << "no reply";
+        return m_reply;
     }
     int setUp() {
-        const Reply described = ask("DESCRIBE");
-        if (described.status != 200) return described.status;
-        const Reply set = ask("SETUP", "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n", "/track1");
-        m_session = set.headers.count("Session") ? set.headers.at("Session").substr(0, 32) : "";
+        Reply set = ask("SETUP", "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n", "/track1");
+        m_session = set.headers["Session"].substr(0, 32);
         return set.status;
     }
     /// What comes until `count` pictures are there, or a good-bye.
     std::vector<std::string> pictures(size_t count) {
-        readUntil([&] { return m_bye || m_pictures.size() > count; });
+        receiveUntil([&] { return m_bye || m_pictures.size() > count; });
         std::vector<std::string> taken = m_pictures;
         if (!m_bye) taken.pop_back(); // the last one may not be whole
         return taken;
     }
     bool bye() {
-        return readUntil([&] { return m_bye; });
-    }
-    bool closed() {
-        return readUntil([&] { return m_closed; });
+        return receiveUntil([&] { return m_bye; });
     }
     /// Sequence number and RTP time of the first packet of the play, as RTP-Info has them.
     std::string first() const { return m_first; }
 
 private:
-    template <class Condition> bool readUntil(Condition condition) {
-        while (!condition() && !m_closed) {
-            pollfd entry{m_fd, POLLIN, 0};
-            char bytes[65536];
-            if (poll(&entry, 1, 20000) != 1) return false;
-            const ssize_t got = recv(m_fd, bytes, sizeof bytes, 0);
-            m_closed = got <= 0;
-            if (got > 0) m_bytes.append(bytes, static_cast<size_t>(got));
-            while (frame() || message()) continue;
+    template <class Condition> bool receiveUntil(Condition condition) {
+        while (!condition()) {
+            const guchar first = g_data_input_stream_read_byte(m_input.get(), nullptr, nullptr);
+            if (first == 0) return false; // the end, or it took too long
+            first == '$' ? frame() : response();
         }
-        return condition();
-    }
-    bool frame() {
-        if (!m_bytes.starts_with('$') || m_bytes.size() < 4) return false;
-        const size_t length = number(2, 2);
-        if (m_bytes.size() < 4 + length) return false;
-        m_bytes[1] == 0 ? packet(m_bytes.substr(4, length)) : report(m_bytes.substr(4, length));
-        m_bytes.erase(0, 4 + length);
         return true;
     }
-    size_t number(size_t at, size_t length) const {
-        size_t value = 0;
-        while (length-- > 0) value = value << 8 | static_cast<unsigned char>(m_bytes[at++]);
-        return value;
+    std::string bytes(size_t count) {
+        std::string result(count, '\0');
+        g_input_stream_read_all(G_INPUT_STREAM(m_input.get()), result.data(), count, nullptr, nullptr,
+                                nullptr);
+        return result;
     }
-    void packet(const std::string& bytes) {
+    std::string line() {
+        return taken(g_data_input_stream_read_line(m_input.get(), nullptr, nullptr, nullptr));
+    }
+    void frame() {
+        const bool control = g_data_input_stream_read_byte(m_input.get(), nullptr, nullptr) != 0;
+        const std::string packet = bytes(g_data_input_stream_read_uint16(m_input.get(), nullptr, nullptr));
+        if (control)
+            m_bye = m_bye || packet.find("\x81\xCB") != std::string::npos;
+        else
+            take(packet);
+    }
+    void take(const std::string& packet) {
+        const auto* word = reinterpret_cast<const unsigned char*>(packet.data());
         if (m_pictures.empty())
-            m_first = ";seq=" + std::to_string(number(6, 2)) + ";rtptime=" + std::to_string(number(8, 4));
+            m_first = ";seq=" + std::to_string(word[2] << 8 | word[3]) + ";rtptime=" +
+                      std::to_string(uint32_t{word[4]} << 24 | word[5] << 16 | word[6] << 8 | word[7]);
         if (m_pictures.empty() || m_marked) m_pictures.emplace_back();
-        m_marked = (bytes[1] & 0x80) != 0;
-        const size_t head = (bytes[0] & 0x10) != 0 ? 28 : 12;
-        EXPECT_NE(bytes[head] & 0x1F, 28) << "these pictures need no fragments";
-        m_pictures.back() += std::string("\0\0\0\1", 4) + bytes.substr(head);
+        m_marked = (packet[1] & 0x80) != 0;
+        const size_t head = (packet[0] & 0x10) != 0 ? 28 : 12;
+        EXPECT_NE(packet[head] & 0x1F, 28) << "these pictures need no fragments";
+        m_pictures.back() += std::string("\0\0\0\1", 4) + packet.substr(head);
     }
-    void report(const std::string& bytes) { m_bye = m_bye || bytes.find("\x81\xCB") != std::string::npos; }
-    void forget() {
-        m_pictures.clear();
-        m_first = {};
+    void response() {
+        m_reply.status = std::stoi(line().substr(8));
+        for (std::string header; !(header = line()).empty();)
+            m_reply.headers[header.substr(0, header.find(':'))] = header.substr(header.find(' ') + 1);
+        if (m_reply.headers.count("Content-Length")) bytes(std::stoul(m_reply.headers["Content-Length"]));
+        if (!m_reply.headers.count("RTP-Info")) return;
+        m_pictures.clear(); // of the play before
         m_bye = false;
-    }
-    bool message() {
-        const size_t end = m_bytes.find("\r\n\r\n");
-        if (m_bytes.starts_with('$') || end == std::string::npos) return false;
-        Reply reply;
-        std::istringstream lines(m_bytes.substr(0, end));
-        std::string line;
-        std::getline(lines, line);
-        reply.status = std::stoi(line.substr(9));
-        while (std::getline(lines, line)) {
-            const size_t colon = line.find(": ");
-            reply.headers[line.substr(0, colon)] = line.substr(colon + 2, line.find('\r') - colon - 2);
-        }
-        const size_t length =
-            reply.headers.count("Content-Length") ? std::stoul(reply.headers["Content-Length"]) : 0;
-        if (m_bytes.size() < end + 4 + length) return false;
-        reply.body = m_bytes.substr(end + 4, length);
-        m_bytes.erase(0, end + 4 + length);
-        if (reply.headers.count("RTP-Info")) forget(); // of the play before
-        m_replies.push_back(reply);
-        return true;
     }
 
     const std::string m_url;
-    const int m_fd;
+    ObjectPtr<GSocketConnection> m_connection;
+    ObjectPtr<GDataInputStream> m_input;
     int m_cseq = 0;
-    std::string m_session, m_bytes, m_first;
-    std::vector<Reply> m_replies;
+    std::string m_session, m_first;
+    Reply m_reply;
     std::vector<std::string> m_pictures;
-    bool m_marked = false, m_bye = false, m_closed = false;
+    bool m_marked = false, m_bye = false;
 };
 
 } // namespace test

@@ -50,9 +50,8 @@ struct Soak {
     std::mt19937 chance;
     size_t sessions = 0, requests = 0, pictures = 0;
 
-    template <class Value, size_t count> const Value& oneOf(const Value (&values)[count]) {
-        return values[chance() % count];
-    }
+    const auto& oneOf(const auto& values) { return values[chance() % std::size(values)]; }
+
     void run(steady_clock::time_point until) {
         for (; steady_clock::now() < until; ++sessions) {
             session();

@@ -45,8 +45,7 @@ StreamBuilder& StreamBuilder::fps(double framesPerSecond) {
     m_intervalMs = 1000 / framesPerSecond;
     m_settings.frameSet = 0;
     for (uint16_t code = 1; const FrameRateRow* row = frameRateRow(code); ++code)
-        if (static_cast<long>(row->tenthsPerSecond) == std::lround(framesPerSecond * 10))
-            m_settings.frameSet = code;
+        if (row->tenthsPerSecond == framesPerSecond * 10) m_settings.frameSet = code;
     return *this;
 }
 
@@ -64,9 +63,7 @@ void StreamBuilder::write(uint32_t count) {
         const bool iPicture = n >= m_firstI && (n - m_firstI) % m_gop == 0;
         const std::string data = pictureBytes(m_settings.streamId, n, iPicture, m_pictureSize);
         const auto pts = m_firstPts + static_cast<uint64_t>(std::llround(n * m_intervalMs));
-        if (!writer.addPicture({data, pts, iPicture}))
-            throw std::runtime_error("no room for picture " + std::to_string(n) +
-                                     "; give Card larger chunks");
+        if (!writer.addPicture({data, pts, iPicture})) throw std::runtime_error("give Card larger chunks");
     }
 }
 

@@ -47,11 +47,9 @@ std::string runnable(const std::string& program, const std::string& root);
 
 /// Polls until `condition` holds; false when it does not within the time.
 template <class Condition> bool eventually(Condition condition, int timeoutMs = 20000) {
-    for (int waited = 0; waited < timeoutMs; waited += 2) {
-        if (condition()) return true;
-        usleep(2000);
-    }
-    return condition();
+    for (int waited = 0; !condition(); waited += 2, usleep(2000))
+        if (waited >= timeoutMs) return false;
+    return true;
 }
 
 /// The rooted daemon in the foreground.

@@ -68,7 +68,7 @@ Child::Child(const std::vector<std::string>& words, const std::string& log)
     const int file = log.empty() ? -1 : open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
         if (file != -1) dup2(file, stream);
-    execv(arguments[0], arguments.data());
+    execvp(arguments[0], arguments.data());
     std::fprintf(stderr, "%s: %s\n", arguments[0], std::strerror(errno));
     _exit(127);
 }

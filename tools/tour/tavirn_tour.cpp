@@ -5,6 +5,7 @@
 
 #include "tools/common/command_line.h"
 #include "tools/common/stop_signals.h"
+#include "tools/tour/players.h"
 #include "tools/tour/tour.h"
 #include "tools/tour/transcript.h"
 
@@ -24,7 +25,7 @@ std::string besideThis(const std::string& folder, const std::string& name) {
     return std::filesystem::exists(built, error) ? built : here / name;
 }
 
-int tour(const TourSettings& settings, bool keep) {
+int tour(const TourSettings& settings, bool keep, bool players) {
     stopOnSignals({SIGINT, SIGTERM, SIGHUP});
     World world;
     if (keep) world.keep();
@@ -34,6 +35,7 @@ int tour(const TourSettings& settings, bool keep) {
     tour.playLive();
     tour.endDaemon();
     tour.conclude();
+    if (players) watchWithPlayers(settings, world);
     const std::vector<std::string> wrong = tour.wrong();
     if (wrong.empty()) return kDone;
     printHeading("NOT as it should be");
@@ -47,20 +49,27 @@ int main(int argc, char** argv) {
     TourSettings settings{.daemon = besideThis("daemon", "tavirn-rooted"),
                           .recorder = besideThis("tools", "tavirn-record"),
                           .size = "1280x720",
-                          .output = ""};
-    bool keep = false;
+                          .output = "",
+                          .server = besideThis("rtsp", "tavirn-rtsp"),
+                          .player = besideThis("tools", "rtsp-pictures")};
+    bool keep = false, players = false;
     CLI::App app("Tours the play modes through a daemon of its own, and judges what comes out.",
                  "tavirn-tour");
     app.footer(kNotes);
     app.add_option("--daemon", settings.daemon, "The tavirn-rooted to start")->check(CLI::ExistingFile);
     app.add_option("--recorder", settings.recorder, "The tavirn-record to start")->check(CLI::ExistingFile);
     app.add_option("--size", settings.size, "Picture size (1280x720)")->type_name("WIDTHxHEIGHT");
-    app.add_option(
-           "--output", settings.output,
-           "Directory for what came out: session-1.h264, session-2.h264, the longest play without a "
-           "jump as playback.h264, and captions: session, picture from 0 on and text of those worth a "
-           "look")
-        ->type_name("DIR");
+    auto* output = app.add_option(
+        "--output", settings.output,
+        "Directory for what came out: session-1.h264, session-2.h264, the longest play without a "
+        "jump as playback.h264, and captions: session, picture from 0 on and text of those worth a "
+        "look");
+    output->type_name("DIR");
+    app.add_flag(
+           "--players", players,
+           "At last, let ffmpeg and GStreamer play the recording over RTSP; what they made of it goes to "
+           "the output as well")
+        ->needs(output);
     app.add_flag("--keep", keep, "Keep the temporary directory, with the recording");
-    return runTool(app, argc, argv, [&] { return tour(settings, keep); });
+    return runTool(app, argc, argv, [&] { return tour(settings, keep, players); });
 }

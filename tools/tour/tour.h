@@ -13,6 +13,8 @@ struct TourSettings {
     std::string recorder; ///< tavirn-record
     std::string size;     ///< of the pictures
     std::string output;   ///< directory for what came out; empty: it is not kept
+    std::string server;   ///< tavirn-rtsp
+    std::string player;   ///< rtsp-pictures
 };
 
 /// How to start the recorder; `more` tells what and how long.

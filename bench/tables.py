@@ -1,6 +1,6 @@
-"""Puts measured figures into the marked tables of a page; the text around them stays. Called by scripts/bench and
-scripts/compare-players: tables.py bench PAGE COMMIT FIGURES.json, or players PAGE COMMIT DIRECTORY SECONDS ROUNDS,
-where NAME.figures in DIRECTORY has a line of name=value pairs for each round.
+"""Puts measured figures into the marked tables of a page; the text around them stays. Called by scripts/bench,
+scripts/compare-players and scripts/compare-servers: tables.py bench PAGE COMMIT FIGURES.json, or players or servers
+PAGE COMMIT DIRECTORY SECONDS ROUNDS, where NAME.figures in DIRECTORY has a line of name=value pairs for each round.
 """
 import datetime
 import json
@@ -117,14 +117,14 @@ class Bench:
             ["… beyond the pause of 100 ms", number(beyond), verdict(beyond, BLOCK_GOAL_MS)]])
 
 
-class Players:
+class Compared:
     """Of the rounds the medians; of peaks and maxima the greatest."""
 
-    def __init__(self, commit, directory, seconds, rounds):
+    def __init__(self, names, commit, directory, seconds, rounds):
         self.title = (f"{processor()}, Linux {os.uname().release}; {datetime.date.today()}; commit {commit}; load "
                       f"{os.getloadavg()[1]:.1f}; {rounds} rounds of {seconds} s each: 1920x1080, 25 pictures a second, "
-                      "4 Mb/s. Lateness is p50 / p99 / max.")
-        self.of = {name: self.figures(f"{directory}/{name}.figures") for name in PLAYERS}
+                      "4 Mb/s.")
+        self.of = {name: self.figures(f"{directory}/{name}.figures") for name in names}
 
     @staticmethod
     def figures(path):
@@ -136,6 +136,40 @@ class Players:
             of[key] = max(values) if key == "peak" or key.endswith("Max") else statistics.median(values)
             of[key + " spread"] = f"({min(values):.2f} to {max(values):.2f})"
         return of
+
+    @staticmethod
+    def goal_lines(goals):
+        return [f"- {said}: {value:.2f}{unit}, goal {limit}{unit}: {verdict(value, limit).split(', ')[1]} {spread}".rstrip()
+                for said, value, unit, limit, spread in goals]
+
+
+class Servers(Compared):
+    def __init__(self, *figures):
+        super().__init__(("tavirn", "gstreamer"), *figures)
+
+    def text(self):
+        tavirn, other = self.of["tavirn"], self.of["gstreamer"]
+        both = {key: tavirn[key + "0"] + tavirn[key + "1"] for key in ("cpu", "rss", "pss")}
+        server = {key: tavirn[key + "0"] for key in both}
+        against = {key: other[key + "0"] for key in both}
+        seeks = ("paused", "normal", "fast")
+        rows = [[title, f"{of['cpu']:.3f}", f"{of['rss']:.1f}", f"{of['pss']:.1f}",
+                 *(f"{times[key]:.1f} / {times[key + 'Going']:.0f}" if key in times else "" for key in seeks)]
+                for title, of, times in (("tavirn-rtsp", server, {}), ("tavirn-rtsp and tavirn-rooted", both, tavirn),
+                                         ("gst-rtsp-server", against, other))]
+        head = ["server", "CPU s", "resident MB", "shared pages divided, MB", *(f"PLAY, {key}, ms" for key in seeks)]
+        goals = []
+        for title, of in (("tavirn-rtsp", server), ("with tavirn-rooted", both)):
+            goals += [(f"CPU over gst-rtsp-server's, {title}", of["cpu"] / against["cpu"], "", 0.5, ""),
+                      (f"resident memory over gst-rtsp-server's, {title}", of["rss"] / against["rss"], "", 0.7, "")]
+        goals += [(f"PLAY to first packet, {key}", tavirn[key], " ms", limit, tavirn[key + " spread"])
+                  for key, limit in zip(seeks, (60, 150, 300))]
+        return "\n".join([self.title, "", table(head, rows), "", *self.goal_lines(goals)])
+
+
+class Players(Compared):
+    def __init__(self, *figures):
+        super().__init__(PLAYERS, *figures)
 
     def rows(self):
         late = "{:.2f} / {:.2f} / {:.2f}"
@@ -156,13 +190,13 @@ class Players:
         for name, said in (("tavirn", ""), ("live", ", live")):
             for key, less in (("stamp99", ""), ("own99", ", less waits for a CPU")):
                 goals.append((f"late on picture time{said}{less}, p99", of[name][key], " ms", 1, of[name][key + " spread"]))
-        return [f"- {said}: {value:.2f}{unit}, goal {limit}{unit}: {verdict(value, limit).split(', ')[1]} {spread}".rstrip()
-                for said, value, unit, limit, spread in goals]
+        return self.goal_lines(goals)
 
     def text(self):
         head = ["player", "CPU s, whole process", "µs a picture, playing", "peak MB", "switches a picture",
                 "late on picture time, ms", "less waits for a CPU, ms"]
-        return "\n".join([self.title, "", table(head, self.rows()), "", *self.goals()])
+        title = self.title + " Lateness is p50 / p99 / max."
+        return "\n".join([title, "", table(head, self.rows()), "", *self.goals()])
 
 
 def main(what, page, commit, *figures):
@@ -170,9 +204,9 @@ def main(what, page, commit, *figures):
         bench = Bench(commit, *figures)
         mark, text = r"bench (\w+)", lambda found: getattr(bench, found.group(2))()
     else:
-        players = Players(commit, *figures).text()
-        print(players)
-        mark, text = r"(compare-players)", lambda found: players
+        compared = {"players": Players, "servers": Servers}[what](commit, *figures).text()
+        print(compared)
+        mark, text = rf"(compare-{what})", lambda found: compared
     with open(page, encoding="utf-8") as file:
         before = file.read()
     after, count = re.subn(rf"(<!-- {mark} -->\n).*?(<!-- /[a-z-]+ -->)",
