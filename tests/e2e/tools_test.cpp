@@ -57,7 +57,6 @@ TEST(Tools, SayWhatIsWrong) {
     writeFile(paths().index, "no database at all, but a text of some length");
     const Step steps[] = {
         {"ctl", 2, "tavirn-ctl: name a command; see tavirn-ctl --help\n"},
-        {"ctl begin", 2, "'begin' is no command; there are open, session, play, pause, status, fftime,"},
         {"ctl play --scale inf", 2, "--scale inf is no speed"},
         {"ctl --root @/none list", 3, "cannot read the index @/none/tmp/DB.dat: No such file"},
         {"ctl list", 3, "it is no recording index"},
@@ -181,7 +180,6 @@ TEST(Tools, ReturnWithTheEffectOrSayWhyThereIsNone) {
     EXPECT_TRUE(eventually([&] { return fileExists(world.root() + "/ended"); }));
     const Step steps[] = {
         {"ctl teardown --session 0", 0},
-        {"ctl status", 0, "init\n"},
         {"ctl play", 1, "no session is open"},
         {"ctl teardown", 1, "no session is open"},
         {"ctl open", 0, "000000016742c01ed90141fb01100000000168cb83cb20\n"},

@@ -35,7 +35,6 @@ Recording twoStreams() {
 // What is right is what the tour shows.
 TEST(Tour, TheJudgeFindsEveryFault) {
     const Recording recording = twoStreams();
-    const std::string old = "that is no live picture";
     struct {
         Check check;
         int64_t expected;
@@ -48,13 +47,13 @@ TEST(Tour, TheJudgeFindsEveryFault) {
         {isAt, 4000, 0, {3, 4}, "2 pictures came out instead of one"},
         {isAt, 4000, 0, {std::nullopt}, "picture 1 was never recorded"},
         {isFirstOf, 2, 0, {0}, "the first of stream 2 was expected"},
-        {isNewestOf, 2, 0, {6}, old},
+        {isNewestOf, 2, 0, {6}, "that is no live picture"},
         {isNewestOf, 2, 0, {10}, "an I-picture of stream 2 was expected"},
         {isNext, 0, 5, {7}, "the next one was expected"},
         {isIPictureBefore, 0, 6, {6}, "the I-picture before was expected"},
         {crossesABorder, 0, 3, {4, 6}, "picture 2 of 2 does not follow the one before"},
         {crossesABorder, 0, 3, {4, 5}, "no border was crossed"},
-        {followsClosely, 0, 0, {1, 2}, old},
+        {followsClosely, 0, 0, {1, 2}, "that is no live picture"},
         {playsAtHalfSpeed, 0, 4, {5, 6}, "the stamps are not those of half speed"},
         {skips, 2000, 0, {3, 9, 6}, "picture 2 is another one than expected"},
         {skips, 2000, 0, {3, 6}, "only 2 pictures came"},
@@ -75,7 +74,6 @@ TEST(Tour, OneByteMakesAnotherPicture) {
     EXPECT_EQ(findPlace(recording, recording[4].data, 6), 7u);
     EXPECT_EQ(findPlace(recording, recording[4].data, std::nullopt), 4u);
     EXPECT_EQ(findPlace(recording, recording[4].data + '\0', 3), std::nullopt);
-    EXPECT_EQ(findPlace(recording, "Picture 10", std::nullopt), std::nullopt);
 }
 
 } // namespace

@@ -92,7 +92,8 @@ public:
     }
     /// Leaves a stream header whose checksum is wrong: damaged, or the recorder is still at it.
     void unsealStream(uint32_t streamId) {
-        patchFile(chunkPath(streamId), headerPlace(streamId, 0) + offsetof(STREAM_HEADER, cs), "?!");
+        patchFile(chunkPath(streamId), headerPlace(streamId, 0) + std::streamoff{offsetof(STREAM_HEADER, cs)},
+                  "?!");
     }
 
     RecordingWriter& writer() { return m_writer; }
