@@ -92,7 +92,8 @@ public:
     }
     /// Leaves a stream header whose checksum is wrong: damaged, or the recorder is still at it.
     void unsealStream(uint32_t streamId) {
-        patchFile(chunkPath(streamId), headerPlace(streamId, 0) + offsetof(STREAM_HEADER, cs), "?!");
+        constexpr std::streamoff cs = offsetof(STREAM_HEADER, cs);
+        patchFile(chunkPath(streamId), headerPlace(streamId, 0) + cs, "?!");
     }
 
     RecordingWriter& writer() { return m_writer; }
