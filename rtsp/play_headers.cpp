@@ -32,15 +32,16 @@ int playedScale(double scale) {
 
 /// Nothing for the beginning or end that is left open.
 std::optional<int64_t> inMs(const GstRTSPTime& time, const GstRTSPTime2& day, int64_t zero) {
+    const int64_t ms = std::llround(std::clamp(time.seconds, -kFarthest, kFarthest) * kSecond);
     switch (time.type) {
     case GST_RTSP_TIME_SECONDS:
-        return zero + std::llround(std::clamp(time.seconds, -kFarthest, kFarthest) * kSecond);
+        return zero + ms;
     case GST_RTSP_TIME_UTC: {
         tm date{};
         date.tm_year = static_cast<int>(day.year) - 1900;
         date.tm_mon = static_cast<int>(day.month) - 1;
         date.tm_mday = static_cast<int>(day.day);
-        return timegm(&date) * kSecond + std::llround(time.seconds * kSecond);
+        return timegm(&date) * kSecond + ms;
     }
     default:
         return std::nullopt;
