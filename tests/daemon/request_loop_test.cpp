@@ -1,4 +1,5 @@
-// The requests' meaning: with the real engine, on a clock that the test moves, and without the loop round it.
+// The requests, how they are read and what they mean: with the real engine, on a clock that the test moves,
+// and without the loop round it.
 #include <csignal>
 #include <filesystem>
 #include <sys/sem.h>
@@ -6,13 +7,36 @@
 #include <thread>
 
 #include "platform/clock.h"
-#include "platform/log.h"
-#include "tests/daemon/session_fixture.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/process.h"
+#include "tests/daemon/request_loop_fixture.h"
+#include "tests/support/worked_example.h"
 
 namespace test {
 namespace {
+
+TEST(ControlChannel, PagesExampleIsWhatAClientSends) {
+    const ControlRequest play = ControlRequest(RTSP_REQ_PLAY).with("Session", "987").with("Scale", "-2.0");
+    EXPECT_EQ(exampleBytes("control-channel.md", "play-request", sizeof play.record), bytesOf(play.record));
+}
+
+TEST(ControlChannel, ReadsTheFirstNumberOfAName) {
+    const std::tuple<std::string, std::string, unsigned long> cases[] = {
+        {"Session", "  77xyz", 77},
+        {"Session-X", "\t\n\v\f\r 9", 9},
+        {"Sessio", "77", 0},
+        {"Session", "-5", 0},
+        {"Session", "36893488147419103233", 4294967295},                    // 2^65 + 1
+        {"Session" + std::string(57, 'x'), std::string(255, '0') + "7", 7}, // no NUL in either field
+    };
+    for (const auto& [name, value, number] : cases)
+        EXPECT_EQ(rtsp_session_id(&ControlRequest(0).with(name, value).record), number)
+            << name << ": " << value;
+    auto twice = ControlRequest(0).with("FFTime", " 500 ms").with("Session", "4").with("Session", "5");
+    EXPECT_EQ(rtsp_ff_skiptime(&twice.record), 500u);
+    for (const auto& [headerNum, number] : {std::pair(65, 4u), {2, 4u}, {1, 0u}, {-1, 0u}}) {
+        twice.record.headerNum = headerNum;
+        EXPECT_EQ(rtsp_session_id(&twice.record), number) << headerNum;
+    }
+}
 
 std::string refused(char byte3) {
     std::string answer(kParameterSetAnswerBytes, '\xFF');
@@ -20,44 +44,6 @@ std::string refused(char byte3) {
     return answer;
 }
 const std::string kSearchFailed = refused('\xFC'), kSetUpFailed(kParameterSetAnswerBytes, '\0');
-
-/// A request and what must come of it.
-struct Row {
-    int32_t type;
-    std::string session;
-    std::string answer = ""; ///< a status answer's word, else all bytes
-    std::string logged = ""; ///< perhaps among other lines
-    std::string header = ""; ///< "name: value"
-    std::string until = "";  ///< the status word that comes of it
-    long msBefore = 0;       ///< what passes since the row above
-};
-
-struct RequestLoopTest : SessionTest {
-    void serve(const std::vector<Row>& rows) {
-        for (const Row& row : rows) {
-            SCOPED_TRACE(std::to_string(row.type) + " " + row.session + " " + row.header);
-            log.clear();
-            simulated::advanceUs(row.msBefore * 1000);
-            EXPECT_EQ(ask(row.type, row.session, row.header), row.answer);
-            EXPECT_NE(log.dump().find(row.logged), std::string::npos) << log.dump();
-            if (!row.until.empty()) waitUntil([&] { return ask(RTSP_REQ_STATUS, row.session) == row.until; });
-        }
-    }
-    /// Time passes only as the playback thread sleeps, so that nothing is over before it is seen; by what it
-    /// sleeps, or more.
-    template <class Condition> void waitUntil(Condition holds, int64_t seconds = 0) {
-        EXPECT_TRUE(eventually([&] {
-            if (const auto sleeps = simulated::takeSleepsUs(); !sleeps.empty()) {
-                lastSleepUs = sleeps.back();
-                simulated::advanceUs(seconds != 0 ? seconds * 1'000'000 : lastSleepUs);
-            }
-            return holds();
-        }));
-    }
-
-    LogRecorder log;
-    int64_t lastSleepUs = 0; ///< of the playback thread, as far as waitUntil has seen it
-};
 
 TEST_F(RequestLoopTest, ServesTheSessionThatIsOpenAndNoOther) {
     Card(world).stream(1).from("12:00:00").pictures(90).gop(10).closed();

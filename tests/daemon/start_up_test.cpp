@@ -7,10 +7,7 @@
 
 #include "daemon/daemon.h"
 #include "daemon/pid_file.h"
-#include "platform/log.h"
-#include "tests/daemon/session_fixture.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/process.h"
+#include "tests/daemon/request_loop_fixture.h"
 
 namespace test {
 namespace {

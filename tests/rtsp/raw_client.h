@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <gst/gst.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
@@ -122,10 +123,9 @@ private:
             take(packet);
     }
     void take(const std::string& packet) {
-        const auto* word = reinterpret_cast<const unsigned char*>(packet.data());
         if (m_pictures.empty())
-            m_first = ";seq=" + std::to_string(word[2] << 8 | word[3]) + ";rtptime=" +
-                      std::to_string(uint32_t{word[4]} << 24 | word[5] << 16 | word[6] << 8 | word[7]);
+            m_first = ";seq=" + std::to_string(GST_READ_UINT16_BE(packet.data() + 2)) +
+                      ";rtptime=" + std::to_string(GST_READ_UINT32_BE(packet.data() + 4));
         if (m_pictures.empty() || m_marked) m_pictures.emplace_back();
         m_marked = (packet[1] & 0x80) != 0;
         const size_t head = (packet[0] & 0x10) != 0 ? 28 : 12;

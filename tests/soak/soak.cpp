@@ -78,7 +78,7 @@ struct Soak {
 int soak(int span, unsigned seed) {
     stopOnSignals({SIGINT, SIGTERM, SIGHUP});
     const World world;
-    const TourSettings settings{TAVIRN_ROOTED, TAVIRN_RECORD, "320x240", ""};
+    const TourSettings settings{.daemon = TAVIRN_ROOTED, .recorder = TAVIRN_RECORD, .size = "320x240"};
     recordStreams(settings);
     Child recorder(recorderWords(settings, {"--live", "--split", "10", "--event", "20", "--bitrate", "128"}),
                    world.root() + "/live");

@@ -114,7 +114,7 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     card.stream(2).from("12:01:00").fps(10).pictures(100).closed();
     card.stream(3).from("12:02:00").fps(10).pictures(100).recording();
     card.sql("UPDATE STREAM SET endDate = startDate + 5 WHERE streamID = 3");
-    card.alarm("12:02:30", "12:02:31");
+    card.alarm("12:02:10.400", "12:02:31");
     const auto fails = [&](Time result) {
         EXPECT_EQ(result, kNowhere);
         EXPECT_EQ(video.m_stream.row().streamID, 2u);

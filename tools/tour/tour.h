@@ -9,12 +9,12 @@
 #include "tools/tour/visit.h"
 
 struct TourSettings {
-    std::string daemon;   ///< tavirn-rooted
-    std::string recorder; ///< tavirn-record
-    std::string size;     ///< of the pictures
-    std::string output;   ///< directory for what came out; empty: it is not kept
-    std::string server;   ///< tavirn-rtsp
-    std::string player;   ///< rtsp-pictures
+    std::string daemon = {};   ///< tavirn-rooted
+    std::string recorder = {}; ///< tavirn-record
+    std::string size = {};     ///< of the pictures
+    std::string output = {};   ///< directory for what came out; empty: it is not kept
+    std::string server = {};   ///< tavirn-rtsp
+    std::string player = {};   ///< rtsp-pictures
 };
 
 /// How to start the recorder; `more` tells what and how long.
