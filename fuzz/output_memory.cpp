@@ -44,8 +44,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int steps = 0; steps < kSteps && !input.empty(); ++steps) {
         const uint8_t what = input.byte() % 6;
         if (what < 2) {
-            const std::string bytes = input.text(what == 0 ? 4 : input.byte());
-            bytes.copy(memory.base + (what == 0 ? input.byte() % 32 * 4 : 0), bytes.size());
+            const std::string bytes = input.text(what == 0 ? 4 : input.byte() % 100);
+            bytes.copy(memory.base + input.byte() * 4, bytes.size());
         } else if (!reader.attached()) {
             std::memcpy(&longest, memory.base + offsetof(OutputHeader, blockBytes), sizeof longest);
             reader.attach(paths().ipcKey, kOutputMemoryProject);
