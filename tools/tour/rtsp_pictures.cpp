@@ -64,7 +64,8 @@ int play(const Order& order) {
     if (!fromMs) throw Failure(kUsage, "no clock time: " + order.from);
     gst_init(nullptr, nullptr);
     const std::unique_ptr<GstElement, PipelineEnd> pipeline(gst_parse_launch(
-        ("rtspsrc onvif-mode=true protocols=tcp latency=200 location=" + order.url +
+        // Over TCP this client discards the first picture of each ONVIF play, whose packets it gives no time.
+        ("rtspsrc onvif-mode=true protocols=udp latency=200 location=" + order.url +
          " ! rtph264depay ! h264parse ! avdec_h264 ! videoconvert ! videoscale"
          " ! video/x-raw,width=480,height=270,format=RGB ! pngenc compression-level=1 ! appsink name=out")
             .c_str(),
