@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include "rtsp/credentials.h"
-#include "rtsp/media_transport.h"
 #include "rtsp/play_headers.h"
 #include "tests/support/world.h"
 
@@ -93,20 +92,6 @@ TEST(PlayHeaders, AreReadAsClientsWriteThem) {
     EXPECT_TRUE(read.replay && read.iPicturesOnly && read.intervalMs == 4000 && read.cseq == 2);
     request.headers = {{"Frames", "some"}};
     EXPECT_EQ(readPlay(request, kZero, read, unit), 400);
-}
-
-TEST(Transport, TheFirstOneThatCanBeHadIsTaken) {
-    const auto ports = [](const char* header) {
-        const auto wish = readTransport(header);
-        return wish ? (wish->tcp ? "tcp " : "udp ") + std::to_string(wish->first) + " " +
-                          std::to_string(wish->second)
-                    : "none";
-    };
-    EXPECT_EQ(ports("RTP/AVP/TCP;unicast;interleaved=4-5"), "tcp 4 5");
-    EXPECT_EQ(ports("RTP/AVP;multicast,RTP/AVP;unicast;client_port=5000-5001"), "udp 5000 5001");
-    EXPECT_EQ(ports("RTP/SAVP;unicast;client_port=5000-5001,RTP/AVP/TCP;unicast"), "tcp 0 1");
-    EXPECT_EQ(ports("RTP/AVP;unicast;client_port=53-54"), "none") << "no service of the machine's own";
-    EXPECT_EQ(ports("RTP/AVP/TCP;unicast;interleaved=256-257"), "none");
 }
 
 TEST(Credentials, AnswerOneRequestAndNonce) {

@@ -1,8 +1,8 @@
-// What the recorder's stand-in does to pictures, times and bytes.
+// What the recorder's stand-in does to pictures, and which it copies.
 #include <gmock/gmock.h>
 #include <map>
 
-#include "tests/support/card.h"
+#include "stream/records.h"
 #include "tools/record/copy_check.h"
 #include "tools/record/h264.h"
 
@@ -70,39 +70,6 @@ TEST(CopyCheck, LetsPassWhatOpensASessionAndPlaysInAnyMode) {
         EXPECT_THAT(check.reason(), testing::ContainsRegex(*reason ? reason : "^$")) << kinds;
         EXPECT_EQ(check.gop(), gop) << kinds;
     }
-}
-
-std::string words(std::initializer_list<uint32_t> header) {
-    return {reinterpret_cast<const char*>(header.begin()), header.size() * 4};
-}
-
-// A chunk of 4096 bytes is filled from byte 3968 on, so that the first picture goes round its end.
-TEST(RecordingWriter, WritesATinyStreamToTheLetter) {
-    const World world;
-    Card card(world, 4096);
-    const auto holds = [&](size_t at, const std::string& bytes) {
-        EXPECT_EQ(readFile(card.chunkPath(7)).substr(at, bytes.size()), bytes);
-    };
-    RecordingWriter& writer = card.writer();
-    writer.beginStream({.streamId = 7, .startMs = atMs("12:00:00.980"), .capacity = 2});
-    holds(3968, words({0xFFFFFFFF, 7, 4064, 0, 0, 0, 30, 0x10030000})); // size not known yet
-    const std::string first = "some bytes of a picture, round the end";
-    EXPECT_TRUE(writer.addPicture({first, 1000250, true}));
-    EXPECT_TRUE(writer.addPicture({"other", 1000283, false}));
-    for (const uint32_t bytes : {kMinPictureBytes - 1, kMaxPictureBytes + 1})
-        EXPECT_THROW(writer.addPicture({std::string(bytes, 'x'), 0, true}), RecordingError);
-    EXPECT_FALSE(writer.addPicture({std::string(4096 - 3 * 32 - 43 + 1, 'x'), 0, true})) << "no room is left";
-    writer.finishStream();
-    holds(3968, words({0xFFFFFFFF, 7, 4064, 43, 1000, 2, 30, 0x14180000, //
-                       0xFFFFFFFE, 7, 4064, 38, 1000, 1, 0,  0x14ED00FA, //
-                       0xFFFFFFFE, 7, 6,    5,  1000, 0, 0,  0x0512011B}) +
-                    first.substr(0, 32));
-    holds(0, first.substr(32) + "other");
-    EXPECT_EQ(card.row(7).chunkSize, 96u);
-    for (const StreamSettings& refused :
-         {StreamSettings{.streamId = 7, .capacity = 2}, {.streamId = 8, .capacity = 127}})
-        EXPECT_THROW(writer.beginStream(refused), RecordingError)
-            << "the id is in use, headers fill the chunk";
 }
 
 } // namespace
