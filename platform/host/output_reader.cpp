@@ -91,7 +91,8 @@ bool OutputReader::attach(const char* keyFile, char project) {
     const bool claimed = !writerGone();
     if (!ours || !claimed || header().state.load(std::memory_order_acquire) != kOutputOpen) {
         detach();
-        // What a writer has left behind, or one that holds the claim has not laid out yet, is as good as none.
+        // What a writer has left behind, or one that holds the claim has not laid out yet, is as good as
+        // none.
         errno = ours || (large && magic == 0 && claimed) ? ENOENT : EPROTO;
         return false;
     }

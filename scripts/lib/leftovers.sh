@@ -25,7 +25,7 @@ markLeftovers() {
     TMPDIR=$(mktemp -d /tmp/tavirn-test.XXXXXX) # short: a socket's path has 107 bytes
     trap 'rm -rf "$reports" "$TMPDIR"' EXIT
     export TAVIRN_TEST_RUN TMPDIR
-    export ASAN_OPTIONS="detect_leaks=1:log_path=$reports/asan"
+    export ASAN_OPTIONS="detect_leaks=1:print_suppressions=0:log_path=$reports/asan"
     export UBSAN_OPTIONS="print_stacktrace=1:log_path=$reports/ubsan"
     export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:log_path=$reports/tsan"
     ipcBefore=$(ipcObjects)

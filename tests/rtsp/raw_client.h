@@ -59,6 +59,7 @@ public:
     explicit RawClient(const Server& server) : m_url(server.url()) {
         const ObjectPtr<GSocketClient> client(g_socket_client_new());
         g_socket_client_set_timeout(client.get(), 20);
+        g_socket_client_set_enable_proxy(client.get(), FALSE); // looked up by a thread, the machine's own
         m_connection.reset(g_socket_client_connect_to_uri(client.get(), m_url.c_str(), 0, nullptr, nullptr));
         m_input.reset(g_data_input_stream_new(g_io_stream_get_input_stream(G_IO_STREAM(m_connection.get()))));
         g_data_input_stream_set_newline_type(m_input.get(), G_DATA_STREAM_NEWLINE_TYPE_CR_LF);

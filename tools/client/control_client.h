@@ -39,8 +39,8 @@ enum class OpenAnswer {
 };
 OpenAnswer readOpenAnswer(const std::string& answer);
 
-/// A time, in seconds since the epoch, as `Range` and `Jump` carry it behind "clock=": local standard time, in
-/// summer too.
+/// A time, in seconds since the epoch, as `Range` and `Jump` carry it behind "clock=": local standard time,
+/// in summer too.
 std::string daemonClock(time_t seconds);
 
 /// The word in an answer to RTSP_REQ_STATUS: play, pause, pause(sof), pause(eof), init or error. Empty when
