@@ -35,7 +35,8 @@ Connection::Connection(uint64_t id, GSocketConnection* accepted, GTlsCertificate
     : m_id(id), m_events(events), m_socket(G_SOCKET_CONNECTION(g_object_ref(accepted))),
       m_peer(addressOf(g_socket_connection_get_remote_address(accepted, nullptr))),
       m_local(addressOf(g_socket_connection_get_local_address(accepted, nullptr))),
-      m_lastSign(g_get_monotonic_time()), m_lastRequest(m_lastSign), m_partial(certificate != nullptr) {
+      m_lastSign(g_get_monotonic_time()), m_lastRequest(m_lastSign) {
+    if (certificate != nullptr) m_partialSince = m_lastSign;
     GSocket* socket = g_socket_connection_get_socket(accepted);
     g_socket_set_option(socket, SOL_SOCKET, SO_SNDBUF, kSocketBytes, nullptr);
     g_socket_set_option(socket, IPPROTO_TCP, TCP_NODELAY, 1, nullptr);
@@ -65,7 +66,7 @@ GPollableOutputStream* Connection::output() const {
 }
 
 void Connection::hangUpIfLate(int64_t now) {
-    if (now - m_lastRequest <= (m_partial ? kWholeRequest : kIdle)) return;
+    if (m_partialSince ? now - *m_partialSince <= kWholeRequest : now - m_lastRequest <= kIdle) return;
     // Not closed here: a handshake of TLS has a thread and a hold on itself until its end has been read.
     g_socket_shutdown(g_socket_connection_get_socket(m_socket.get()), TRUE, TRUE, nullptr);
 }
@@ -84,7 +85,10 @@ void Connection::read() {
     m_parser.feed({bytes, static_cast<size_t>(got)});
     for (RtspRequest request;;) {
         const auto result = m_parser.next(request);
-        m_partial = result == RequestParser::Result::incomplete && !m_parser.isEmpty();
+        if (result != RequestParser::Result::incomplete || m_parser.isEmpty())
+            m_partialSince.reset();
+        else if (!m_partialSince)
+            m_partialSince = g_get_monotonic_time();
         if (!handle(result, request)) return;
     }
 }

@@ -2,6 +2,7 @@
 // more at a time than it can keep, and tells how far the client is behind.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "rtsp/glib_object.h"
@@ -67,7 +68,7 @@ private:
     size_t m_sent = 0;    ///< of m_out
     size_t m_attempt = 0; ///< TLS wants the same bytes again after a write that would have blocked
     int64_t m_lastSign, m_lastRequest;
-    bool m_partial; ///< a request has begun, or TLS has
+    std::optional<int64_t> m_partialSince; ///< a request has begun, or TLS has, and is not whole
     bool m_closing = false;
     bool m_closed = false;
 };

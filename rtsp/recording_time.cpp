@@ -1,6 +1,7 @@
 #include "rtsp/recording_time.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <sys/ipc.h>
 #include <utility>
@@ -53,15 +54,15 @@ RecorderState recorderState() {
 
 bool RecordingTime::loadRows() {
     const uint32_t stoodOn = m_open ? m_stream.row().streamID : 0;
-    m_rows.clear();
     const uint32_t live = recorderState().streamId;
-    if (m_index.setSql("SELECT * FROM STREAM ORDER BY streamID") == 0) {
-        const int count = m_index.getNTuple();
-        for (int n = 0; n < count; ++n) {
-            DB_STREAM row{};
-            m_index.getStreamValue(n, &row);
-            if (isLive(row) ? row.streamID == live : row.recSize != 0) m_rows.push_back(row);
-        }
+    // While the recorder holds the index, what was known last has to do.
+    if (m_index.setSql("SELECT * FROM STREAM ORDER BY streamID") != 0) return !m_rows.empty();
+    m_rows.clear();
+    const int count = m_index.getNTuple();
+    for (int n = 0; n < count; ++n) {
+        DB_STREAM row{};
+        m_index.getStreamValue(n, &row);
+        if (isLive(row) ? row.streamID == live : row.recSize != 0) m_rows.push_back(row);
     }
     const auto at = rowOf(stoodOn);
     // One that was under recording and is finished has more pictures than were there when it was opened.
@@ -114,6 +115,7 @@ std::optional<RecordingTime::Span> RecordingTime::span() {
     for (size_t row = 0; row < m_rows.size(); ++row)
         if (row + 1 == m_rows.size() || !isLive(m_rows[row]))
             span.newest = std::max(span.newest, rowEnd(row));
+    span.newest = std::max(span.newest, span.oldest); // a clock set back, or a damaged row
     return span;
 }
 

@@ -42,6 +42,7 @@ QueryResult RecordingIndex::firstNumber(const SqlText& sql, uint32_t* number) {
 }
 
 QueryResult RecordingIndex::runLogged(const char* operation, const SqlText& sql) {
+    if (!isWanted()) return QueryResult::refused; // no fault of the index
     logNamed(LOG_INFO, operation, "%s", sql.text);
     m_errorFlags.setErrorflag(kErrorKindIndex, 0);
     const QueryResult result = indexFileExists() ? run(sql) : QueryResult::noIndex;

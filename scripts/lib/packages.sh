@@ -56,7 +56,7 @@ need() {
 clangWorks() {
     local program works=1
     program=$(mktemp)
-    printf '#include <semaphore>\n#include <string>\nint main() { return std::string().size() != 0; }\n' |
+    printf '#include <thread>\n#include <string>\nint main() { return std::string().size() != 0; }\n' |
         clang++ -std=c++20 -fsanitize=address,undefined -x c++ - -o "$program" 2>/dev/null && works=0
     rm -f "$program"
     return $works

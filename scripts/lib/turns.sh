@@ -41,7 +41,7 @@ makeVideo() {
 # startDaemon WORLD: its number is in $daemon.
 startDaemon() {
     "$bin/daemon/tavirn-rooted" --root "$1"
-    waitFor 10 test -s "$1/var/run/tavirn.pid"
+    waitFor 10 test -s "$1/var/run/tavirn.pid" || fail "the daemon does not serve"
     daemon=$(cat "$1/var/run/tavirn.pid")
     started+=("$daemon")
 }

@@ -147,10 +147,13 @@ std::string readStatusAnswer(const std::string& answer) {
 }
 
 std::string daemonClock(time_t seconds) {
-    tzset();
-    const time_t local = seconds - timezone;
     tm parts{};
-    gmtime_r(&local, &parts);
+    localtime_r(&seconds, &parts);
+    tm standard = parts;
+    standard.tm_isdst = 0;
+    const time_t saved = mktime(&standard) - seconds; // daylight saving, by the rules of that date
+    const time_t shifted = timegm(&parts) - saved;
+    gmtime_r(&shifted, &parts);
     char text[32];
     std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts);
     return text;

@@ -35,8 +35,12 @@ int tour(const TourSettings& settings, bool keep, bool players) {
     tour.playLive();
     tour.endDaemon();
     tour.conclude();
-    if (players) watchWithPlayers(settings, world);
-    const std::vector<std::string> wrong = tour.wrong();
+    std::vector<std::string> wrong = tour.wrong();
+    try {
+        if (players) watchWithPlayers(settings, world);
+    } catch (const Failure& failure) {
+        wrong.emplace_back(failure.what());
+    }
     if (wrong.empty()) return kDone;
     printHeading("NOT as it should be");
     for (const std::string& sentence : wrong) std::printf("- %s\n", sentence.c_str());
