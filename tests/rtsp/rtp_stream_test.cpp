@@ -26,8 +26,9 @@ class Rtp : public testing::Test {
 protected:
     static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
 
-    std::vector<std::string> send(const std::string& bytes, std::optional<uint32_t> stamp, int64_t ms,
-                                  Pace pace = Pace::recorded, const Standing& standing = {}) {
+    std::vector<std::string> send(std::optional<uint32_t> stamp, int64_t ms, Pace pace = Pace::recorded,
+                                  const Standing& standing = {}) {
+        const std::string bytes = test::pictureBytes(1, 0, true);
         const Picture picture{.bytes = std::make_shared<const std::vector<char>>(bytes.begin(), bytes.end()),
                               .stamp = stamp,
                               .iPicture = true,
@@ -37,13 +38,12 @@ protected:
         return std::exchange(m_packets, {});
     }
     uint32_t timeOf(std::optional<uint32_t> stamp, int64_t ms, Pace pace = Pace::recorded) {
-        return wordOf(send(m_picture, stamp, ms, pace)[0], 4) - 1000;
+        return wordOf(send(stamp, ms, pace)[0], 4) - 1000;
     }
 
     std::vector<std::string> m_packets;
     RtpStream m_rtp{0xABCD1234, 0xFFFE, 1000,
                     [this](std::string_view packet) { m_packets.emplace_back(packet); }};
-    const std::string m_picture = test::pictureBytes(1, 0, true);
 };
 
 TEST_F(Rtp, TimeIsRealTimeAndNeverGoesBack) {
@@ -66,7 +66,7 @@ TEST_F(Rtp, TimeIsRealTimeAndNeverGoesBack) {
 
 TEST_F(Rtp, TheReplayExtensionSaysWhenAndHow) {
     m_rtp.setReplayExtension();
-    const auto packets = send(m_picture, 0, 0, Pace::recorded,
+    const auto packets = send(0, 0, Pace::recorded,
                               {.discontinuity = true, .endOfSection = true, .terminal = true, .cseq = 0x42});
     // 1,000.25 s after 1970, as NTP counts; C, E, D and T; CSeq.
     EXPECT_EQ(packets[0].substr(12, 16),
@@ -77,7 +77,7 @@ TEST_F(Rtp, TheReplayExtensionSaysWhenAndHow) {
 TEST_F(Rtp, ReportsTellTheTimeOfThisMomentAndTheGoodBye) {
     std::vector<std::string> reports;
     m_rtp.begin(0);
-    const size_t packets = send(m_picture, 0, 0).size();
+    const size_t packets = send(0, 0).size();
     m_rtp.senderReport(ntpTime(2'500'000), 100'000, true,
                        [&](std::string_view bytes) { reports.emplace_back(bytes); });
     const std::string& report = reports.at(0);

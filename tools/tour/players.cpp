@@ -1,7 +1,6 @@
 #include "tools/tour/players.h"
 
 #include <fstream>
-#include <sstream>
 
 #include "tools/common/command_line.h"
 #include "tools/common/formatted.h"
@@ -26,17 +25,15 @@ struct Play {
 constexpr Play kPlaysOfGStreamer[] = {{"4", "2024-01-02 03:04:07"}, {"-1", "2024-01-02 03:04:35"}};
 constexpr int kPictures = 4;
 
-std::string contentOf(const std::string& file) {
-    std::stringstream content;
-    content << std::ifstream(file).rdbuf();
-    return content.str();
-}
-
+/// The first line that the server prints.
 std::string urlOf(const std::string& log) {
     std::string said;
-    waitUntil(kComesUp, [&] { return (said = contentOf(log)).ends_with('\n'); });
+    waitUntil(kComesUp, [&] {
+        std::ifstream file(log);
+        return std::getline(file, said) && !file.eof(); // the whole line
+    });
     if (!said.starts_with("rtsp://")) throw Failure(kFailed, "tavirn-rtsp does not serve: " + said);
-    return said.substr(0, said.find('\n'));
+    return said;
 }
 
 void fetchAlarm(const std::string& url, const std::string& directory, std::ostream& captions) {
