@@ -15,12 +15,13 @@
 
 namespace {
 
-bool readCardState(const char* path, char& state) {
+std::optional<char> readCardState(const char* path) {
     const int file = open(path, O_RDONLY | O_CLOEXEC);
+    char state;
     const bool isRead = file >= 0 && read(file, &state, 1) == 1;
     if (!isRead) logNamed(LOG_ERR, "searchDefaultStream", "file-open err");
     if (file >= 0) close(file);
-    return isRead;
+    return isRead ? std::optional(state) : std::nullopt;
 }
 
 /// Whether index and card allow a search at all. The card is looked at before every search, since it may be
@@ -28,10 +29,10 @@ bool readCardState(const char* path, char& state) {
 unsigned long checkCard() {
     struct stat index;
     if (stat(paths().index, &index) < 0) return kDefaultStreamNoIndex;
-    char detect = 0;
-    char readOnly = 0;
-    if (!readCardState(paths().cardDetect, detect)) return kDefaultStreamUnreadable;
-    if (!readCardState(paths().cardReadOnly, readOnly)) return kDefaultStreamUnreadable;
+    const std::optional<char> detect = readCardState(paths().cardDetect);
+    if (!detect) return kDefaultStreamUnreadable;
+    const std::optional<char> readOnly = readCardState(paths().cardReadOnly);
+    if (!readOnly) return kDefaultStreamUnreadable;
     return detect == '1' && readOnly == '1' ? kDefaultStreamNoCard : kDefaultStreamNoError;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <optional>
 #include <unistd.h>
 
 #include "platform/log.h"
@@ -16,28 +17,26 @@ namespace {
 
 constexpr size_t kMaxPidText = 16;
 
-/// The number at the start of the open file's first bytes, 0 when there is none; false when it is empty.
-bool readPid(int file, pid_t& pid) {
+/// The number at the start of the open file's first bytes, 0 when there is none; nothing when it is empty.
+std::optional<pid_t> readPid(int file) {
     char text[kMaxPidText + 1]{};
     errno = 0; // reading nothing is no error of its own
     if (read(file, text, kMaxPidText) <= 0) {
         logNamed(LOG_ERR, "createPidFile", "fread error(%m)");
-        return false;
+        return std::nullopt;
     }
     // Taken as a 32-bit long would be, whatever the machine's.
     const long number = strtol(text, nullptr, 10);
-    pid = static_cast<pid_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
-    return true;
+    return static_cast<pid_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
 }
 
 /// 0 when the pid file there was is out of the way, else createPidFile's result.
 int removeStaleFile(int file) {
-    pid_t pid = 0;
-    const bool hasPid = readPid(file, pid);
+    const std::optional<pid_t> pid = readPid(file);
     close(file);
-    if (!hasPid) return -1;
-    if (pid == 0) return -2;
-    if (kill(pid, 0) == 0) return -1;
+    if (!pid) return -1;
+    if (*pid == 0) return -2;
+    if (kill(*pid, 0) == 0) return -1;
     if (errno != ESRCH) {
         logNamed(LOG_ERR, "createPidFile", "kill error(%m)");
         return -3;

@@ -14,10 +14,11 @@ std::atomic<int> g_formatFlag{0};
 namespace {
 
 constexpr int kAccepted[] = {SIGINT, SIGTERM, SIGQUIT, SIGSEGV, SIGPIPE, SIGUSR1, SIGUSR2};
-constexpr int kCaught[] = {SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2};
 
-/// How often each signal of kCaught was caught and its message not yet written.
-std::atomic<int> g_unlogged[sizeof kCaught / sizeof kCaught[0]];
+struct Caught {
+    int signal;
+    std::atomic<int> unlogged{0}; ///< how often it was caught and its message not yet written
+} g_caught[] = {{SIGINT}, {SIGTERM}, {SIGQUIT}, {SIGUSR1}, {SIGUSR2}};
 
 /// Set behind the counter and the event, and taken back before they are: none of them is ever left over.
 std::atomic<bool> g_isDue{false};
@@ -28,8 +29,8 @@ std::atomic<int> g_stopSocket{-1};
 std::atomic<int> g_readingFrom{-1};
 
 void note(int signal) {
-    for (size_t i = 0; i < sizeof kCaught / sizeof kCaught[0]; ++i)
-        if (kCaught[i] == signal) ++g_unlogged[i];
+    for (Caught& caught : g_caught)
+        if (caught.signal == signal) ++caught.unlogged;
     eventfd_write(g_event, 1);
     g_isDue = true;
 }
@@ -78,8 +79,8 @@ int setSignal() {
         logAt(LOG_ERR, "qorbd - : sigaction error(%m)");
         return -1;
     }
-    for (const int signal : kCaught) {
-        if (install(signal, sigcatch) < 0) {
+    for (const Caught& caught : g_caught) {
+        if (install(caught.signal, sigcatch) < 0) {
             logAt(LOG_ERR, "qorbd - : sigaction error(%m)");
             return -1;
         }
@@ -127,8 +128,8 @@ int caughtSignalEvent() {
 
 void logCaughtSignals() {
     if (!g_isDue.exchange(false)) return;
-    eventfd_t caught = 0;
-    eventfd_read(g_event, &caught);
-    for (size_t i = 0; i < sizeof kCaught / sizeof kCaught[0]; ++i)
-        for (int left = g_unlogged[i].exchange(0); left > 0; --left) logCaught(kCaught[i]);
+    eventfd_t rings = 0;
+    eventfd_read(g_event, &rings);
+    for (Caught& caught : g_caught)
+        for (int left = caught.unlogged.exchange(0); left > 0; --left) logCaught(caught.signal);
 }
