@@ -163,7 +163,7 @@ int CZUVOChunkBase::openChunkFile(CHUNK_EVENT* event) {
 int CZUVOChunkBase::closeChunkFile() {
     if (!m_chunk) return -1;
     m_chunk.reset();
-    m_chunkSize = m_areaOffset = m_position = 0;
+    m_chunkSize = 0;
     return 0;
 }
 

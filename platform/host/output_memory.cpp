@@ -52,7 +52,7 @@ Writer* writerOf(const KW_SHM* handle) {
 int claim(key_t key) {
     for (int attempt = 0; attempt < kClaimAttempts; ++attempt) {
         const int set = semget(key, 1, IPC_CREAT | kOutputPermissions);
-        if (set < 0) return -1;
+        if (set == -1) return -1;
         // In one step: goes on only while the value is 0, and makes it 1.
         sembuf take[2] = {{0, 0, IPC_NOWAIT}, {0, 1, IPC_NOWAIT | SEM_UNDO}};
         if (semop(set, take, 2) == 0) return set;
@@ -70,7 +70,7 @@ bool removeSet(int set) {
 /// that it is marked for removal.
 int makeSegment(key_t key, uint32_t bytes) {
     const int leftover = shmget(key, 0, 0);
-    if (leftover >= 0 && shmctl(leftover, IPC_RMID, nullptr) != 0) return -1;
+    if (leftover != -1 && shmctl(leftover, IPC_RMID, nullptr) != 0) return -1;
     return shmget(key, bytes, IPC_CREAT | IPC_EXCL | kOutputPermissions);
 }
 
@@ -89,11 +89,9 @@ bool layOut(Writer& writer, int segment) {
     header->slots = geometry.slots;
     header->state.store(kOutputOpen, std::memory_order_relaxed);
     header->oldest.store(1, std::memory_order_relaxed);
-    char* const slots = static_cast<char*>(base) + sizeof(OutputHeader);
-    for (uint32_t i = 0; i < geometry.slots; ++i) new (slots + i * sizeof(OutputSlot)) OutputSlot{};
-    header->magic.store(kOutputMagic, std::memory_order_release);
     writer.header = header;
-    writer.slots = reinterpret_cast<OutputSlot*>(slots);
+    writer.slots = new (static_cast<char*>(base) + sizeof(OutputHeader)) OutputSlot[geometry.slots]{};
+    header->magic.store(kOutputMagic, std::memory_order_release);
     writer.data = static_cast<char*>(base) + geometry.dataStart;
     return true;
 }
@@ -131,11 +129,11 @@ int shm_create(const char* keyFile, char project, KW_SHM* handle, int create, un
     if (!writer->lengths || key == -1) return -1;
 
     const int set = claim(key);
-    if (set < 0) return -1;
+    if (set == -1) return -1;
     const int segment = makeSegment(key, writer->geometry.totalBytes);
-    if (segment < 0 || !layOut(*writer, segment)) {
+    if (segment == -1 || !layOut(*writer, segment)) {
         const int error = errno;
-        if (segment >= 0) shmctl(segment, IPC_RMID, nullptr);
+        shmctl(segment, IPC_RMID, nullptr); // where there is one
         removeSet(set);
         errno = error;
         return -1;

@@ -73,9 +73,8 @@ bool OutputReader::attach(const char* keyFile, char project) {
     const key_t key = ftok(keyFile, project);
     if (key == -1) return false;
     m_shmId = shmget(key, 0, 0);
-    if (m_shmId < 0) return false;
-    m_semId = semget(key, 0, 0);
-    if (m_semId < 0) return false;
+    if (m_shmId == -1) return false;
+    m_semId = semget(key, 0, 0); // without a set, nobody has the claim
 
     shmid_ds segment{};
     if (shmctl(m_shmId, IPC_STAT, &segment) != 0) return false;
@@ -107,7 +106,6 @@ uint32_t OutputReader::newest() const {
 void OutputReader::detach() {
     if (m_base != nullptr) shmdt(m_base);
     m_base = nullptr;
-    m_shmId = m_semId = -1;
     m_next = m_missed = 0;
 }
 

@@ -91,7 +91,6 @@ TEST(PidFile, IsWrittenWholeAndInItsPlaceUnlessAnotherInstanceMayRun) {
         {" " + mine + "xyz", -1},
         {"", -1, "fread error(Success)"},
         {"letters", -2},
-        {"0\n", -2},
         {std::string(16, ' ') + mine, -2}, // behind the bytes read
         {"1", -3, "kill error(Input/output error)", "kill"},
         {"2147483647", -5, "unlink error(Input/output error)", "unlink"},
