@@ -31,8 +31,9 @@ int connected(size_t bytes) {
     return client;
 }
 
-// A second of rest behind the accept or the read that a stop has ended, and the leave, on a machine that may
-// be busy. What is not told of the stop holds it for 20 seconds, a locked index for two more.
+// A second of rest behind the accept or the read that a stop has ended, and a quarter for the query in hand
+// when the index is locked; what is left is for a busy machine. What is not told of the stop holds it for 20
+// seconds, a locked index for two more.
 TEST(Life, StopsSoonInEveryStateAndLeavesNothing) {
     constexpr int kNobody = -1;
     const struct {
@@ -66,7 +67,7 @@ TEST(Life, StopsSoonInEveryStateAndLeavesNothing) {
         const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(daemon.stop(signal), 0);
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
-        EXPECT_LT(took.count(), TAVIRN_SANITIZED ? 5.0 : 2.5);
+        EXPECT_LT(took.count(), TAVIRN_SANITIZED ? 5.0 : 1.5);
         EXPECT_TRUE(leftNothing(world));
         close(client);
         sqlite3_close(recorder);
