@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <iterator>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -15,14 +16,12 @@ using Clock = std::chrono::steady_clock;
 /// Far above any answer; a peer that sends more is not the daemon.
 constexpr size_t kLongestAnswer = 4096;
 
-/// A socket that closes itself and leaves errno alone.
+/// A socket that closes itself; errno stays, for closing a socket can't fail.
 class Socket {
 public:
     Socket() : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
     ~Socket() {
-        const int error = errno;
         if (m_fd != -1) close(m_fd);
-        errno = error;
     }
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
@@ -63,13 +62,20 @@ bool connectTo(int fd, const char* path, Clock::time_point deadline) {
     return true;
 }
 
+/// Whether a call that has failed is worth a repetition.
+bool failedInPassing() {
+    return errno == EINTR || errno == EAGAIN;
+}
+
 /// Sends all of it, however little the socket takes at a time.
 bool sendAll(int fd, const char* data, size_t left, Clock::time_point deadline) {
     while (left > 0) {
         if (!waitFor(fd, POLLOUT, deadline)) return false;
         const ssize_t sent = send(fd, data, left, MSG_NOSIGNAL);
-        if (sent == -1 && (errno == EINTR || errno == EAGAIN)) continue;
-        if (sent == -1) return false;
+        if (sent == -1) {
+            if (failedInPassing()) continue;
+            return false;
+        }
         data += sent;
         left -= static_cast<size_t>(sent);
     }
@@ -82,8 +88,10 @@ std::optional<std::string> receiveUntilEnd(int fd, Clock::time_point deadline) {
         if (!waitFor(fd, POLLIN, deadline)) return std::nullopt;
         char bytes[512];
         const ssize_t got = recv(fd, bytes, sizeof bytes, 0);
-        if (got == -1 && (errno == EINTR || errno == EAGAIN)) continue;
-        if (got == -1) return std::nullopt;
+        if (got == -1) {
+            if (failedInPassing()) continue;
+            return std::nullopt;
+        }
         if (got == 0) return answer;
         answer.append(bytes, static_cast<size_t>(got));
         if (answer.size() > kLongestAnswer) {
@@ -104,8 +112,7 @@ ControlRequest::ControlRequest(int32_t type) {
 }
 
 ControlRequest& ControlRequest::with(const std::string& name, const std::string& value) {
-    constexpr int kEntries = sizeof record.header / sizeof record.header[0];
-    if (record.headerNum < kEntries) {
+    if (record.headerNum < std::ssize(record.header)) {
         RTSP_HEADER& header = record.header[record.headerNum++];
         fill(header.name, name);
         fill(header.value, value);

@@ -95,18 +95,18 @@ void Recorder::recordAll(const std::function<void(const RecordingProgress&)>& pr
     m_done.totalMs = m_settings.durationMs != 0 ? m_settings.durationMs : m_source.info().durationMs;
     m_next = pull();
     for (Gop gop = nextGop(); !gop.pictures.empty(); gop = nextGop()) {
-        if (!m_open && gop.last && !m_stop)
+        if (!m_iPictures && gop.last && !m_stop)
             throw RecordingError("a session opens on two I-pictures at least, and there is only one; "
                                  "record more pictures, or with a smaller --gop");
         if (m_launchMs == 0) m_launchMs = nowMs();
         changeStream(gop);
         for (const MediaPicture& picture : gop.pictures) {
-            if (m_stop && (!m_open || m_iPictures >= 2)) return;
+            if (m_stop && (!m_iPictures || *m_iPictures >= 2)) return;
             record(picture, &picture == &gop.pictures.front());
             progress(m_done);
         }
     }
-    if (m_open && m_iPictures < 2)
+    if (m_iPictures && *m_iPictures < 2)
         throw RecordingError("the last " + std::to_string(m_writer.pictures()) +
                              " pictures do not fit behind the others and make no stream of their own; "
                              "choose larger chunks");
@@ -120,10 +120,10 @@ void Recorder::record(const MediaPicture& picture, bool iPicture) {
     // The recorder's scale is the clock's: play that goes on by time after playing picture by picture counts
     // on from the time stamp it has reached.
     const CodedPicture coded{data, wallMs, iPicture};
-    if (!m_open) beginStream(wallMs);
+    if (!m_iPictures) beginStream(wallMs);
     if (!m_writer.addPicture(coded)) {
         // A GOP longer than all before: its rest begins the next stream, for playing on loses nothing then.
-        if (m_iPictures < 2)
+        if (*m_iPictures < 2)
             throw RecordingError("two GOPs do not fit into a chunk; choose larger chunks or shorter GOPs");
         finishStream();
         beginStream(wallMs);
@@ -132,7 +132,7 @@ void Recorder::record(const MediaPicture& picture, bool iPicture) {
                                  " bytes does not fit into an empty chunk; choose larger chunks");
     }
     m_lastWallMs = wallMs;
-    m_iPictures += iPicture;
+    *m_iPictures += iPicture;
     m_report.recordedMs = m_done.sourceMs = picture.sourceMs;
     ++m_done.pictures;
     m_done.bytes += data.size();
@@ -149,7 +149,7 @@ void Recorder::record(const MediaPicture& picture, bool iPicture) {
 void Recorder::changeStream(const Gop& gop) {
     m_largestGopPictures = std::max<uint64_t>(m_largestGopPictures, gop.pictures.size());
     m_largestGopBytes = std::max(m_largestGopBytes, gop.bytes);
-    if (!m_open || gop.last || m_iPictures < 2) return;
+    if (!m_iPictures || gop.last || *m_iPictures < 2) return;
     const uint64_t first = gop.pictures.front().sourceMs;
     const bool behind = m_cursor.isBehind(first);
     if (behind) m_cursor.goOn(first);
@@ -166,23 +166,22 @@ void Recorder::beginStream(uint64_t wallMs) {
     stream.capacity = streamCapacity();
     stream.bitrateSet = info.bitrateKbit;
     const uint32_t id = m_writer.beginStream(stream);
-    m_open = true;
     m_iPictures = 0;
     m_report.streams.push_back({id, wallMs, wallMs, 0, m_writer.placement()});
 }
 
 void Recorder::finishStream() {
-    if (!m_open) return;
+    if (!m_iPictures) return;
     m_writer.finishStream();
-    m_open = false;
+    m_iPictures.reset();
 }
 
 /// A stream of a single I-picture goes: it would be the newest, and no session could open.
 void Recorder::dropOrFinishStream() {
-    if (!m_open || m_iPictures >= 2) return finishStream();
+    if (!m_iPictures || *m_iPictures >= 2) return finishStream();
     m_writer.dropStream();
     m_report.streams.pop_back();
-    m_open = false;
+    m_iPictures.reset();
 }
 
 /// Three GOPs more than a stream is to have, since it ends with a GOP. A chunk never holds more headers than
@@ -196,7 +195,7 @@ uint32_t Recorder::streamCapacity() const {
     if (lengthMs == 0 || rate <= 0) return most;
     const double pictures =
         std::ceil(static_cast<double>(lengthMs) * rate / 1000) + 3.0 * m_source.info().gop;
-    return pictures < most ? static_cast<uint32_t>(pictures) : most;
+    return static_cast<uint32_t>(std::min<double>(pictures, most));
 }
 
 /// Waits for the time of a picture, or for the stop.

@@ -100,8 +100,7 @@ private:
     std::optional<MediaPicture> m_next; ///< I-picture that begins the next GOP
     std::optional<uint64_t> m_baseMs;   ///< source time of the first I-picture
     TimelineCursor m_cursor;
-    bool m_open = false;
-    uint32_t m_iPictures = 0; ///< of the present stream
+    std::optional<uint32_t> m_iPictures; ///< of the present stream; none while there is none
     uint64_t m_lastWallMs = 0;
     uint64_t m_launchMs = 0; ///< real time of the recording's start
     uint64_t m_largestGopPictures = 0;

@@ -31,7 +31,7 @@ void ViewOutput::open(const std::string& name) {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC;
     m_file = ::open(name.c_str(), kFlags | O_EXCL, 0644);
     m_made = m_file != -1;
-    if (!m_made && errno == EEXIST) m_file = ::open(name.c_str(), kFlags, 0644);
+    if (!m_made) m_file = ::open(name.c_str(), kFlags, 0644);
     if (m_file == -1) cannot("create", name);
 }
 
