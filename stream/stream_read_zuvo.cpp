@@ -2,22 +2,22 @@
 
 #include "platform/log.h"
 
-CStreamReadZuvo::CStreamReadZuvo(unsigned char mode) : m_zuvo(std::make_unique<CZUVOStreamChunk>(mode)) {}
+CStreamReadZuvo::CStreamReadZuvo(unsigned char mode) : m_zuvo(mode) {}
 
 int CStreamReadZuvo::open(CHUNK_EVENT* event) {
     m_event = *event;
     if (m_event.size == 0) {
         // The area is still growing. Only the second open decides: what the first one lacked, it lacks too.
         m_event.size = 1;
-        m_zuvo->openChunkFile(&m_event);
-        m_event.size = static_cast<uint32_t>(m_zuvo->getChunkSize());
-        m_zuvo->closeChunkFile();
+        m_zuvo.openChunkFile(&m_event);
+        m_event.size = static_cast<uint32_t>(m_zuvo.getChunkSize());
+        m_zuvo.closeChunkFile();
     }
-    return m_zuvo->openChunkFile(&m_event);
+    return m_zuvo.openChunkFile(&m_event);
 }
 
 int CStreamReadZuvo::close() {
-    return m_zuvo->closeChunkFile();
+    return m_zuvo.closeChunkFile();
 }
 
 int CStreamReadZuvo::seek(long position, int) {
@@ -26,8 +26,8 @@ int CStreamReadZuvo::seek(long position, int) {
     // A position before the area's start belongs to its part beyond the ring's end.
     const uint32_t relative = bytePosition >= start
                                   ? bytePosition - start
-                                  : static_cast<uint32_t>(m_zuvo->getChunkSize()) - start + bytePosition;
-    if (m_zuvo->seekEvent(static_cast<long>(relative), 0) == -1) {
+                                  : static_cast<uint32_t>(m_zuvo.getChunkSize()) - start + bytePosition;
+    if (m_zuvo.seekEvent(static_cast<long>(relative), 0) == -1) {
         logPlain(LOG_ERR, "CStreamReadZuvo::seek() m_zuvo->seekEvent() error");
         return -1;
     }
@@ -35,9 +35,9 @@ int CStreamReadZuvo::seek(long position, int) {
 }
 
 int CStreamReadZuvo::seekEvent(long position, int origin) {
-    return m_zuvo->seekEvent(position, origin);
+    return m_zuvo.seekEvent(position, origin);
 }
 
 long CStreamReadZuvo::read(void* buffer, long length) {
-    return m_zuvo->read(buffer, length);
+    return m_zuvo.read(buffer, length);
 }

@@ -2,8 +2,6 @@
 // into area positions, round the ring's end where needed.
 #pragma once
 
-#include <memory>
-
 #include "platform/zuvo_chunk.h"
 #include "stream/records.h"
 #include "stream/stream_read.h"
@@ -20,6 +18,6 @@ public:
     long read(void* buffer, long length) override;
 
 private:
-    std::unique_ptr<CZUVOStreamChunk> m_zuvo;
+    CZUVOStreamChunk m_zuvo;
     CHUNK_EVENT m_event{}; ///< the area open now, its size filled in
 };

@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -54,13 +55,13 @@ bool readWhole(int file, char* buffer, size_t length, uint64_t position) {
 
 } // namespace
 
-/// A chunk's descriptor, shared by the areas that are read through it.
+/// A chunk's descriptor and the path that led to it, shared by the areas that are read through it.
 class ChunkFile {
 public:
-    explicit ChunkFile(const char* path) {
+    explicit ChunkFile(std::string path) : m_path(std::move(path)) {
         // Non-blocking, so that a pipe in a chunk's place can't hold the opener; files don't care.
         do {
-            m_descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+            m_descriptor = open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
         } while (m_descriptor < 0 && errno == EINTR);
         if (m_descriptor >= 0) m_seen = lookAt(m_descriptor, "");
     }
@@ -71,10 +72,12 @@ public:
     ChunkFile& operator=(const ChunkFile&) = delete;
 
     int descriptor() const { return m_descriptor; }
+    const std::string& path() const { return m_path; }
     /// When it was opened; nothing when it could not be, or is no chunk.
     const std::optional<struct statx>& seen() const { return m_seen; }
 
 private:
+    std::string m_path;
     int m_descriptor;
     std::optional<struct statx> m_seen;
 };
@@ -87,51 +90,62 @@ struct OpenedChunk {
 };
 
 /// A thread's way to chunks. Keeps the one opened last, since following a recorder opens both areas anew for
-/// each picture: while the path leads to the same file, that costs a look at it. Kept until the thread ends,
-/// a moment after its session. The process's first thread never ends, so it keeps nothing; it opens a chunk a
-/// few times a session.
+/// each picture: while the path leads to the same file, that costs one look at it. Kept until the thread
+/// ends, a moment after its session. The process's first thread never ends, so it keeps nothing; it opens a
+/// chunk a few times a session.
 class ChunkKeeper {
 public:
     /// May throw std::bad_alloc.
     OpenedChunk open(const CHUNK_EVENT& area, const CZUVOChunkBase* reader) {
-        const bool sizeJustAsked = std::exchange(m_sizeAskedBy, nullptr) == reader;
         if (area.chunkID != m_chunkId) m_kept = {};
         m_chunkId = area.chunkID;
-        if (!m_kept.file || !sizeJustAsked) {
-            m_kept = look(std::move(m_kept));
+        if (!m_kept.file || !isOfTheLook(reader)) {
+            look();
             if (!m_kept.file) return {};
         }
-        // An area of one byte is opened to ask for the chunk's size; the opening behind it is of the same
-        // moment.
-        if (area.size == 1) m_sizeAskedBy = reader;
+        if (area.size == 1) {
+            m_asker = reader;
+            m_openings = 0;
+        }
         return m_keeps ? m_kept : std::exchange(m_kept, {});
     }
 
     /// Another reader may come to stand where this one was.
     void forget(const CZUVOChunkBase* reader) {
-        if (m_sizeAskedBy == reader) m_sizeAskedBy = nullptr;
+        if (m_asker == reader) m_asker = nullptr;
     }
 
 private:
-    /// The chunk as it is now, through the descriptor of `before` where that is still good.
-    OpenedChunk look(OpenedChunk before) const {
+    /// An area of one byte is opened to ask a growing chunk's size. The same reader's next opening, of the
+    /// headers, is of the same moment; so is the one behind it, of the pictures they lead to, by another.
+    bool isOfTheLook(const CZUVOChunkBase* reader) {
+        return m_asker != nullptr && ++m_openings <= 2 && (m_openings == 1) == (reader == m_asker);
+    }
+
+    /// Keeps the chunk as it is now, through the descriptor it has where that is still good.
+    void look() {
+        m_asker = nullptr;
+        if (m_kept.file) {
+            const std::optional<struct statx> now = lookAt(AT_FDCWD, m_kept.file->path().c_str());
+            if (now && isSameFile(*now, *m_kept.file->seen())) {
+                m_kept.size = now->stx_size;
+                return;
+            }
+        }
+        m_kept = {}; // closed before the next one is opened
         char path[PATH_MAX];
         std::snprintf(path, sizeof path, kChunkPath, paths().card, m_chunkId);
-        if (before.file) {
-            const std::optional<struct statx> now = lookAt(AT_FDCWD, path);
-            if (now && isSameFile(*now, *before.file->seen())) return {std::move(before.file), now->stx_size};
-        }
-        before = {}; // closed before the next one is opened
         auto file = std::make_shared<const ChunkFile>(path);
-        if (!file->seen()) return {};
+        if (!file->seen()) return;
         const uint64_t size = file->seen()->stx_size;
-        return {std::move(file), size};
+        m_kept = {std::move(file), size};
     }
 
     const bool m_keeps = gettid() != getpid();
     OpenedChunk m_kept;
-    unsigned m_chunkId = 0;                        ///< of the chunk kept
-    const CZUVOChunkBase* m_sizeAskedBy = nullptr; ///< in the opening before
+    unsigned m_chunkId = 0;                  ///< of the chunk kept
+    const CZUVOChunkBase* m_asker = nullptr; ///< who asked for the size in the last look
+    int m_openings = 0;                      ///< since then
 };
 
 thread_local ChunkKeeper t_chunks;

@@ -76,11 +76,13 @@ TEST_F(ChunkFile, OpensAnAreaOfTheChunkAsItIsNowAndKeepsADescriptorNoLongerThanI
         areas();
         test::writeFile(path, "back");
         CZUVOStreamChunk other{1};
-        CHUNK_EVENT area{7, CHUNK_KIND_STREAM, 1, 3};
-        EXPECT_TRUE(open(0) != -1 && other.openChunkFile(&area) != -1);
+        CHUNK_EVENT size{7, CHUNK_KIND_STREAM, 0, 1}, area{7, CHUNK_KIND_STREAM, 1, 3};
+        EXPECT_TRUE(chunk.openChunkFile(&size) != -1 && open(0) != -1 && other.openChunkFile(&area) != -1);
         EXPECT_EQ(test::openFiles(), before + 1) << "one for both areas of a stream";
+        fs::remove(path);
+        EXPECT_EQ(other.openChunkFile(&area), -1) << "the look at the size served its two areas";
     }).join();
-    EXPECT_EQ(read(9), "back");
+    EXPECT_EQ(read(9), "back") << "removed, but open";
 }
 
 } // namespace
