@@ -58,7 +58,7 @@ TEST_F(OutputMemory, LiesInTheSegmentAsTheLayoutSaysAndTakesNothingElse) {
     shmid_ds segment{};
     shmctl(static_cast<int>(shm.shmId), IPC_STAT, &segment);
     EXPECT_EQ(segment.shm_perm.mode & 0777, 0640);
-    for (const size_t length : {16, 5, 5, 8, 8}) EXPECT_EQ(write(std::string(length, 'x')), 0);
+    for (const size_t length : {16u, 5u, 5u, 8u, 8u}) EXPECT_EQ(write(std::string(length, 'x')), 0);
     EXPECT_EQ(base[36], 6) << "two of eight bytes fill the ring";
     EXPECT_EQ(shm_destroy(&shm), 0);
     EXPECT_EQ(base[32] + base[44], kOutputEnded + 8) << "the end rings too";
