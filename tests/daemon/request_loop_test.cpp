@@ -242,8 +242,9 @@ TEST_F(RequestLoopTest, FailingCallsEndInADocumentedAnswerAndLeaveNothing) {
     const auto before = openFiles();
     const std::pair<const char*, const char*> rows[] = {
         // what comes of it when none succeeds
-        {"open", "refused"}, {"pread", "refused"}, {"malloc", "refused"}, {"shmget", "pause"},
-        {"shmat", "pause"},  {"semget", "pause"},  {"semop", "pause"},    {"pthread_create", "pause"},
+        {"open", "refused"}, {"pread", "refused"},        {"malloc", "refused"},
+        {"shmget", "pause"}, {"shmat", "pause"},          {"semget", "pause"},
+        {"semop", "pause"},  {"pthread_create", "pause"}, {"large malloc", "pause"},
     };
     for (const auto& [call, none] : rows) {
         for (const bool forGood : {true, false}) {
