@@ -47,6 +47,7 @@ bool Movement::toStart(const T_PB_INFO& info) {
     video.clear();
     Landing landing{};
     PB_STREAM_TIME found;
+    const char* fault = "video stream error";
     switch (info.searchMode) {
     case kStartAtStream:
         logPlain(LOG_INFO, "searchid[%ld]", asLd(info.searchValue));
@@ -58,11 +59,10 @@ bool Movement::toStart(const T_PB_INFO& info) {
                               &landing.picture, kSearchForward, number(Direction::forward), 2);
         break;
     default:
-        logPlain(LOG_INFO, "sendThread will return.[pb mode error]");
-        return false;
+        fault = "pb mode error";
     }
     if (found.isNone()) {
-        logPlain(LOG_INFO, "sendThread will return.[video stream error]");
+        logPlain(LOG_INFO, "sendThread will return.[%s]", fault);
         return false;
     }
     m_position.m_pictureReady = 1;

@@ -82,17 +82,9 @@ int OpenStream::m_openChunk() {
     closeReaders();
     if (createReaders() == -1) return -1;
 
-    const DB_STREAM& db = m_video.db;
-    const bool growing = db.status == DB_STATUS_RECORDING;
-    if (!growing && db.chunkSize == 0) {
-        logPlain(LOG_ERR, "CPbStreamVideo::m_openChunk() error chunkSize = 0");
-        m_showDb();
-        return -1;
-    }
-    // The row of a growing stream tells no size that would still be true: the reader takes the chunk's.
-    if (openHeaderArea(areaOf(db, db.chunkOffset, growing ? 0 : db.chunkSize)) == -1) return -1;
+    if (openHeaderArea() == -1) return -1;
     if (checkStreamHeader() == -1) return -1;
-    if (openPictureArea(areaOf(db, m_video.stH.offset, m_video.stH.size)) == -1) return -1;
+    if (openPictureArea(areaOf(m_video.db, m_video.stH.offset, m_video.stH.size)) == -1) return -1;
 
     if (goTo(0) == -1) {
         logAt(LOG_ERR, "m_readPic error");
@@ -118,9 +110,15 @@ int OpenStream::createReaders() {
     return 0;
 }
 
-int OpenStream::openHeaderArea(CHUNK_EVENT area) {
+int OpenStream::openHeaderArea() {
+    const DB_STREAM& db = m_video.db;
+    const bool growing = db.status == DB_STATUS_RECORDING;
+    // The row of a growing stream tells no size that would still be true: the reader takes the chunk's.
+    CHUNK_EVENT area = areaOf(db, db.chunkOffset, growing ? 0 : db.chunkSize);
     const char* failure = nullptr;
-    if (m_video.readPic->open(&area) == -1) {
+    if (!growing && area.size == 0) {
+        failure = "CPbStreamVideo::m_openChunk() error chunkSize = 0";
+    } else if (m_video.readPic->open(&area) == -1) {
         m_errorFlags.setErrorflag(kErrorKindChunk, 1);
         failure = "CPbStreamVideo::m_openChunk() m_video.readPic->open() open error";
     } else {
@@ -250,8 +248,7 @@ long OpenStream::readData(unsigned char* buffer, uint32_t size) {
     const long bytes = m_video.readSt->read(buffer, static_cast<long>(size));
     // A picture that claims more than the chunk holds comes short; the buffer's earlier picture must not fill
     // it.
-    if (bytes >= 0 && bytes < static_cast<long>(size))
-        std::memset(buffer + bytes, 0, size - static_cast<uint32_t>(bytes));
+    if (bytes >= 0) std::memset(buffer + bytes, 0, size - static_cast<uint32_t>(bytes));
     return bytes;
 }
 

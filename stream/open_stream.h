@@ -106,7 +106,7 @@ public:
 private:
     void closeReaders();
     int createReaders();
-    int openHeaderArea(CHUNK_EVENT area);
+    int openHeaderArea();
     int openPictureArea(CHUNK_EVENT area);
     int checkStreamHeader() const;
     int seekHeader(uint32_t picture);

@@ -75,7 +75,7 @@ extern "C" int __wrap_pthread_create(void* thread, const void* with, void* (*run
 }
 extern "C" void* __real_malloc(size_t size);
 extern "C" void* __wrap_malloc(size_t size) {
-    return fails("malloc") ? nullptr : __real_malloc(size);
+    return fails(size < 1'000'000 ? "malloc" : "large malloc") ? nullptr : __real_malloc(size);
 }
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
     return __wrap_malloc(size);

@@ -83,16 +83,11 @@ protected:
         stream(12, "13:05:00", 30, 30).pictures(101).closed(); // to 13:05:03.333
 
         card.alarm("12:00:01.500", "12:00:02");
-        card.alarm("12:00:04.100", "12:00:05");
-        card.alarm("12:00:09.500", "12:00:10");
-        card.alarm("13:00:08", "13:00:09", 2047);
         card.alarm("13:00:38", "13:00:39");
-        card.alarm("13:04:00.500", "13:04:02");
     }
     /// Adds a stream that is being recorded.
     void beginRecording() {
         card.alarm("13:06:03", "13:06:04");
-        card.alarm("13:06:30", "13:06:31"); // its pictures are still to come
         segment.openStatus(world.statusKey());
         stream(13, "13:06:00", 10, 10).pictures(50).recording(); // to 13:06:04.900 so far
         publish(13);

@@ -63,8 +63,8 @@ TEST_F(StreamTest, ACardThatFailsIsNamedAndShowsNothingStale) {
     const std::string headers = "CPbStreamVideo::m_readPic() m_video.readPic->read() error offset = ";
     for (const std::string& fault :
          {std::string("Pb::get() m_video.readSt->read() error"),
-          std::string("m_iPicSearch() m_video.readPic->read() error"), headers + "1\n", headers + "30\n",
-          std::string("m_setOffset error"), "2024-01-02 12:00:00(" + std::to_string(at("12:00:00").sec)})
+          std::string("m_iPicSearch() m_video.readPic->read() error\n6 database info"), headers + "1\n",
+          headers + "30\n", "2024-01-02 12:00:00(" + std::to_string(at("12:00:00").sec)})
         EXPECT_NE(log.dump().find(fault), std::string::npos) << fault;
 }
 
@@ -130,6 +130,11 @@ TEST_F(StreamTest, StandsAgainWhereItStood) {
     recorderSays(1, 31);
     fails(video.skip(kSkipOldest));
     EXPECT_EQ(video.cross(at("11:00:00"), true), -3) << "all streams left, and the oldest not followed";
+    recorderSays(3, 99);
+    video.open(3);
+    recorderSays(1, 30);                         // which goes on to another stream before it closes the row
+    EXPECT_EQ(video.move(PBST_FORWARD, 30), 30); // which 1 has not
+    EXPECT_EQ(video.cross(at("12:00:00.500")), 0) << "nothing of 3 is left";
     recorderSays(0, 0);
     EXPECT_EQ(video.cross(at("12:01:30")), -2) << "nobody records it, so the newest with data is taken";
     EXPECT_EQ(video.skip(kSkipLatest, 4), at("12:01:05.900"));
