@@ -131,9 +131,10 @@ int CpbPickerThread::endGetData() {
 // ---- requests ----
 
 int CpbPickerThread::m_eventHandler(unsigned long& stepCount) {
-    const bool isNew = m_requests.takeNewest(m_curEvent);
-    stepCount = m_curEvent.reqSpeed;
-    if (!isNew) return 1;
+    if (!m_requests.takeNewest(m_curEvent)) {
+        stepCount = m_curEvent.reqSpeed;
+        return 1;
+    }
     const int32_t readyBefore = std::exchange(m_position.m_pictureReady, 0);
     m_jumps.leaveAlarm();
     switch (m_curEvent.reqType) {
@@ -148,9 +149,11 @@ int CpbPickerThread::m_eventHandler(unsigned long& stepCount) {
         play(Direction::backward, m_curEvent.reqSpeed);
         break;
     case kReqStepForward:
+        stepCount = m_curEvent.reqSpeed;
         play(Direction::forward, kStepSpeed);
         break;
     case kReqStepBackward:
+        stepCount = m_curEvent.reqSpeed;
         play(Direction::backward, kStepSpeed);
         break;
     case kReqPause:

@@ -62,6 +62,7 @@ TEST_F(Scenario, RequestDecidesHowPlayGoes) {
         {"no clock in a range", on(2), {"Range", "npt=0-"}, {2, 0}, kPlays, 3600, "npt=0-"},
         {"a name as well", on(2), {"Scale-X", "0 .9\t"}, {2, 1}, kSlow, 7200},
         {"nothing", on(2), {"Scale", "0"}, {2, 0}, kPaused, still, " dir=0 speed=0\n"},
+        {"a step's number", on(2, 3), {"Scale", "6553.5"}, {2, 3}, kPaused, 3600},
         {"no number", on(2), {"Scale", "nan"}, {2, 0}, kPaused, still},
         {"beyond every number", on(2), {"Scale", "-inf"}, {1, 0}, kAtStart, 3000, "speed=4294967295"},
         {"local", on(1), {"Range", "x clock=20240102T120005Z-"}, {2, 45}, kPlays, 468000, "124/0/2 12:0:5"},
