@@ -103,14 +103,12 @@ void CpickerThread::rest(timeval span) {
 void CpickerThread::pickerThread() {
     pthread_detach(pthread_self());
     MutexLock alive(m_threadMutex); // the engine may be gone as soon as this is released
-    m_watched = true;
     sem_post(&m_running);
 
     m_shm = {};
     if (shm_create(paths().ipcKey, static_cast<char>(kOutputMemoryProject), &m_shm, 1, kPictureBufferBytes,
                    kPictureBufferBytes, kOutputBlocks, 0) < 0) {
         logPlain(LOG_ERR, "shm_create error");
-        m_watched = false;
         return;
     }
     logAt(LOG_INFO, "%s: shm_id=%u sem_id=%u", "void CpickerThread::pickerThread()", m_shm.shmId,
@@ -119,10 +117,10 @@ void CpickerThread::pickerThread() {
     if (buffer == nullptr) {
         logPlain(LOG_ERR, "shm data malloc error");
         shm_destroy(&m_shm);
-        m_watched = false;
         return;
     }
 
+    m_watched = true;
     // The search for parameter sets has moved the position since the main thread's call.
     preGetData();
     while (m_loopFlag) pass(buffer);

@@ -45,7 +45,7 @@ public:
     void end() EXCLUDES(m_threadMutex);
     /// A request of session `sessionId` has arrived.
     void setKeepAlive(unsigned long sessionId);
-    /// Whether the playback thread looks at the keep-alive: from its start on, unless it gives up. While it
+    /// Whether the playback thread looks at the keep-alive: once it has all that it needs to play. While it
     /// does not, its owner has to, now and then, through lapses.
     bool isWatched() const { return m_watched; }
     /// Whether the session has been without a request for too long.
@@ -83,7 +83,7 @@ private:
     void setActive(uint32_t active);
 
     sem_t m_running;                    ///< posted once the thread holds m_threadMutex
-    std::atomic<bool> m_watched{false}; ///< from the thread's start, unless it gives up
+    std::atomic<bool> m_watched{false}; ///< once the thread has all it needs to play
 
     // Playback thread only, once it runs.
     KW_SHM m_shm{};
