@@ -6,9 +6,9 @@
 namespace {
 
 constexpr guint kTickMs = 100;
-constexpr int kTicksASecond = 10;
-constexpr int64_t kMostBehindMs = 2000; ///< at the live edge
-/// From the card in one second, to catch up; and where the next I-picture is not among them.
+/// At the live edge: how far behind it, and how often to look.
+constexpr int64_t kMostBehindMs = 2000, kLookEvery = 1'000'000;
+/// From the card at a look, to catch up; and where the next I-picture is not among them.
 constexpr size_t kCatchUpBytes = 1u << 20, kLongestGopBytes = 4u << 20;
 constexpr size_t kMostWaiting = 1500; ///< for the daemon to open: more than can be connected
 constexpr int64_t kReportEvery = 5'000'000;
@@ -135,7 +135,9 @@ void Playback::report(bool bye) {
 /// What a stall of the recorder has cost at the live edge, the daemon never makes up. So the pictures missed
 /// come from the card, some each second, and the daemon goes on behind them.
 void Playback::keepToEdge() {
-    if (++m_ticks % kTicksASecond != 0 || !m_machine->follows() || !m_transport->keepsUp()) return;
+    const int64_t now = g_get_monotonic_time();
+    if (now - m_lookedAt < kLookEvery || !m_machine->follows() || !m_transport->keepsUp()) return;
+    m_lookedAt = now;
     if (m_recording.behind() <= kMostBehindMs) return;
     auto last = m_recording.lastFound();
     std::vector<Picture> pictures;
@@ -153,7 +155,7 @@ void Playback::keepToEdge() {
     if (upToIPicture == 0) return;
     pictures.resize(upToIPicture);
     const std::string clock = daemonClock(static_cast<time_t>(*pictures.back().time / 1000));
-    m_machine->catchUp(std::move(pictures), clock, g_get_monotonic_time());
+    m_machine->catchUp(std::move(pictures), clock, now);
 }
 
 // ---- the client's requests ----

@@ -105,7 +105,7 @@ private:
     OnAnswer m_answer; ///< to a PLAY or PAUSE under way
     bool m_played = false;
     int64_t m_lastReport = 0;
-    int m_ticks = 0;
+    int64_t m_lookedAt = 0;                   ///< at how far play is behind the recorder
     std::unique_ptr<CardDelivery> m_delivery; ///< these while a play without rate control goes on
     SourcePtr m_delivering;
     uint32_t m_rtpEpoch = 0; ///< the RTP time of 1970
