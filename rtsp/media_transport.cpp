@@ -18,7 +18,7 @@ constexpr size_t kAhead = 1u << 20;
 constexpr int kDatagramBytes = 2 << 20;
 /// Over UDP, what a stall has held up follows at so many times its pace: the client's buffer is a small one.
 constexpr int64_t kHurry = 4;
-constexpr int64_t kLongestRestUs = 50'000; ///< between two pictures, for that
+constexpr int64_t kLongestRestUs = 20'000; ///< between two pictures, for that
 constexpr guint kPaceMs = 5;
 constexpr size_t kMostDatagrams = 8192; ///< that wait
 
@@ -85,9 +85,11 @@ public:
             m_due = std::max(g_get_monotonic_time(), m_due + std::min(step / kHurry, kLongestRestUs));
             m_time = time;
         }
-        hand(m_rtp.get(), packet);
+        hand(m_rtp.get(), packet, m_due);
     }
-    void rtcp(std::string_view packet) override { hand(m_rtcp.get(), packet); }
+    /// Later than the packets before it, whose port is another: some clients leave at once when told
+    /// good-bye.
+    void rtcp(std::string_view packet) override { hand(m_rtcp.get(), packet, m_due + kLongestRestUs); }
     int64_t lastSign() const override { return std::max(m_lastReport, m_connection.lastRequest()); }
     std::string description(uint32_t ssrc) const override {
         return formatted("RTP/AVP;unicast;client_port=%d-%d;server_port=%d-%d;ssrc=%08X", m_wish.first,
@@ -126,9 +128,9 @@ private:
     }
 
     /// At once when it is due and the system has room, else later.
-    void hand(GSocket* socket, std::string_view packet) {
-        if (m_waiting.empty() && m_due <= g_get_monotonic_time() && send(socket, packet)) return;
-        m_waiting.push_back({m_due, socket, std::string(packet)});
+    void hand(GSocket* socket, std::string_view packet, int64_t due) {
+        if (m_waiting.empty() && due <= g_get_monotonic_time() && send(socket, packet)) return;
+        m_waiting.push_back({due, socket, std::string(packet)});
         const GSourceFunc turn = [](gpointer self) -> gboolean {
             static_cast<Udp*>(self)->sendDue();
             return G_SOURCE_CONTINUE;
