@@ -22,12 +22,6 @@ std::string addressOf(GSocketAddress* address) {
     return taken(g_inet_address_to_string(g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address))));
 }
 
-bool wouldBlock(GError* error) {
-    const bool result = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK);
-    g_error_free(error);
-    return result;
-}
-
 } // namespace
 
 Connection::Connection(uint64_t id, GSocketConnection* accepted, GTlsCertificate* certificate,

@@ -49,6 +49,13 @@ inline std::string taken(char* text) {
     return result;
 }
 
+/// Whether to try again; the error is freed.
+inline bool wouldBlock(GError* error) {
+    const bool result = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK);
+    g_error_free(error);
+    return result;
+}
+
 /// What an error says; the error is freed.
 inline std::string taken(GError* error) {
     std::string result = error->message;

@@ -1,9 +1,11 @@
 #include "rtsp/media_transport.h"
 
+#include <deque>
 #include <gst/rtsp/gstrtsptransport.h>
 #include <limits>
 #include <sys/socket.h>
 
+#include "platform/output_words.h"
 #include "tools/common/formatted.h"
 
 namespace {
@@ -14,6 +16,11 @@ constexpr int64_t kMostBehind = 1'000'000;
 constexpr size_t kAhead = 1u << 20;
 /// A whole I-picture is handed to the system at once; it may grant less.
 constexpr int kDatagramBytes = 2 << 20;
+/// Over UDP, what a stall has held up follows at so many times its pace: the client's buffer is a small one.
+constexpr int64_t kHurry = 4;
+constexpr int64_t kLongestRestUs = 20'000; ///< between two pictures, for that
+constexpr guint kPaceMs = 5;
+constexpr size_t kMostDatagrams = 8192; ///< that wait
 
 class Interleaved : public MediaTransport {
 public:
@@ -67,9 +74,22 @@ public:
     }
 
     bool hasPorts() const { return m_rtcp != nullptr; }
-    bool keepsUp() override { return true; }
-    void rtp(std::string_view packet) override { send(m_rtp.get(), packet); }
-    void rtcp(std::string_view packet) override { send(m_rtcp.get(), packet); }
+    ~Udp() override {
+        for (const Waiting& one : m_waiting) send(one.socket, one.packet);
+    }
+
+    bool keepsUp() override { return m_waiting.size() < kMostDatagrams; }
+    void rtp(std::string_view packet) override {
+        if (const uint32_t time = GST_READ_UINT32_BE(packet.data() + 4); time != m_time) {
+            const int64_t step = int64_t{time - m_time} * 1000 / kPtsPerMs; // wraps at 32 bits on purpose
+            m_due = std::max(g_get_monotonic_time(), m_due + std::min(step / kHurry, kLongestRestUs));
+            m_time = time;
+        }
+        hand(m_rtp.get(), packet, m_due);
+    }
+    /// Later than the packets before it, whose port is another: some clients leave at once when told
+    /// good-bye.
+    void rtcp(std::string_view packet) override { hand(m_rtcp.get(), packet, m_due + kLongestRestUs); }
     int64_t lastSign() const override { return std::max(m_lastReport, m_connection.lastRequest()); }
     std::string description(uint32_t ssrc) const override {
         return formatted("RTP/AVP;unicast;client_port=%d-%d;server_port=%d-%d;ssrc=%08X", m_wish.first,
@@ -107,15 +127,44 @@ private:
         m_reading = attached(g_socket_create_source(m_rtcp.get(), G_IO_IN, nullptr), came, this);
     }
 
-    /// What finds no room is lost, as anywhere on its way.
-    static void send(GSocket* socket, std::string_view packet) {
-        g_socket_send(socket, packet.data(), packet.size(), nullptr, nullptr);
+    /// At once when it is due and the system has room, else later.
+    void hand(GSocket* socket, std::string_view packet, int64_t due) {
+        if (m_waiting.empty() && due <= g_get_monotonic_time() && send(socket, packet)) return;
+        m_waiting.push_back({due, socket, std::string(packet)});
+        const GSourceFunc turn = [](gpointer self) -> gboolean {
+            static_cast<Udp*>(self)->sendDue();
+            return G_SOURCE_CONTINUE;
+        };
+        if (!m_pacing) m_pacing = every(kPaceMs, turn, this);
     }
+    void sendDue() {
+        const int64_t now = g_get_monotonic_time();
+        while (!m_waiting.empty() && m_waiting.front().due <= now &&
+               send(m_waiting.front().socket, m_waiting.front().packet))
+            m_waiting.pop_front();
+        if (m_waiting.empty()) m_pacing.reset();
+    }
+    /// False when there is no room for it; what cannot be sent at all is lost, as anywhere on its way.
+    static bool send(GSocket* socket, std::string_view packet) {
+        GError* error = nullptr;
+        return g_socket_send(socket, packet.data(), packet.size(), nullptr, &error) >= 0 ||
+               !wouldBlock(error);
+    }
+
+    /// A packet that is not due yet, or has found no room.
+    struct Waiting {
+        int64_t due;
+        GSocket* socket;
+        std::string packet;
+    };
 
     const Connection& m_connection;
     const TransportWish m_wish;
     ObjectPtr<GSocket> m_rtp, m_rtcp;
-    SourcePtr m_reading;
+    SourcePtr m_reading, m_pacing;
+    std::deque<Waiting> m_waiting;
+    uint32_t m_time = 0; ///< RTP time of the newest packet
+    int64_t m_due = 0;   ///< when it may go
     int m_port = 0;
     int64_t m_lastReport = 0;
 };

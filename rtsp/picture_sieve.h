@@ -9,6 +9,8 @@ public:
     explicit PictureSieve(PlayOutput& output) : m_out(output) {}
 
     void begin(const PlayOrder& order);
+    /// The pictures up to this one have been sent.
+    void goOnBehind(const std::optional<Picture>& target) { m_order.target = target; }
     /// The next picture does not go on from the one before.
     void jump();
     /// Nothing before the next I-picture can be decoded.

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "daemon/rtsp_request.h"
+#include "platform/output_words.h"
 
 namespace {
 
@@ -94,22 +95,48 @@ void PlayMachine::begin(const PlayOrder& order, int64_t nowUs) {
     m_order = order;
     m_sieve.begin(order);
     m_ended = m_pauseDue = false;
+    m_atEdge = order.start == PlayOrder::Start::newest;
     if (here) {
         m_reached = m_state == State::paused;
         start(nowUs);
         return;
     }
+    goElsewhere(nowUs);
+    if (order.target) first(*order.target, nowUs);
+}
+
+void PlayMachine::goElsewhere(int64_t nowUs) {
     m_shown.reset();
     m_passed.reset();
     m_reached = false;
-    const bool range = order.start == PlayOrder::Start::at && order.scale == kNormalScale;
+    const bool at = m_order.start == PlayOrder::Start::at;
+    const bool range = at && m_order.scale == kNormalScale;
     enter(range ? State::starting : State::jumping, nowUs);
-    const std::string clock = "clock=" + order.clock;
+    const std::string clock = "clock=" + m_order.clock;
     if (range)
         control(RTSP_REQ_PLAY, nowUs, "Range", clock + "-");
     else
-        control(RTSP_REQ_PLAY, nowUs, "Jump", order.start == PlayOrder::Start::at ? clock : "latest");
-    if (order.target) first(*order.target, nowUs);
+        control(RTSP_REQ_PLAY, nowUs, "Jump", at ? clock : "latest");
+}
+
+bool PlayMachine::follows() const {
+    return m_state == State::playing && m_atEdge && m_order.scale == kNormalScale && !m_order.iPicturesOnly &&
+           m_last && m_last->time && m_last->stamp;
+}
+
+void PlayMachine::catchUp(std::vector<Picture> pictures, const std::string& clock, int64_t nowUs) {
+    for (Picture& picture : pictures) {
+        const auto later = static_cast<uint32_t>((*picture.time - *m_last->time) * kPtsPerMs);
+        picture.stamp = *m_last->stamp + later; // what the daemon would have given it; wraps at 32 bits
+        emit(picture, nowUs);
+        if (m_ended) return;
+    }
+    m_order.start = PlayOrder::Start::at;
+    m_order.from = *pictures.back().time;
+    m_order.clock = clock;
+    m_order.target = pictures.back();
+    m_sieve.goOnBehind(m_order.target);
+    goElsewhere(nowUs);
 }
 
 /// From where the daemon stands; a picture shown there and not yet sent comes first.
@@ -158,6 +185,7 @@ void PlayMachine::stop(int64_t nowUs) {
 void PlayMachine::reachedEnd(int64_t nowUs) {
     if (m_order.scale > 0 && m_out.recordingGoesOn()) {
         m_order.scale = kNormalScale;
+        m_atEdge = true;
         enter(State::edge, nowUs);
         return;
     }

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "rtsp/picture_sieve.h"
 
@@ -37,6 +38,11 @@ public:
     void halt(int64_t nowUs);
     /// To be called some ten times a second.
     void tick(int64_t nowUs);
+    /// Play follows the recorder: from `now` on, and once it has come to the edge.
+    bool follows() const;
+    /// Only while it follows: pictures behind the one that came last, up to an I-picture. They are sent at
+    /// once, and the daemon goes on from there; `clock` is the time of the last one, as PlayOrder has it.
+    void catchUp(std::vector<Picture> pictures, const std::string& clock, int64_t nowUs);
     /// Pictures could not be sent: the next one that is, is an I-picture.
     void picturesLost() { m_sieve.lose(); }
 
@@ -54,6 +60,7 @@ private:
     void enter(State state, int64_t nowUs);
     void settle(int64_t nowUs);
     void begin(const PlayOrder& order, int64_t nowUs);
+    void goElsewhere(int64_t nowUs);
     void start(int64_t nowUs);
     void takeUp(int64_t nowUs);
     void giveUpWaiting(int64_t nowUs);
@@ -92,6 +99,7 @@ private:
     bool m_reached = true;           ///< the order's picture has come, or something behind it
     PictureSieve m_sieve;
     bool m_ended = false;      ///< the end of the range has been passed
+    bool m_atEdge = false;     ///< the order's play has been at the live edge
     int64_t m_lastPicture = 0; ///< when it came
     int m_pauses = 0;          ///< PAUSE blocks in a row while playing
     bool m_asked = false;      ///< the status, about those

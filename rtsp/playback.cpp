@@ -6,6 +6,10 @@
 namespace {
 
 constexpr guint kTickMs = 100;
+/// At the live edge: how far behind it, and how often to look.
+constexpr int64_t kMostBehindMs = 2000, kLookEvery = 1'000'000;
+/// From the card at a look, to catch up; and where the next I-picture is not among them.
+constexpr size_t kCatchUpBytes = 1u << 20, kLongestGopBytes = 4u << 20;
 constexpr size_t kMostWaiting = 1500; ///< for the daemon to open: more than can be connected
 constexpr int64_t kReportEvery = 5'000'000;
 
@@ -50,7 +54,9 @@ void Playback::opened(const std::optional<std::string>& parameterSets) {
     m_machine = std::make_unique<PlayMachine>(static_cast<PlayOutput&>(*this));
     m_played = false;
     const GSourceFunc tick = [](gpointer self) -> gboolean {
-        static_cast<Playback*>(self)->m_machine->tick(g_get_monotonic_time());
+        auto* playback = static_cast<Playback*>(self);
+        playback->m_machine->tick(g_get_monotonic_time());
+        playback->keepToEdge();
         return G_SOURCE_CONTINUE;
     };
     m_ticking = every(kTickMs, tick, this);
@@ -126,6 +132,32 @@ void Playback::report(bool bye) {
     m_transport->flush();
 }
 
+/// What a stall of the recorder has cost at the live edge, the daemon never makes up. So the pictures missed
+/// come from the card, some each second, and the daemon goes on behind them.
+void Playback::keepToEdge() {
+    const int64_t now = g_get_monotonic_time();
+    if (now - m_lookedAt < kLookEvery || !m_machine->follows() || !m_transport->keepsUp()) return;
+    m_lookedAt = now;
+    if (m_recording.behind() <= kMostBehindMs) return;
+    auto last = m_recording.lastFound();
+    std::vector<Picture> pictures;
+    size_t upToIPicture = 0;
+    for (size_t bytes = 0; bytes < (upToIPicture > 0 ? kCatchUpBytes : kLongestGopBytes);) {
+        auto picture = m_recording.step(true) ? pictureHere() : std::nullopt;
+        if (!picture) break;
+        bytes += picture->bytes->size();
+        pictures.push_back(std::move(*picture));
+        if (!pictures.back().iPicture) continue;
+        upToIPicture = pictures.size();
+        last = m_recording.lastFound();
+    }
+    m_recording.goOnFrom(last);
+    if (upToIPicture == 0) return;
+    pictures.resize(upToIPicture);
+    const std::string clock = daemonClock(static_cast<time_t>(*pictures.back().time / 1000));
+    m_machine->catchUp(std::move(pictures), clock, now);
+}
+
 // ---- the client's requests ----
 
 void Playback::setUp(std::unique_ptr<MediaTransport> transport, uint32_t ssrc) {
@@ -134,12 +166,12 @@ void Playback::setUp(std::unique_ptr<MediaTransport> transport, uint32_t ssrc) {
                                         [this](std::string_view packet) { m_transport->rtp(packet); });
 }
 
-/// The picture that the recording stands on, as the one that a play begins with.
-std::optional<Picture> Playback::targetHere() {
+/// The picture that the recording stands on.
+std::optional<Picture> Playback::pictureHere() {
     Picture picture;
     picture.bytes = std::make_shared<const std::vector<char>>(m_recording.read());
     if (picture.bytes->empty()) return std::nullopt;
-    picture.iPicture = true;
+    picture.iPicture = m_recording.atIPicture();
     setPlace(picture, m_recording.found());
     return picture;
 }
@@ -170,7 +202,7 @@ PlayOrder Playback::orderFor(const PlayRequest& request) {
     order.from = std::clamp(*from, span->oldest, span->newest);
     if (m_recording.goTo(order.from, forward)) {
         order.from = m_recording.time();
-        order.target = targetHere();
+        order.target = pictureHere();
     }
     order.clock = daemonClock(static_cast<time_t>(order.from / 1000));
     return order;

@@ -76,9 +76,10 @@ private:
     Picture pictureOf(OutputBlock& block);
     void lost();
     bool takes(const OnAnswer& answer) const;
-    std::optional<Picture> targetHere();
+    std::optional<Picture> pictureHere();
     PlayOrder orderFor(const PlayRequest& request);
     void report(bool bye);
+    void keepToEdge();
 
     void deliver(const PlayOrder& order, const OnAnswer& answer);
     void deliverSome();
@@ -104,6 +105,7 @@ private:
     OnAnswer m_answer; ///< to a PLAY or PAUSE under way
     bool m_played = false;
     int64_t m_lastReport = 0;
+    int64_t m_lookedAt = 0;                   ///< at how far play is behind the recorder
     std::unique_ptr<CardDelivery> m_delivery; ///< these while a play without rate control goes on
     SourcePtr m_delivering;
     uint32_t m_rtpEpoch = 0; ///< the RTP time of 1970

@@ -119,6 +119,14 @@ std::optional<RecordingTime::Span> RecordingTime::span() {
     return span;
 }
 
+int64_t RecordingTime::behind() {
+    if (!m_found || !stand(*m_found)) return 0;
+    // As in `step`, the index is asked only when the recorder is elsewhere.
+    const bool isNewest = isLive(m_rows[m_row]) && grow();
+    const int64_t newest = isNewest ? rowEnd(m_row) : span().value_or(Span{}).newest;
+    return stand(*m_found) ? newest - m_found->time : 0;
+}
+
 double RecordingTime::frameRate() const {
     if (m_rows.empty()) return 0;
     const DB_STREAM& row = m_rows.back();
@@ -267,6 +275,10 @@ std::optional<RecordingTime::Found> RecordingTime::find(std::span<const char> by
                                                         const Expected& expected) {
     using How = Expected::How;
     if (m_rows.empty() && !loadRows()) return std::nullopt;
+    if (m_found && !rowOf(m_found->streamId)) { // deleted while it was played: the next one follows it
+        const auto next = std::ranges::upper_bound(m_rows, m_found->streamId, {}, &DB_STREAM::streamID);
+        if (next != m_rows.end()) m_found = Place{next->streamID, 0, startOf(*next)};
+    }
     bool isFound = iPicture && expected.how == How::around && findAround(bytes, expected.around);
     if (!isFound) isFound = findAlong(bytes, true, false, kMissed);
     if (!isFound && iPicture)

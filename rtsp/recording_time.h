@@ -42,6 +42,8 @@ public:
     /// Of the picture found last, where `find` goes on.
     std::optional<Place> lastFound() const { return m_found; }
     void goOnFrom(const std::optional<Place>& place) { m_found = place; }
+    /// How much later the newest picture was recorded, in milliseconds; stands on the one found last.
+    int64_t behind();
     /// The picture with these bytes. An I-picture is found further away than the others.
     std::optional<Found> find(std::span<const char> bytes, bool iPicture, const Expected& expected);
 

@@ -50,12 +50,10 @@ TEST_F(Rtp, TimeIsRealTimeAndNeverGoesBack) {
     EXPECT_EQ(m_rtp.begin(0), 1000u);
     EXPECT_EQ(timeOf(500, 0), 0u);
     EXPECT_EQ(timeOf(4100, 1), 3600u) << "the daemon's stamps, not the moment of arrival";
-    EXPECT_EQ(timeOf(7700, 80), 7200u);
-    EXPECT_EQ(timeOf(7700 + 56 * 90000, 120), 10800u) << "a gap is not waited for";
-    EXPECT_EQ(timeOf(7700 + 56 * 90000 + 3600, 160), 14400u);
-    EXPECT_EQ(m_rtp.begin(1'160'000), 1000u + 14400 + 90000) << "a play a second later";
-    EXPECT_EQ(timeOf({}, 1160), 104400u);
-    EXPECT_EQ(timeOf(900, 1260), 113400u) << "behind a picture without a stamp: what has passed";
+    EXPECT_EQ(timeOf(4100 + 56 * 90000, 80), 7200u) << "a gap is not waited for";
+    EXPECT_EQ(m_rtp.begin(1'080'000), 1000u + 7200 + 90000) << "a play a second later";
+    EXPECT_EQ(timeOf({}, 1080), 97200u);
+    EXPECT_EQ(timeOf(900, 1180), 106200u) << "behind a picture without a stamp: what has passed";
     m_rtp.begin(1'300'000);
     uint32_t before = timeOf(4500, 1300, Pace::sampled);
     for (const int64_t ms : {1733, 1966, 2400, 2632}) {
@@ -81,7 +79,6 @@ TEST_F(Rtp, ReportsTellTheTimeOfThisMomentAndTheGoodBye) {
     m_rtp.senderReport(ntpTime(2'500'000), 100'000, true,
                        [&](std::string_view bytes) { reports.emplace_back(bytes); });
     const std::string& report = reports.at(0);
-    EXPECT_EQ(wordOf(report, 0), 0x80C80006u);
     EXPECT_THAT((std::vector{wordOf(report, 4), wordOf(report, 8), wordOf(report, 12), wordOf(report, 16),
                              wordOf(report, 20)}),
                 ElementsAre(0xABCD1234, 2'208'988'802u, 0x80000000u, 10000u, packets));

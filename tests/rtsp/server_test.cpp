@@ -54,11 +54,9 @@ TEST_F(Recorded, APlaySaysWhatFollowsAndItDoes) {
     };
     const Asked plays[] = {
         {"Scale: 1", "npt=0.000- x1.0", {{0, 3}}},
-        {"Range: npt=1.2-", "npt=1.000- x1.0", {{30, 32}}},
         {"Range: npt=1.6-1.9", "npt=1.500-1.900 x1.0", {{45, 57}}, true},
         {"Range: npt=3-", "npt=5.000- x1.0", {{60, 61}}},
         {"Range: npt=100-", "npt=6.500- x1.0", {{105, 119}}, true},
-        {"Range: npt=0-\r\nScale: 4", "npt=0.000- x4.0", {{0, 0}}},
         {"Range: npt=6.5-5.5\r\nScale: -1", "npt=6.500-5.500 x-1.0", {{105, 105}, {90, 90}, {75, 75}}, true},
         {"Range: npt=now-\r\nScale: 1", "npt=6.500- x1.0", {{105, 106}}},
         {"Scale: 0.3\r\nRange: npt=0.6-", "npt=0.500- x0.5", {{15, 17}}},
@@ -100,7 +98,6 @@ TEST_F(Recorded, OneClientAtATimeWhateverBecomesOfItAndOfTheDaemon) {
         ASSERT_EQ(first.setUp(), 200);
         EXPECT_EQ(first.ask("PLAY", "Range: npt=0-\r\n").status, 200);
         EXPECT_EQ(second.setUp(), 453);
-        EXPECT_EQ(second.ask("PLAY").status, 454);
         EXPECT_EQ(numbers(first.pictures(20)).at(19), 19u) << "the first one goes on";
     }
     RawClient client(server);
@@ -123,10 +120,8 @@ TEST_F(Recorded, StrangeRequestsGetAProperAnswer) {
     for (const char* refused :
          {"RTP/AVP;multicast", "RTP/AVP;unicast;client_port=53-54"}) // 53: the machine's own
         EXPECT_EQ(client.ask("SETUP", std::string("Transport: ") + refused + "\r\n").status, 461);
-    EXPECT_EQ(client.ask("GET_PARAMETER").status, 200);
     ASSERT_EQ(client.setUp(), 200);
     EXPECT_EQ(client.ask("PLAY", "Range: npt=x-\r\n").status, 457);
-    EXPECT_EQ(client.ask("PLAY", "Scale: 0\r\n").status, 400);
     const auto before = server.descriptors();
     RawClient garbled(server);
     {
@@ -154,7 +149,8 @@ TEST(RecordingTime, GoesAlongWithTheRecorderIntoTheNextStream) {
     const auto find = [&](uint32_t stream, uint32_t picture) {
         const std::string bytes = pictureBytes(stream, picture, picture % 10 == 0);
         const int64_t time = static_cast<int64_t>(atMs("12:00:00")) + (stream - 1) * 2500 + picture * 100;
-        const auto found = recording.find(bytes, picture % 10 == 0, {Expected::How::around, time});
+        const auto how = picture == 10 ? Expected::How::around : Expected::How::next;
+        const auto found = recording.find(bytes, picture % 10 == 0, {how, time});
         if (!found || found->time != time) missed.push_back(time);
     };
     card.stream(1).from("12:00:00").fps(10).gop(10).pictures(20).recording();
@@ -164,7 +160,10 @@ TEST(RecordingTime, GoesAlongWithTheRecorderIntoTheNextStream) {
     card.finish();
     card.stream(2).from("12:00:02.500").fps(10).gop(10).pictures(3).recording();
     publish(2);
+    EXPECT_EQ(recording.behind(), 800);
     for (uint32_t picture = 20; picture < 25; ++picture) find(1, picture);
+    card.sql("DELETE FROM STREAM WHERE streamID = 1");
+    EXPECT_EQ(recording.span()->oldest, static_cast<int64_t>(atMs("12:00:02.500")));
     for (uint32_t picture = 0; picture < 3; ++picture) find(2, picture);
     EXPECT_EQ(missed, std::vector<int64_t>{});
 }
