@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <csignal>
 #include <glib-unix.h>
-#include <gst/gst.h>
 #include <sys/resource.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include "rtsp/loop_turn.h"
 #include "rtsp/rtsp_server.h"
 #include "tools/common/command_line.h"
 
@@ -81,9 +81,6 @@ int serve(const Options& options) {
                 unsigned{server.port()}, options.path.c_str());
     std::fflush(stdout);
     if (!options.foreground && daemon(1, 0) != 0) throw Failure(kFailed, "cannot detach");
-    // Packets are all that is wanted of it: looking for plugins takes seconds, and megabytes.
-    setenv("GST_REGISTRY_DISABLE", "yes", 1);
-    gst_init(nullptr, nullptr);
     GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
     const GSourceFunc stop = [](gpointer data) -> gboolean {
         g_main_loop_quit(static_cast<GMainLoop*>(data));
@@ -91,7 +88,10 @@ int serve(const Options& options) {
     };
     g_unix_signal_add(SIGINT, stop, loop);
     g_unix_signal_add(SIGTERM, stop, loop);
-    g_main_loop_run(loop);
+    {
+        const LoopTurn turn;
+        LoopTurn::run(loop);
+    }
     g_main_loop_unref(loop);
     return kDone;
 }
