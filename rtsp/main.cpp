@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <glib-unix.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -74,6 +75,7 @@ void allowDescriptors() {
 
 int serve(const Options& options) {
     allowDescriptors();
+    mallopt(M_ARENA_MAX, 1); // its threads take turns, and a heap for each is so much more memory
     setlogmask(LOG_UPTO(LOG_WARNING)); // the parts that read the recording log each step
     std::signal(SIGPIPE, SIG_IGN);
     const RtspServer server(checked(options)); // which has no thread before the first request

@@ -9,7 +9,6 @@ namespace {
 
 /// Fits into an Ethernet frame with IP, UDP, RTP and the extension.
 constexpr size_t kMostPayload = 1400;
-constexpr size_t kMostHeader = 28; ///< with the extension
 constexpr uint8_t kVersion = 0x80, kExtended = 0x90;
 constexpr uint16_t kReplayExtension = 0xABAC, kReplayWords = 3;
 constexpr uint32_t kLongestStep = 1000 * kPtsPerMs; ///< of a stamp that is taken for real time
@@ -126,8 +125,8 @@ void RtpStream::unit(std::string_view nalUnit, const Picture& picture, const Sta
 void RtpStream::packet(std::string_view head, std::string_view payload, const Picture& picture,
                        const Standing* standing, bool marker) {
     const bool extended = m_extension && standing;
-    std::string packet;
-    packet.reserve(kMostHeader + head.size() + payload.size());
+    std::string& packet = m_packet;
+    packet.clear();
     put(packet, extended ? kExtended : kVersion, 1);
     put(packet, (marker ? 0x80u : 0) | kPayloadType, 1);
     put(packet, m_sequence++, 2);
