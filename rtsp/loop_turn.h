@@ -3,12 +3,17 @@
 // another thread for each picture.
 #pragma once
 
+#include <condition_variable>
+#include <cstdint>
 #include <gio/gio.h>
 #include <mutex>
 
 class LoopTurn {
 public:
-    LoopTurn() : m_lock(mutex()) {}
+    LoopTurn() { begin(); }
+    ~LoopTurn() { end(); }
+    LoopTurn(const LoopTurn&) = delete;
+    LoopTurn& operator=(const LoopTurn&) = delete;
 
     /// To be called in a turn; runs until the loop is told to quit.
     static void run(GMainLoop* loop) {
@@ -17,16 +22,27 @@ public:
     }
 
 private:
-    static std::mutex& mutex() {
-        static std::mutex one;
-        return one;
+    /// In the order of asking: a mutex alone would let a loop that clients keep busy take it again at once.
+    static void begin() {
+        std::unique_lock lock(s_mutex);
+        const uint64_t mine = s_asked++;
+        s_ending.wait(lock, [mine] { return s_ended == mine; });
+    }
+    static void end() {
+        {
+            const std::lock_guard lock(s_mutex);
+            ++s_ended;
+        }
+        s_ending.notify_all();
     }
     static gint wait(GPollFD* events, guint count, gint ms) {
-        mutex().unlock();
+        end();
         const gint ready = g_poll(events, count, ms);
-        mutex().lock();
+        begin();
         return ready;
     }
 
-    const std::lock_guard<std::mutex> m_lock;
+    static inline std::mutex s_mutex;
+    static inline std::condition_variable s_ending;
+    static inline uint64_t s_asked = 0, s_ended = 0; ///< turns
 };
