@@ -42,7 +42,7 @@ if(TAVIRN_TOOLS)
   if(TAVIRN_RTSP)
     find_package(PkgConfig QUIET)
     if(PKG_CONFIG_FOUND)
-      pkg_check_modules(GST_RTSP QUIET IMPORTED_TARGET gstreamer-1.0 gstreamer-rtsp-1.0 gstreamer-rtp-1.0 gio-2.0)
+      pkg_check_modules(GST_RTSP QUIET IMPORTED_TARGET gstreamer-rtsp-1.0 gio-2.0)
     endif()
     if(NOT GST_RTSP_FOUND)
       message(STATUS "tavirn-rtsp is left out: it needs pkg-config, libgstreamer1.0-dev and "

@@ -111,14 +111,16 @@ bool Connection::handle(RequestParser::Result result, const RtspRequest& request
     return false;
 }
 
-void Connection::send(std::string_view bytes) {
+void Connection::queue(std::string_view bytes) {
     if (m_closed) return;
-    if (backlog() + bytes.size() > (carriesSession ? kMostBacklog : kMostReplies)) {
+    if (backlog() + bytes.size() > (carriesSession ? kMostBacklog : kMostReplies))
         close();
-        return;
-    }
-    m_out.append(bytes);
-    if (!m_writing) write();
+    else
+        m_out.append(bytes);
+}
+
+void Connection::flush() {
+    if (!m_closed && !m_writing) write();
 }
 
 void Connection::write() {

@@ -32,7 +32,13 @@ public:
     const std::string& peer() const { return m_peer; }   ///< address, no port
     const std::string& local() const { return m_local; } ///< the address that the client has reached
 
-    void send(std::string_view bytes);
+    void send(std::string_view bytes) {
+        queue(bytes);
+        flush();
+    }
+    /// What is queued goes out with the next `flush`.
+    void queue(std::string_view bytes);
+    void flush();
     /// Bytes that the client has not taken yet.
     size_t backlog() const { return m_out.size() - m_sent; }
     /// When a request or a packet last came, or sent bytes were taken; microseconds, monotonic.

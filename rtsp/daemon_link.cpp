@@ -1,10 +1,10 @@
 #include "rtsp/daemon_link.h"
 
-#include <atomic>
 #include <random>
 #include <utility>
 
 #include "platform/paths.h"
+#include "rtsp/loop_turn.h"
 #include "rtsp/picture.h"
 
 namespace {
@@ -20,7 +20,7 @@ constexpr int kReachPauseMs = 100;
 /// The output memory comes with the playback thread, a moment after the answer.
 constexpr int kAttachTries = 100;
 constexpr int kAttachPauseMs = 10;
-/// How long an end may go unnoticed by the thread that waits for blocks.
+/// How long the thread that waits for blocks is silent, and may miss its end.
 constexpr milliseconds kPatience{100};
 
 std::optional<std::string> ask(const ControlRequest& request) {
@@ -32,33 +32,28 @@ std::optional<std::string> ask(const ControlRequest& request) {
 /// One session, and its blocks: read by a thread of their own, which outlives nobody.
 struct DaemonLink::Session {
     OutputReader reader;
-    std::atomic<bool> wanted{true};
-    OnBlock onBlock; ///< called in the owning loop
+    bool wanted = true; ///< these in turns
+    OnBlock onBlock;
     std::function<void()> onEnd;
     std::jthread thread;
 
-    static void deliver(const std::shared_ptr<Session>& self, const Post& post) {
-        for (OutputBlock block; self->wanted; block = {}) {
-            const ReadResult result = self->reader.next(block, kPatience);
-            if (result == ReadResult::timeout) continue;
-            if (result != ReadResult::block) {
-                post([self] {
-                    if (self->wanted) self->onEnd();
-                });
+    void deliver() {
+        for (OutputBlock block;; block = {}) {
+            const ReadResult result = reader.next(block, kPatience);
+            const LoopTurn turn;
+            if (!wanted) return;
+            if (result != ReadResult::block && result != ReadResult::timeout) {
+                onEnd();
                 return;
             }
-            post([self, block = std::move(block)]() mutable {
-                if (self->wanted) self->onBlock(std::move(block));
-            });
+            onBlock(result == ReadResult::block ? &block : nullptr);
         }
     }
 };
 
-DaemonLink::DaemonLink(Post post)
-    : m_number(std::to_string(1 + std::random_device()() % INT32_MAX)), m_post(std::move(post)) {}
+DaemonLink::DaemonLink() : m_number(std::to_string(1 + std::random_device()() % INT32_MAX)) {}
 
 DaemonLink::~DaemonLink() {
-    close();
     m_stop.request_stop();
 }
 
@@ -131,22 +126,19 @@ void DaemonLink::open(OnOpened opened, OnBlock block, std::function<void()> ende
             ask(inSession(RTSP_REQ_TEARDOWN));
             sets.reset();
         }
-        m_post([session, opened, sets] {
-            if (session->wanted) opened(sets);
-        });
-        if (sets)
-            session->thread = std::jthread([session, post = m_post] { Session::deliver(session, post); });
+        const LoopTurn turn;
+        if (session->wanted) opened(sets);
+        if (sets) session->thread = std::jthread([session] { session->deliver(); });
     });
 }
 
 void DaemonLink::request(int32_t type, const std::string& name, const std::string& value, OnDone done) {
     ControlRequest request = inSession(type);
     if (!name.empty()) request.with(name, value);
-    enqueue([this, request, session = m_session, done = std::move(done)] {
+    enqueue([request, session = m_session, done = std::move(done)] {
         const ControlDone result{ask(request), session->reader.newest()};
-        m_post([session, done, result] {
-            if (session->wanted) done(result);
-        });
+        const LoopTurn turn;
+        if (session->wanted) done(result);
     });
 }
 

@@ -1,5 +1,5 @@
 // The daemon, off the loop that serves clients: a thread for control requests, which may take seconds each,
-// and one that waits for blocks while a session is open. Results come back through `post`, in their order.
+// and one that waits for blocks while a session is open. What comes of them is told in a turn of the loop's.
 #pragma once
 
 #include <condition_variable>
@@ -23,16 +23,15 @@ struct ControlDone {
 
 class DaemonLink {
 public:
-    /// Runs a function in the loop that owns the link; called from both threads.
-    using Post = std::function<void(std::function<void()>)>;
     /// With SPS and PPS; nothing when no session can be had.
     using OnOpened = std::function<void(const std::optional<std::string>& parameterSets)>;
-    using OnBlock = std::function<void(OutputBlock block)>;
+    /// Ten times a second at least, without a block if none has come.
+    using OnBlock = std::function<void(OutputBlock* block)>;
     using OnDone = std::function<void(const ControlDone&)>;
 
     /// Its thread begins with the first request.
-    explicit DaemonLink(Post post);
-    /// Ends an open session and both threads.
+    DaemonLink();
+    /// Ends both threads; in no turn, which they may wait for. The session has been closed.
     ~DaemonLink();
     DaemonLink(const DaemonLink&) = delete;
     DaemonLink& operator=(const DaemonLink&) = delete;
@@ -56,12 +55,11 @@ private:
     ControlRequest inSession(int32_t type) const;
 
     const std::string m_number; ///< of its sessions: not that of a server before or beside it
-    const Post m_post;
     std::mutex m_mutex;
     std::condition_variable_any m_wake;
     std::stop_source m_stop;
     std::deque<std::function<void()>> m_jobs;
     bool m_first = true;                ///< control thread: a session found open is a dead server's
-    std::shared_ptr<Session> m_session; ///< owning loop: the newest one
+    std::shared_ptr<Session> m_session; ///< in turns: the newest one
     std::jthread m_control;             ///< last: it uses the others
 };

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <csignal>
 #include <glib-unix.h>
-#include <gst/gst.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include "rtsp/loop_turn.h"
 #include "rtsp/rtsp_server.h"
 #include "tools/common/command_line.h"
 
@@ -74,6 +75,7 @@ void allowDescriptors() {
 
 int serve(const Options& options) {
     allowDescriptors();
+    mallopt(M_ARENA_MAX, 1); // its threads take turns, and a heap for each is so much more memory
     setlogmask(LOG_UPTO(LOG_WARNING)); // the parts that read the recording log each step
     std::signal(SIGPIPE, SIG_IGN);
     const RtspServer server(checked(options)); // which has no thread before the first request
@@ -81,9 +83,6 @@ int serve(const Options& options) {
                 unsigned{server.port()}, options.path.c_str());
     std::fflush(stdout);
     if (!options.foreground && daemon(1, 0) != 0) throw Failure(kFailed, "cannot detach");
-    // Packets are all that is wanted of it: looking for plugins takes seconds, and megabytes.
-    setenv("GST_REGISTRY_DISABLE", "yes", 1);
-    gst_init(nullptr, nullptr);
     GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
     const GSourceFunc stop = [](gpointer data) -> gboolean {
         g_main_loop_quit(static_cast<GMainLoop*>(data));
@@ -91,7 +90,10 @@ int serve(const Options& options) {
     };
     g_unix_signal_add(SIGINT, stop, loop);
     g_unix_signal_add(SIGTERM, stop, loop);
-    g_main_loop_run(loop);
+    {
+        const LoopTurn turn;
+        LoopTurn::run(loop);
+    }
     g_main_loop_unref(loop);
     return kDone;
 }

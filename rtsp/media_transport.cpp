@@ -37,10 +37,7 @@ public:
     bool holdsBack() const override { return true; }
     void rtp(std::string_view packet) override { frame(m_rtp, packet); }
     void rtcp(std::string_view packet) override { frame(m_rtcp, packet); }
-    void flush() override {
-        m_connection.send(m_frames);
-        m_frames.clear();
-    }
+    void flush() override { m_connection.flush(); }
     int64_t lastSign() const override { return m_connection.lastSign(); }
     std::string description(uint32_t) const override {
         return formatted("RTP/AVP/TCP;unicast;interleaved=%d-%d", static_cast<unsigned char>(m_rtp),
@@ -51,13 +48,12 @@ private:
     void frame(char channel, std::string_view packet) {
         const char head[] = {'$', channel, static_cast<char>(packet.size() >> 8),
                              static_cast<char>(packet.size() & 0xFF)};
-        m_frames.append(head, sizeof head);
-        m_frames.append(packet);
+        m_connection.queue({head, sizeof head});
+        m_connection.queue(packet);
     }
 
     Connection& m_connection;
     const char m_rtp, m_rtcp;
-    std::string m_frames;
     int64_t m_emptyAt = g_get_monotonic_time(); ///< when the client had taken everything
 };
 

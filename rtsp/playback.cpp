@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr guint kTickMs = 100;
 /// At the live edge: how far behind it, and how often to look.
 constexpr int64_t kMostBehindMs = 2000, kLookEvery = 1'000'000;
 /// From the card at a look, to catch up; and where the next I-picture is not among them.
@@ -22,8 +21,7 @@ void setPlace(Picture& picture, const RecordingTime::Found& found) {
 
 } // namespace
 
-Playback::Playback(DaemonLink::Post post, std::function<void()> lost)
-    : m_link(std::move(post)), m_lost(std::move(lost)) {}
+Playback::Playback(std::function<void()> lost) : m_lost(std::move(lost)) {}
 
 // ---- the daemon's session ----
 
@@ -41,7 +39,7 @@ void Playback::describe(OnDescribed done) {
     }
     m_opening = true;
     m_link.open([this](const std::optional<std::string>& parameterSets) { opened(parameterSets); },
-                [this](OutputBlock came) { block(std::move(came)); }, [this] { lost(); });
+                [this](OutputBlock* came) { block(came); }, [this] { lost(); });
 }
 
 void Playback::opened(const std::optional<std::string>& parameterSets) {
@@ -53,13 +51,6 @@ void Playback::opened(const std::optional<std::string>& parameterSets) {
                      m_recording.frameRate()};
     m_machine = std::make_unique<PlayMachine>(static_cast<PlayOutput&>(*this));
     m_played = false;
-    const GSourceFunc tick = [](gpointer self) -> gboolean {
-        auto* playback = static_cast<Playback*>(self);
-        playback->m_machine->tick(g_get_monotonic_time());
-        playback->keepToEdge();
-        return G_SOURCE_CONTINUE;
-    };
-    m_ticking = every(kTickMs, tick, this);
 }
 
 void Playback::tellDescription(const Description* description) {
@@ -75,7 +66,6 @@ void Playback::lost() {
 
 void Playback::end(int status) {
     m_link.close();
-    m_ticking.reset();
     stopDelivery();
     m_machine.reset();
     m_rtp.reset();
@@ -96,15 +86,18 @@ Picture Playback::pictureOf(OutputBlock& block) {
     return picture;
 }
 
-void Playback::block(OutputBlock block) {
-    if (block.missed > 0) m_machine->picturesLost();
+void Playback::block(OutputBlock* block) {
     const int64_t now = g_get_monotonic_time();
-    if (!isPauseBlock(block)) {
-        const Picture picture = pictureOf(block);
-        m_machine->block(block.sequence, &picture, now);
+    m_machine->tick(now);
+    keepToEdge();
+    if (block == nullptr) return;
+    if (block->missed > 0) m_machine->picturesLost();
+    if (!isPauseBlock(*block)) {
+        const Picture picture = pictureOf(*block);
+        m_machine->block(block->sequence, &picture, now);
         return;
     }
-    m_machine->block(block.sequence, nullptr, now);
+    m_machine->block(block->sequence, nullptr, now);
     if (m_opening) tellDescription(&m_description);
 }
 

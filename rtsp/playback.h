@@ -1,5 +1,5 @@
 // The one playback session: the daemon's, what is known of its recording, and the client's stream of packets,
-// once it is set up. Joins the play machine to the world; lives in the loop that serves clients.
+// once it is set up. Joins the play machine to the world; lives in turns of the loop that serves clients.
 #pragma once
 
 #include <functional>
@@ -49,7 +49,7 @@ public:
     using OnAnswer = std::function<void(const PlayAnswer&)>;
 
     /// `lost` tells that all has ended by itself, since the daemon's session has.
-    Playback(DaemonLink::Post post, std::function<void()> lost);
+    explicit Playback(std::function<void()> lost);
 
     /// Opens the daemon's session unless it is open.
     void describe(OnDescribed done);
@@ -72,7 +72,7 @@ public:
 private:
     void opened(const std::optional<std::string>& parameterSets);
     void tellDescription(const Description* description);
-    void block(OutputBlock block);
+    void block(OutputBlock* block);
     Picture pictureOf(OutputBlock& block);
     void lost();
     bool takes(const OnAnswer& answer) const;
@@ -98,8 +98,7 @@ private:
     bool m_opening = false; ///< until the daemon has come to its first pause
     std::vector<OnDescribed> m_waiting;
 
-    std::unique_ptr<PlayMachine> m_machine; ///< while the daemon's session is open
-    SourcePtr m_ticking;
+    std::unique_ptr<PlayMachine> m_machine;      ///< while the daemon's session is open
     std::unique_ptr<MediaTransport> m_transport; ///< these while it is set up
     std::unique_ptr<RtpStream> m_rtp;
     OnAnswer m_answer; ///< to a PLAY or PAUSE under way

@@ -233,10 +233,7 @@ int64_t RecordingTime::gapMs() const {
 bool RecordingTime::isHere(std::span<const char> bytes) {
     PICTURE_HEADER header;
     m_stream.getPicH(&header);
-    if (header.size != bytes.size() || header.size > kMaxPictureBytes) return false;
-    m_buffer.resize(header.size);
-    return m_stream.get(m_buffer.data()) >= 0 &&
-           std::memcmp(m_buffer.data(), bytes.data(), bytes.size()) == 0;
+    return header.size == bytes.size() && std::ranges::equal(read(), bytes);
 }
 
 /// From the picture found last, which it may be again.

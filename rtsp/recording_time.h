@@ -84,5 +84,4 @@ private:
     size_t m_row = 0;              ///< the one that m_stream stands on
     bool m_open = false;
     std::optional<Place> m_found;
-    std::vector<unsigned char> m_buffer;
 };

@@ -1,9 +1,6 @@
 #include "rtsp/rtp_stream.h"
 
 #include <algorithm>
-#include <cstring>
-#include <gst/rtp/gstrtcpbuffer.h>
-#include <gst/rtp/gstrtpbuffer.h>
 #include <string>
 
 #include "tools/record/h264.h"
@@ -12,37 +9,27 @@ namespace {
 
 /// Fits into an Ethernet frame with IP, UDP, RTP and the extension.
 constexpr size_t kMostPayload = 1400;
-constexpr uint16_t kReplayExtension = 0xABAC;
-constexpr uint32_t kReplayWords = 3;
+constexpr uint8_t kVersion = 0x80, kExtended = 0x90;
+constexpr uint16_t kReplayExtension = 0xABAC, kReplayWords = 3;
 constexpr uint32_t kLongestStep = 1000 * kPtsPerMs; ///< of a stamp that is taken for real time
 constexpr uint8_t kFragment = 28;                   ///< NAL unit type FU-A
 constexpr int64_t kSampleUs = kSkipMs * 1000;       ///< between two pictures of Pace::sampled
 
-/// Lets the buffer go.
-void giveTo(const RtpStream::Sink& sink, GstBuffer* buffer) {
-    GstMapInfo map;
-    gst_buffer_map(buffer, &map, GST_MAP_READ);
-    sink({reinterpret_cast<const char*>(map.data), map.size});
-    gst_buffer_unmap(buffer, &map);
-    gst_buffer_unref(buffer);
+/// The lowest `count` bytes of the value, the highest one first.
+void put(std::string& packet, uint64_t value, int count) {
+    while (count-- > 0) packet += static_cast<char>(value >> (8 * count));
 }
 
-void putWord(uint8_t* to, uint32_t word) {
-    for (int shift = 24; shift >= 0; shift -= 8) *to++ = static_cast<uint8_t>(word >> shift);
-}
-
-void putReplayExtension(GstRTPBuffer& rtp, const Picture& picture, const Standing& standing) {
-    gst_rtp_buffer_set_extension_data(&rtp, kReplayExtension, kReplayWords);
-    gpointer data = nullptr;
-    gst_rtp_buffer_get_extension_data(&rtp, nullptr, &data, nullptr);
-    auto* bytes = static_cast<uint8_t*>(data);
-    std::memset(bytes, 0, kReplayWords * 4);
-    const uint64_t ntp = picture.time ? ntpTime(*picture.time * 1000) : 0;
-    putWord(bytes, static_cast<uint32_t>(ntp >> 32));
-    putWord(bytes + 4, static_cast<uint32_t>(ntp));
-    bytes[8] = static_cast<uint8_t>((picture.iPicture ? 0x80 : 0) | (standing.endOfSection ? 0x40 : 0) |
-                                    (standing.discontinuity ? 0x20 : 0) | (standing.terminal ? 0x10 : 0));
-    bytes[9] = standing.cseq;
+void putReplayExtension(std::string& packet, const Picture& picture, const Standing& standing) {
+    put(packet, kReplayExtension, 2);
+    put(packet, kReplayWords, 2);
+    put(packet, picture.time ? ntpTime(*picture.time * 1000) : 0, 8);
+    put(packet,
+        (picture.iPicture ? 0x80u : 0) | (standing.endOfSection ? 0x40u : 0) |
+            (standing.discontinuity ? 0x20u : 0) | (standing.terminal ? 0x10u : 0),
+        1);
+    put(packet, standing.cseq, 1);
+    put(packet, 0, 2);
 }
 
 } // namespace
@@ -137,43 +124,38 @@ void RtpStream::unit(std::string_view nalUnit, const Picture& picture, const Sta
 
 void RtpStream::packet(std::string_view head, std::string_view payload, const Picture& picture,
                        const Standing* standing, bool marker) {
-    const size_t bytes = head.size() + payload.size();
-    GstBuffer* buffer = gst_rtp_buffer_new_allocate(static_cast<guint>(bytes), 0, 0);
-    GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
-    gst_rtp_buffer_map(buffer, GST_MAP_READWRITE, &rtp);
-    gst_rtp_buffer_set_payload_type(&rtp, kPayloadType);
-    gst_rtp_buffer_set_ssrc(&rtp, m_ssrc);
-    gst_rtp_buffer_set_seq(&rtp, m_sequence++);
-    gst_rtp_buffer_set_timestamp(&rtp, m_time);
-    gst_rtp_buffer_set_marker(&rtp, marker);
-    if (m_extension && standing) putReplayExtension(rtp, picture, *standing);
-    auto* to = static_cast<char*>(gst_rtp_buffer_get_payload(&rtp));
-    head.copy(to, head.size());
-    payload.copy(to + head.size(), payload.size());
-    gst_rtp_buffer_unmap(&rtp);
-
-    giveTo(m_sink, buffer);
+    const bool extended = m_extension && standing;
+    std::string& packet = m_packet;
+    packet.clear();
+    put(packet, extended ? kExtended : kVersion, 1);
+    put(packet, (marker ? 0x80u : 0) | kPayloadType, 1);
+    put(packet, m_sequence++, 2);
+    put(packet, m_time, 4);
+    put(packet, m_ssrc, 4);
+    if (extended) putReplayExtension(packet, picture, *standing);
+    packet.append(head).append(payload);
+    m_sink(packet);
     ++m_packets;
-    m_octets += static_cast<uint32_t>(bytes);
+    m_octets += static_cast<uint32_t>(head.size() + payload.size());
 }
 
 void RtpStream::senderReport(uint64_t ntp, int64_t nowUs, bool bye, const Sink& sink) const {
-    constexpr guint kMostBytes = 256;
-    constexpr char kName[] = "tavirn";
-    GstBuffer* buffer = gst_rtcp_buffer_new(kMostBytes);
-    GstRTCPBuffer rtcp = GST_RTCP_BUFFER_INIT;
-    gst_rtcp_buffer_map(buffer, GST_MAP_READWRITE, &rtcp);
-    GstRTCPPacket packet;
-    gst_rtcp_buffer_add_packet(&rtcp, GST_RTCP_TYPE_SR, &packet);
-    gst_rtcp_packet_sr_set_sender_info(&packet, m_ssrc, ntp, m_time + elapsed(nowUs), m_packets, m_octets);
-    gst_rtcp_buffer_add_packet(&rtcp, GST_RTCP_TYPE_SDES, &packet);
-    gst_rtcp_packet_sdes_add_item(&packet, m_ssrc);
-    gst_rtcp_packet_sdes_add_entry(&packet, GST_RTCP_SDES_CNAME, sizeof kName - 1,
-                                   reinterpret_cast<const guint8*>(kName));
+    // Each begins with the version, how many sources or chunks, the type, and its words beside the first.
+    constexpr uint32_t kSenderReport = 0x80C80006, kDescription = 0x81CA0004, kBye = 0x81CB0001;
+    constexpr std::string_view kName("\1\6tavirn\0\0\0\0", 12); // CNAME, its length, the end and padding
+    std::string packet;
+    put(packet, kSenderReport, 4);
+    put(packet, m_ssrc, 4);
+    put(packet, ntp, 8);
+    put(packet, m_time + elapsed(nowUs), 4);
+    put(packet, m_packets, 4);
+    put(packet, m_octets, 4);
+    put(packet, kDescription, 4);
+    put(packet, m_ssrc, 4);
+    packet += kName;
     if (bye) {
-        gst_rtcp_buffer_add_packet(&rtcp, GST_RTCP_TYPE_BYE, &packet);
-        gst_rtcp_packet_bye_add_ssrc(&packet, m_ssrc);
+        put(packet, kBye, 4);
+        put(packet, m_ssrc, 4);
     }
-    gst_rtcp_buffer_unmap(&rtcp);
-    giveTo(sink, buffer);
+    sink(packet);
 }

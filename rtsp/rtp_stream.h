@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
 
 #include "platform/output_words.h"
@@ -57,6 +58,7 @@ private:
     bool m_begun = false;            ///< a picture has been there
     bool m_fresh = false;            ///< `begin` has set the time of the picture to come
     bool m_extension = false;
+    std::string m_packet;                 ///< under way
     uint32_t m_packets = 0, m_octets = 0; ///< sent, as reports count them
 };
 

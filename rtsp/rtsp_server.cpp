@@ -4,6 +4,7 @@
 #include <gst/rtsp/gstrtspdefs.h>
 #include <stdexcept>
 
+#include "rtsp/loop_turn.h"
 #include "tools/common/formatted.h"
 
 namespace {
@@ -23,8 +24,7 @@ constexpr int64_t kUnused = 10 * kSecond;
 
 RtspServer::RtspServer(ServerOptions options)
     : m_options(std::move(options)), m_service(g_socket_service_new()),
-      m_playback([](std::function<void()> function) { later(0, std::move(function)); },
-                 [this] { m_session.reset(); }) {
+      m_playback([this] { m_session.reset(); }) {
     GSocketListener* listener = G_SOCKET_LISTENER(m_service.get());
     g_socket_listener_set_backlog(listener, kBacklog);
     const ObjectPtr<GSocketAddress> address(
@@ -53,6 +53,7 @@ RtspServer::RtspServer(ServerOptions options)
 }
 
 RtspServer::~RtspServer() {
+    const LoopTurn turn;
     g_socket_service_stop(m_service.get());
     g_socket_listener_close(G_SOCKET_LISTENER(m_service.get()));
     endSession();

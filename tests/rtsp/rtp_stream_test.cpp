@@ -24,8 +24,6 @@ uint32_t wordOf(const std::string& packet, size_t at) {
 
 class Rtp : public testing::Test {
 protected:
-    static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
-
     std::vector<std::string> send(std::optional<uint32_t> stamp, int64_t ms, Pace pace = Pace::recorded,
                                   const Standing& standing = {}) {
         const std::string bytes = test::pictureBytes(1, 0, true);
