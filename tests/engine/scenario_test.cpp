@@ -15,8 +15,8 @@ TEST_F(Scenario, PlayAndSteps) {
         {"and its time counts", then, play, {2, 1}, kPlays, 3600, aims("12:00:03")},
         {"the end", on(12, 100), play, {12, 100}, kAtEnd, still, "m_moveStream error!"},
 
-        {"one back is back to an I-picture", on(2, 3), {"Step", "-1"}, {2, 0}, kPaused, 3600},
-        {"none shows it again", then, {"Step", "0"}, {2, 0}, kPaused, 3600},
+        {"none shows it again", on(2, 3), {"Step", "0"}, {2, 3}, kPaused, 3600},
+        {"one back is back to an I-picture", then, {"Step", "-1"}, {2, 0}, kPaused, 3600},
         {"at the start back to the last one before", then, {"Step", "-1"}, {1, 80}, kPaused, 3000},
         {"to the only I-picture", on(9), {"Step", "-1"}, {8, 0}, kPaused, 9000, "pic id["},
         {"the start", on(1), {"Step", "-1"}, {1, 0}, kAtStart, still, "m_moveStreamStep error!"},
