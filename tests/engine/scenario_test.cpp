@@ -74,8 +74,6 @@ TEST_F(Scenario, Jumps) {
     // second and a second later, and goes to the nearest. The last search starts where they have led.
     const Request next = {"Jump", "next-alarm"}, previous = {"Jump", "prev-alarm"};
     expectMoves({
-        {"oldest", on(4, 7), {"Jump", "oldest"}, {1, 0}, kAtStart, 3000},
-        {"latest", then, {"Jump", "latest"}, {12, 90}, kAtEnd, 3000, aims("13:05:03")},
         {"at the second", on(1), {"Jump", "clock=20240102T120004Z"}, {2, 15}, kPaused, 3600},
         {"just behind a border: half", on(5), {"Jump", "clock=20240102T120003Z"}, {2, 0}, kPaused, 3600},
         {"within the second: a second", on(1), {"Jump", "clock=20240102T120008Z"}, {3, 10}, kPaused, 9000},
@@ -86,6 +84,9 @@ TEST_F(Scenario, Jumps) {
         {"not twice; the I-picture behind is nearer", then, next, {5, 25}, kPaused, 90000, aims("13:00:40")},
         {"back", then, previous, {1, 40}, kPaused, 3000},
         {"none before", then, previous, {1, 40}, kPaused, still, aims("12:00:01")},
+        {"oldest", then, {"Jump", "oldest"}, {1, 0}, kAtStart, 3000},
+        {"once left, by time alone again", then, next, {1, 40}, kPaused, 3000},
+        {"latest", then, {"Jump", "latest"}, {12, 90}, kAtEnd, 3000, aims("13:05:03")},
     });
 }
 
