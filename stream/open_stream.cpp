@@ -80,8 +80,8 @@ void OpenStream::copyTo(const PlaceRecords& out) const {
 int OpenStream::m_openChunk() {
     ++m_openings;
     closeReaders();
-    if (createReaders() == -1 || openHeaderArea() == -1 || checkStreamHeader() == -1 ||
-        openPictureArea(areaOf(m_video.db, m_video.stH.offset, m_video.stH.size)) == -1)
+    if (createReaders() != 0 || openHeaderArea() != 0 || checkStreamHeader() != 0 ||
+        openPictureArea(areaOf(m_video.db, m_video.stH.offset, m_video.stH.size)) != 0)
         return -1;
 
     if (goTo(0) == -1) {
