@@ -105,20 +105,8 @@ void CpickerThread::pickerThread() {
     MutexLock alive(m_threadMutex); // the engine may be gone as soon as this is released
     sem_post(&m_running);
 
-    m_shm = {};
-    if (shm_create(paths().ipcKey, static_cast<char>(kOutputMemoryProject), &m_shm, 1, kPictureBufferBytes,
-                   kPictureBufferBytes, kOutputBlocks, 0) < 0) {
-        logPlain(LOG_ERR, "shm_create error");
-        return;
-    }
-    logAt(LOG_INFO, "%s: shm_id=%u sem_id=%u", "void CpickerThread::pickerThread()", m_shm.shmId,
-          m_shm.semId);
-    char* const buffer = static_cast<char*>(std::malloc(kPictureBufferBytes));
-    if (buffer == nullptr) {
-        logPlain(LOG_ERR, "shm data malloc error");
-        shm_destroy(&m_shm);
-        return;
-    }
+    char* const buffer = openOutput();
+    if (buffer == nullptr) return;
 
     m_watched = true;
     // The search for parameter sets has moved the position since the main thread's call.
@@ -132,6 +120,23 @@ void CpickerThread::pickerThread() {
     std::free(buffer);
     endGetData();
     logAt(LOG_INFO, "endGetData");
+}
+
+char* CpickerThread::openOutput() {
+    m_shm = {};
+    if (shm_create(paths().ipcKey, static_cast<char>(kOutputMemoryProject), &m_shm, 1, kPictureBufferBytes,
+                   kPictureBufferBytes, kOutputBlocks, 0) < 0) {
+        logPlain(LOG_ERR, "shm_create error");
+        return nullptr;
+    }
+    logNamed(LOG_INFO, "pickerThread", "%s: shm_id=%u sem_id=%u", "void CpickerThread::pickerThread()",
+             m_shm.shmId, m_shm.semId);
+    char* const buffer = static_cast<char*>(std::malloc(kPictureBufferBytes));
+    if (buffer == nullptr) {
+        logPlain(LOG_ERR, "shm data malloc error");
+        shm_destroy(&m_shm);
+    }
+    return buffer;
 }
 
 void CpickerThread::pass(char* buffer) {

@@ -80,6 +80,8 @@ protected:
 
 private:
     static void* runPickerThread(void* self);
+    /// Output memory and a buffer for one picture; null when either can't be had.
+    char* openOutput();
     void setActive(uint32_t active);
 
     sem_t m_running;                    ///< posted once the thread holds m_threadMutex

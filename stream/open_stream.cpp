@@ -64,7 +64,7 @@ void OpenStream::takeEndFromPicture() {
     const PB_STREAM_TIME span = getNowPts() - m_topPts;
     DB_STREAM& db = m_video.db;
     const uint32_t endMs = uint32_t{db.startMSec} + span.mSec;
-    db.endDate = db.startDate + span.seconds() + (endMs > 999 ? 1 : 0);
+    db.endDate = db.startDate + span.seconds() + (endMs >= 1000 ? 1 : 0);
     db.endMSec = static_cast<uint16_t>(endMs % 1000);
 }
 
@@ -80,11 +80,9 @@ void OpenStream::copyTo(const PlaceRecords& out) const {
 int OpenStream::m_openChunk() {
     ++m_openings;
     closeReaders();
-    if (createReaders() == -1) return -1;
-
-    if (openHeaderArea() == -1) return -1;
-    if (checkStreamHeader() == -1) return -1;
-    if (openPictureArea(areaOf(m_video.db, m_video.stH.offset, m_video.stH.size)) == -1) return -1;
+    if (createReaders() != 0 || openHeaderArea() != 0 || checkStreamHeader() != 0 ||
+        openPictureArea(areaOf(m_video.db, m_video.stH.offset, m_video.stH.size)) != 0)
+        return -1;
 
     if (goTo(0) == -1) {
         logAt(LOG_ERR, "m_readPic error");

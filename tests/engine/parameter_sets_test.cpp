@@ -24,7 +24,7 @@ TEST_F(EngineTest, ParameterSetsAreCutFromSpsToSeiOfTheFirstPictureThatHasThem) 
         {nal(7, 40) + nal(8, 47) + sei, 0, unfit}, // one byte too many
     };
     card.stream(1).from("12:00:00").pictures(55).gop(5).pictureSize(400).closed();
-    card.stream(2).from("12:01:00").pictures(40).gop(30).closed();
+    card.stream(2).from("12:01:00").pictures(30).firstI(1).closed();
     card.stream(3).from("12:02:00").pictures(40).firstI(40).closed();
     uint32_t picture = 0;
     for (const auto& [bytes, size, result] : cases)
