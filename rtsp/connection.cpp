@@ -113,7 +113,9 @@ bool Connection::handle(RequestParser::Result result, const RtspRequest& request
 
 void Connection::queue(std::string_view bytes) {
     if (m_closed) return;
-    if (backlog() + bytes.size() > (carriesSession ? kMostBacklog : kMostReplies))
+    // What was sent of a session that has ended may still wait.
+    if (carriesSession || backlog() == 0) m_mostBacklog = carriesSession ? kMostBacklog : kMostReplies;
+    if (backlog() + bytes.size() > m_mostBacklog)
         close();
     else
         m_out.append(bytes);

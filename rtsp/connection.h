@@ -71,7 +71,8 @@ private:
     SourcePtr m_reading, m_writing;
     RequestParser m_parser;
     std::string m_out;
-    size_t m_sent = 0;    ///< of m_out
+    size_t m_sent = 0; ///< of m_out
+    size_t m_mostBacklog = 0;
     size_t m_attempt = 0; ///< TLS wants the same bytes again after a write that would have blocked
     int64_t m_lastSign, m_lastRequest;
     std::optional<int64_t> m_partialSince; ///< a request has begun, or TLS has, and is not whole

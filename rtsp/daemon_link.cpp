@@ -1,6 +1,8 @@
 #include "rtsp/daemon_link.h"
 
+#include <functional>
 #include <random>
+#include <system_error>
 #include <utility>
 
 #include "platform/paths.h"
@@ -25,6 +27,16 @@ constexpr milliseconds kPatience{100};
 
 std::optional<std::string> ask(const ControlRequest& request) {
     return exchange(paths().controlSocket, request.record);
+}
+
+/// False when the system has no room for a thread.
+bool begin(std::jthread& thread, std::function<void()> body) {
+    try {
+        thread = std::jthread(std::move(body));
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -57,13 +69,15 @@ DaemonLink::~DaemonLink() {
     m_stop.request_stop();
 }
 
-void DaemonLink::enqueue(std::function<void()> job) {
+/// False when there is no thread to do it, and none can be made.
+bool DaemonLink::enqueue(std::function<void()> job) {
+    if (!m_control.joinable() && !begin(m_control, [this] { work(); })) return false;
     {
         const std::lock_guard lock(m_mutex);
         m_jobs.push_back(std::move(job));
     }
     m_wake.notify_all();
-    if (!m_control.joinable()) m_control = std::jthread([this] { work(); });
+    return true;
 }
 
 /// What has been asked for before the end is done: a teardown is among it.
@@ -120,7 +134,7 @@ void DaemonLink::open(OnOpened opened, OnBlock block, std::function<void()> ende
     m_session = std::make_shared<Session>();
     m_session->onBlock = std::move(block);
     m_session->onEnd = std::move(ended);
-    enqueue([this, session = m_session, opened = std::move(opened)] {
+    const bool begun = enqueue([this, session = m_session, opened] {
         auto sets = openSession();
         if (sets && !attach(session->reader)) {
             ask(inSession(RTSP_REQ_TEARDOWN));
@@ -128,8 +142,10 @@ void DaemonLink::open(OnOpened opened, OnBlock block, std::function<void()> ende
         }
         const LoopTurn turn;
         if (session->wanted) opened(sets);
-        if (sets) session->thread = std::jthread([session] { session->deliver(); });
+        if (sets && !begin(session->thread, [session] { session->deliver(); }) && session->wanted)
+            session->onEnd();
     });
+    if (!begun) opened(std::nullopt);
 }
 
 void DaemonLink::request(int32_t type, const std::string& name, const std::string& value, OnDone done) {

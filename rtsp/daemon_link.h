@@ -48,7 +48,7 @@ private:
     struct Session;
 
     void work();
-    void enqueue(std::function<void()> job);
+    bool enqueue(std::function<void()> job);
     std::optional<std::string> openSession();
     bool attach(OutputReader& reader);
     bool pause(int ms);

@@ -75,7 +75,7 @@ void allowDescriptors() {
 
 int serve(const Options& options) {
     allowDescriptors();
-    mallopt(M_ARENA_MAX, 1); // its threads take turns, and a heap for each is so much more memory
+    mallopt(M_ARENA_MAX, 1);           // its threads take turns, and a heap for each is so much more memory
     setlogmask(LOG_UPTO(LOG_WARNING)); // the parts that read the recording log each step
     std::signal(SIGPIPE, SIG_IGN);
     const RtspServer server(checked(options)); // which has no thread before the first request

@@ -259,11 +259,15 @@ void Playback::deliver(const PlayOrder& order, const OnAnswer& answer) {
     result.rtpTime = m_rtp->begin(g_get_monotonic_time());
     m_rtpEpoch = result.rtpTime - static_cast<uint32_t>(order.from * kPtsPerMs);
     answer(result);
+    deliverIn(1);
+}
+
+void Playback::deliverIn(guint ms) {
     const GSourceFunc some = [](gpointer self) -> gboolean {
         static_cast<Playback*>(self)->deliverSome();
-        return G_SOURCE_CONTINUE;
+        return G_SOURCE_CONTINUE; // one that has been replaced or destroyed meanwhile does not
     };
-    m_delivering = every(1, some, this);
+    m_delivering = every(ms, some, this);
 }
 
 void Playback::stopDelivery() {
@@ -282,7 +286,11 @@ void Playback::deliverSome() {
         m_rtp->sendAt(m_rtpEpoch + time, delivered->picture, delivered->standing, g_get_monotonic_time());
         m_transport->flush();
     }
-    if (!m_delivery->ended()) return;
+    constexpr guint kFullMs = 10; // a client that does not read is not looked at all the time
+    if (!m_delivery->ended()) {
+        deliverIn(m_transport->takesMore() ? 1 : kFullMs);
+        return;
+    }
     goodBye();
     stopDelivery();
 }

@@ -82,6 +82,7 @@ private:
     void keepToEdge();
 
     void deliver(const PlayOrder& order, const OnAnswer& answer);
+    void deliverIn(guint ms);
     void deliverSome();
     void stopDelivery();
 

@@ -101,8 +101,14 @@ void RtspServer::request(Connection& connection, const RtspRequest& request) {
 }
 
 void RtspServer::endSession() {
-    m_session.reset();
+    forgetSession();
     m_playback.end();
+}
+
+void RtspServer::forgetSession() {
+    Connection* connection = m_session ? connectionOf({m_session->connection, {}}) : nullptr;
+    if (connection) connection->carriesSession = false;
+    m_session.reset();
 }
 
 void RtspServer::describe(const Connection& connection, const RtspRequest& request, const Asked& asked) {

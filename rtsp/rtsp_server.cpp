@@ -24,7 +24,7 @@ constexpr int64_t kUnused = 10 * kSecond;
 
 RtspServer::RtspServer(ServerOptions options)
     : m_options(std::move(options)), m_service(g_socket_service_new()),
-      m_playback([this] { m_session.reset(); }) {
+      m_playback([this] { forgetSession(); }) {
     GSocketListener* listener = G_SOCKET_LISTENER(m_service.get());
     g_socket_listener_set_backlog(listener, kBacklog);
     const ObjectPtr<GSocketAddress> address(

@@ -64,6 +64,7 @@ private:
     void play(const RtspRequest& request, const Asked& asked);
     void pause(const Asked& asked);
     void endSession();
+    void forgetSession();
 
     void reply(const Asked& asked, int status, const Headers& headers = {}, const std::string& body = {});
     void replyPlay(const Asked& asked, const PlayAnswer& answer, RangeUnit unit);
