@@ -122,8 +122,7 @@ std::optional<RecordingTime::Span> RecordingTime::span() {
 int64_t RecordingTime::behind() {
     if (!m_found || !stand(*m_found)) return 0;
     // As in `step`, the index is asked only when the recorder is elsewhere.
-    const bool isNewest = isLive(m_rows[m_row]) && grow();
-    const int64_t newest = isNewest ? rowEnd(m_row) : span().value_or(Span{}).newest;
+    const int64_t newest = isLive(m_rows[m_row]) && grow() ? rowEnd(m_row) : span().value_or(Span{}).newest;
     return stand(*m_found) ? newest - m_found->time : 0;
 }
 
@@ -281,8 +280,7 @@ std::optional<RecordingTime::Found> RecordingTime::find(std::span<const char> by
     if (!isFound && iPicture)
         isFound = findAlong(bytes, expected.how != How::backward, true, kFar) ||
                   findAlong(bytes, expected.how == How::backward, true, kFar);
-    if (!isFound) return std::nullopt;
-    return found();
+    return isFound ? std::optional(found()) : std::nullopt;
 }
 
 RecordingTime::Found RecordingTime::found() {

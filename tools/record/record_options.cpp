@@ -80,7 +80,8 @@ void declare(CLI::App& app, RecordOptions& options) {
         "An alarm so long after the start by the clock, gaps included; trigger 512 to 2047 (512); may be "
         "repeated")
         ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false); // else it takes the file's name behind it
     add("--chunk-size", options.chunkBytes, "BYTES", "Bytes of a chunk, 64K to 1G (64M)")
         ->transform(CLI::AsSizeValue(false).description(""))
         ->check(within(kMinChunkBytes, kMaxChunkBytes));
