@@ -3,6 +3,7 @@
 // another thread for each picture.
 #pragma once
 
+#include <cerrno>
 #include <condition_variable>
 #include <cstdint>
 #include <gio/gio.h>
@@ -38,7 +39,9 @@ private:
     static gint wait(GPollFD* events, guint count, gint ms) {
         end();
         const gint ready = g_poll(events, count, ms);
+        const int error = errno; // GLib looks at it
         begin();
+        errno = error;
         return ready;
     }
 

@@ -13,6 +13,7 @@ constexpr int kFastPauses = 3;
 
 void PlayMachine::block(uint32_t sequence, const Picture* picture, int64_t nowUs) {
     const bool follows = m_from && static_cast<int32_t>(sequence - *m_from) >= 0;
+    if (follows) m_cutOff = false;
     if (picture)
         pictureCame(*picture, follows, nowUs);
     else
@@ -47,7 +48,9 @@ void PlayMachine::pictureCame(const Picture& picture, bool follows, int64_t nowU
         enter(State::playing, nowUs);
         [[fallthrough]];
     case State::playing:
-        if (!wasSeen) emit(picture, nowUs);
+        if (wasSeen) break;
+        emit(picture, nowUs);
+        if (m_cutOff && picture.time) m_sieve.goOnBehind(picture);
         break;
     }
 }

@@ -94,7 +94,7 @@ void PlayMachine::begin(const PlayOrder& order, int64_t nowUs) {
     if (here) m_sieve.sendHeld(false, false);
     m_order = order;
     m_sieve.begin(order);
-    m_ended = m_pauseDue = false;
+    m_ended = m_pauseDue = m_cutOff = false;
     m_atEdge = order.start == PlayOrder::Start::newest;
     if (here) {
         m_reached = m_state == State::paused;
@@ -136,6 +136,7 @@ void PlayMachine::catchUp(std::vector<Picture> pictures, const std::string& cloc
     m_order.clock = clock;
     m_order.target = pictures.back();
     m_sieve.goOnBehind(m_order.target);
+    m_cutOff = true;
     goElsewhere(nowUs);
 }
 

@@ -100,6 +100,7 @@ private:
     PictureSieve m_sieve;
     bool m_ended = false;      ///< the end of the range has been passed
     bool m_atEdge = false;     ///< the order's play has been at the live edge
+    bool m_cutOff = false;     ///< while catching up: the play before may still bring pictures
     int64_t m_lastPicture = 0; ///< when it came
     int m_pauses = 0;          ///< PAUSE blocks in a row while playing
     bool m_asked = false;      ///< the status, about those

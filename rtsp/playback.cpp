@@ -89,9 +89,9 @@ Picture Playback::pictureOf(OutputBlock& block) {
 void Playback::block(OutputBlock* block) {
     const int64_t now = g_get_monotonic_time();
     m_machine->tick(now);
-    keepToEdge();
+    const bool caughtUp = keepToEdge();
     if (block == nullptr) return;
-    if (block->missed > 0) m_machine->picturesLost();
+    if (block->missed > 0 && !caughtUp) m_machine->picturesLost();
     if (!isPauseBlock(*block)) {
         const Picture picture = pictureOf(*block);
         m_machine->block(block->sequence, &picture, now);
@@ -126,16 +126,18 @@ void Playback::report(bool bye) {
 }
 
 /// What a stall of the recorder has cost at the live edge, the daemon never makes up. So the pictures missed
-/// come from the card, some each second, and the daemon goes on behind them.
-void Playback::keepToEdge() {
+/// come from the card, some each second, and the daemon goes on behind them. Whether some have come.
+bool Playback::keepToEdge() {
     const int64_t now = g_get_monotonic_time();
-    if (now - m_lookedAt < kLookEvery || !m_machine->follows() || !m_transport->keepsUp()) return;
+    if (now - m_lookedAt < kLookEvery || !m_machine->follows() || !m_transport->keepsUp()) return false;
     m_lookedAt = now;
-    if (m_recording.behind() <= kMostBehindMs) return;
+    if (m_recording.behind() <= kMostBehindMs) return false;
     auto last = m_recording.lastFound();
+    const int64_t from = last->time; // there is one, since play is behind
+    const auto isFar = [&] { return last->time - from > kMostBehindMs; };
     std::vector<Picture> pictures;
     size_t upToIPicture = 0;
-    for (size_t bytes = 0; bytes < (upToIPicture > 0 ? kCatchUpBytes : kLongestGopBytes);) {
+    for (size_t bytes = 0; bytes < (upToIPicture > 0 && isFar() ? kCatchUpBytes : kLongestGopBytes);) {
         auto picture = m_recording.step(true) ? pictureHere() : std::nullopt;
         if (!picture) break;
         bytes += picture->bytes->size();
@@ -145,10 +147,11 @@ void Playback::keepToEdge() {
         last = m_recording.lastFound();
     }
     m_recording.goOnFrom(last);
-    if (upToIPicture == 0) return;
+    if (upToIPicture == 0) return false;
     pictures.resize(upToIPicture);
     const std::string clock = daemonClock(static_cast<time_t>(*pictures.back().time / 1000));
     m_machine->catchUp(std::move(pictures), clock, now);
+    return true;
 }
 
 // ---- the client's requests ----

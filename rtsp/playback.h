@@ -79,7 +79,7 @@ private:
     std::optional<Picture> pictureHere();
     PlayOrder orderFor(const PlayRequest& request);
     void report(bool bye);
-    void keepToEdge();
+    bool keepToEdge();
 
     void deliver(const PlayOrder& order, const OnAnswer& answer);
     void deliverIn(guint ms);
