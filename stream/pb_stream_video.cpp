@@ -43,6 +43,7 @@ PB_STREAM_TIME CPbStreamVideo::getId(unsigned long id, DB_STREAM* db, STREAM_HEA
     }
 
     const long distance = m_stream.m_iPicSearch(Direction::forward, picH);
+    if (distance <= 0) getPicH(picH);
     if (m_stream.goTo(distance > 0 ? static_cast<uint32_t>(distance) : 0) == -1) {
         clear();
         return {};

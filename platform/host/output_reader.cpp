@@ -77,7 +77,10 @@ bool OutputReader::attach(const char* keyFile, char project) {
     m_semId = semget(key, 0, 0); // without a set, nobody has the claim
 
     shmid_ds segment{};
-    if (shmctl(m_shmId, IPC_STAT, &segment) != 0) return false;
+    if (shmctl(m_shmId, IPC_STAT, &segment) != 0) {
+        if (errno == EINVAL || errno == EIDRM) errno = ENOENT; // removed meanwhile
+        return false;
+    }
     void* const base = shmat(m_shmId, nullptr, SHM_RDONLY);
     if (base == reinterpret_cast<void*>(-1)) return false;
     m_base = static_cast<const char*>(base);

@@ -258,6 +258,7 @@ TEST_F(RequestLoopTest, FailingCallsEndInADocumentedAnswerAndLeaveNothing) {
                 EXPECT_TRUE(forGood ? n > 1 || word == none : word != "error") << word;
                 EXPECT_EQ(shmget(world.outputKey(), 0, 0), -1);
                 EXPECT_EQ(play(), "play") << "works again";
+                EXPECT_EQ(semget(world.outputKey(), 0, 0), -1);
                 // What a thread keeps of the card goes with it, which may be a little after the session.
                 EXPECT_TRUE(eventually([&] { return openFiles() <= before; })) << openFiles();
                 EXPECT_EQ(semctl(semget(world.statusKey(), 1, 0), 0, GETVAL), 1) << "nobody holds it";
