@@ -1,6 +1,5 @@
 #include "rtsp/daemon_link.h"
 
-#include <functional>
 #include <random>
 #include <system_error>
 #include <utility>

@@ -91,8 +91,8 @@ struct OpenedChunk {
 
 /// A thread's way to chunks. Keeps the one opened last, since following a recorder opens both areas anew for
 /// each picture: while the path leads to the same file, that costs one look at it. Kept until the thread
-/// ends, a moment after its session. The process's first thread never ends, so it keeps nothing; it opens a
-/// chunk a few times a session.
+/// ends, in the daemon a moment after its session. The process's first thread never ends, so it keeps
+/// nothing; it opens a chunk a few times a session.
 class ChunkKeeper {
 public:
     /// May throw std::bad_alloc.

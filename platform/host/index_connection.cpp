@@ -5,8 +5,6 @@
 #include <string>
 #include <utility>
 
-#include "platform/mutex.h"
-
 namespace {
 
 /// A recorder's transaction is over sooner; a playback pass must not wait longer.
@@ -39,36 +37,28 @@ void refuseCall(sqlite3_context* context, int, sqlite3_value**) {
     sqlite3_result_error(context, "no function is called here", -1);
 }
 
-/// The names of all that SQLite has, a NUL behind each; empty when it does not tell them all.
-std::string listFunctions(sqlite3* connection) {
+/// Thrown where SQLite does not tell all its functions.
+struct Untold {};
+
+/// The names of all that SQLite has, a NUL behind each: the same for every connection.
+std::string functionNames(sqlite3* connection) {
     const Statement list = prepareOnly(connection, "PRAGMA function_list");
     std::string names;
     int step = SQLITE_ERROR;
     while (list && (step = sqlite3_step(list.get())) == SQLITE_ROW) {
         const unsigned char* name = sqlite3_column_text(list.get(), 0);
-        if (name == nullptr) return "";
+        if (name == nullptr) throw Untold();
         names.append(reinterpret_cast<const char*>(name)) += '\0';
     }
-    return step == SQLITE_DONE ? names : "";
-}
-
-/// The same for every connection: asked for until they have been told once.
-std::string functionNames(sqlite3* connection) {
-    static struct {
-        Mutex mutex;
-        std::string names GUARDED_BY(mutex);
-    } known;
-    const MutexLock lock(known.mutex);
-    if (known.names.empty()) known.names = listFunctions(connection);
-    return known.names;
+    if (step != SQLITE_DONE || names.empty()) throw Untold();
+    return names;
 }
 
 /// Puts a function that only fails in place of each of SQLite's. The authorizer sees the calls of a text, not
 /// those of a generated column, and a call is one instruction however long it takes. Their names stay known:
 /// a recorder's schema may use them in defaults, checks and triggers, none of which is run for reading.
-bool refuseFunctions(sqlite3* connection) {
-    const std::string names = functionNames(connection);
-    if (names.empty()) return false;
+bool refuseFunctions(sqlite3* connection) try {
+    static const std::string names = functionNames(connection); // asked anew after a failure
     for (size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
         if (sqlite3_create_function(connection, &names[at], -1,
                                     SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr,
@@ -77,6 +67,8 @@ bool refuseFunctions(sqlite3* connection) {
         }
     }
     return true;
+} catch (const Untold&) {
+    return false;
 }
 
 /// The settings for a file that isn't trusted, before anything of it is read.

@@ -74,13 +74,11 @@ bool OutputReader::attach(const char* keyFile, char project) {
     if (key == -1) return false;
     m_shmId = shmget(key, 0, 0);
     if (m_shmId == -1) return false;
-    m_semId = semget(key, 0, 0); // without a set, nobody has the claim
+    m_semId = semget(key, 0, 0);
+    if (m_semId == -1) return false;
 
     shmid_ds segment{};
-    if (shmctl(m_shmId, IPC_STAT, &segment) != 0) {
-        if (errno == EINVAL || errno == EIDRM) errno = ENOENT; // removed meanwhile
-        return false;
-    }
+    if (shmctl(m_shmId, IPC_STAT, &segment) != 0) return false;
     void* const base = shmat(m_shmId, nullptr, SHM_RDONLY);
     if (base == reinterpret_cast<void*>(-1)) return false;
     m_base = static_cast<const char*>(base);

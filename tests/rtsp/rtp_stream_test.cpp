@@ -77,6 +77,7 @@ TEST_F(Rtp, ReportsTellTheTimeOfThisMomentAndTheGoodBye) {
     m_rtp.senderReport(ntpTime(2'500'000), 100'000, true,
                        [&](std::string_view bytes) { reports.emplace_back(bytes); });
     const std::string& report = reports.at(0);
+    EXPECT_EQ(wordOf(report, 0), 0x80C80006u);
     EXPECT_THAT((std::vector{wordOf(report, 4), wordOf(report, 8), wordOf(report, 12), wordOf(report, 16),
                              wordOf(report, 20)}),
                 ElementsAre(0xABCD1234, 2'208'988'802u, 0x80000000u, 10000u, packets));
