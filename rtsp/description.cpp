@@ -27,16 +27,17 @@ std::string formatParameters(const std::string& parameterSets) {
 
 } // namespace
 
-std::string sessionDescription(const Description& description, RangeUnit unit, const std::string& address,
+std::string sessionDescription(const Description& description, const View& view, const std::string& address,
                                uint64_t now) {
     const std::string family = address.find(':') == std::string::npos ? "IP4 " : "IP6 ";
     const std::string number = std::to_string(now);
     // The last picture lasts as long as the others: a client that keeps to the range shows it too.
     const int64_t oldest = description.span.oldest;
     const int64_t end = description.span.newest + std::llround(1000 / std::max(description.frameRate, 1.0));
+    const std::string range = view.live ? "npt=now-" : rangeText(view.unit, oldest, end, oldest);
     std::string text = "v=0\r\no=- " + number + " " + number + " IN " + family + address +
                        "\r\ns=Recording\r\nc=IN " + family + (family == "IP4 " ? "0.0.0.0" : "::") +
-                       "\r\nt=0 0\r\na=control:*\r\na=range:" + rangeText(unit, oldest, end, oldest) + "\r\n";
+                       "\r\nt=0 0\r\na=control:*\r\na=range:" + range + "\r\n";
     const int type = RtpStream::kPayloadType;
     text += formatted("m=video 0 RTP/AVP %d\r\na=rtpmap:%d H264/90000\r\na=fmtp:%d ", type, type, type) +
             formatParameters(description.parameterSets) + "\r\n";

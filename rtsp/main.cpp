@@ -22,15 +22,15 @@ struct Options {
 };
 
 constexpr char kNotes[] =
-    "Serves rtsp://HOST:PORT/playback, with times from 0 on, and /onvif, with clock times; one\n"
-    "client at a time, as the daemon has one session. Exit codes: 0 ended by a signal, 1 cannot\n"
-    "serve, 2 wrong usage.";
+    "Serves rtsp://HOST:PORT/playback, with times from 0 on, /onvif, with clock times, and /live,\n"
+    "from the newest picture on; one client at a time, as the daemon has one session. Exit codes:\n"
+    "0 ended by a signal, 1 cannot serve, 2 wrong usage.";
 
 void declare(CLI::App& app, Options& options) {
     app.footer(kNotes);
     app.add_option("--port", options.port, "Port to listen on; 0 takes a free one and prints it (8554)");
     app.add_option("--bind", options.bind, "Address to listen on (127.0.0.1); any other needs --credentials");
-    app.add_option("--path", options.path, "Path of the URL (playback)");
+    app.add_option("--path", options.path, "Path of the first URL (playback)");
     app.add_option(
         "--credentials", options.credentials,
         "File of user:password lines, readable by its owner alone; who is not among them is refused");

@@ -66,9 +66,6 @@ public:
     /// `status`.
     void end(int status = 200);
 
-    /// When npt is 0: the start of the oldest stream as the session was opened.
-    int64_t zero() const { return m_description.span.oldest; }
-
 private:
     void opened(const std::optional<std::string>& parameterSets);
     void tellDescription(const Description* description);

@@ -1,7 +1,6 @@
 // What each method does: the requests of rtsp_server.h.
 #include <gst/rtsp/gstrtspurl.h>
 
-#include "rtsp/description.h"
 #include "rtsp/rtsp_server.h"
 #include "tools/common/formatted.h"
 
@@ -12,8 +11,8 @@ constexpr char kRetryAfter[] = "5";
 
 } // namespace
 
-/// What the URI's path stands for: the path given as an option has npt, /onvif clock times. Nothing: neither.
-std::optional<RangeUnit> RtspServer::unitOf(const std::string& uri) const {
+/// What the URI's path stands for: the one given as an option, /onvif or /live. Nothing: none of them.
+std::optional<View> RtspServer::viewOf(const std::string& uri) const {
     GstRTSPUrl* url = nullptr;
     if (gst_rtsp_url_parse(uri.c_str(), &url) != GST_RTSP_OK) return std::nullopt;
     std::string path = url->abspath ? url->abspath : "";
@@ -22,8 +21,9 @@ std::optional<RangeUnit> RtspServer::unitOf(const std::string& uri) const {
     if (path.ends_with('/')) path.pop_back();
     if (path.ends_with(track)) path.resize(path.size() - track.size());
     if (path.ends_with('/')) path.pop_back();
-    if (path == "/" + m_options.path) return RangeUnit::npt;
-    if (path == "/onvif") return RangeUnit::clock;
+    if (path == "/" + m_options.path) return View{RangeUnit::npt};
+    if (path == "/onvif") return View{RangeUnit::clock};
+    if (path == "/live") return View{RangeUnit::npt, true};
     return std::nullopt;
 }
 
@@ -79,7 +79,7 @@ void RtspServer::request(Connection& connection, const RtspRequest& request) {
         return;
     else if (!required.empty() && required != "onvif-replay")
         reply(asked, 551, {{"Unsupported", std::string(required)}});
-    else if (!unitOf(request.uri))
+    else if (!viewOf(request.uri))
         reply(asked, 404);
     else if (method == "DESCRIBE")
         describe(connection, request, asked);
@@ -114,9 +114,9 @@ void RtspServer::forgetSession() {
 void RtspServer::describe(const Connection& connection, const RtspRequest& request, const Asked& asked) {
     std::string base = request.uri;
     if (!base.ends_with('/')) base += '/';
-    const RangeUnit unit = *unitOf(request.uri);
+    const View view = *viewOf(request.uri);
     m_described = g_get_monotonic_time();
-    m_playback.describe([this, asked, base, unit, address = connection.local()](const Description* known) {
+    m_playback.describe([this, asked, base, view, address = connection.local()](const Description* known) {
         m_described = g_get_monotonic_time();
         if (!known) {
             reply(asked, 503, {{"Retry-After", kRetryAfter}});
@@ -124,7 +124,7 @@ void RtspServer::describe(const Connection& connection, const RtspRequest& reque
         }
         const auto now = static_cast<uint64_t>(g_get_real_time());
         reply(asked, 200, {{"Content-Type", "application/sdp"}, {"Content-Base", base}},
-              sessionDescription(*known, unit, address, now));
+              sessionDescription(*known, view, address, now));
     });
 }
 
@@ -144,12 +144,13 @@ void RtspServer::setUp(Connection& connection, const RtspRequest& request, const
             else if (m_session)
                 reply(asked, 453, {{"Retry-After", kRetryAfter}});
             else
-                finishSetUp(*wish, request, asked);
+                finishSetUp(*wish, request, asked, known->span);
         });
     }
 }
 
-void RtspServer::finishSetUp(const TransportWish& wish, const RtspRequest& request, const Asked& asked) {
+void RtspServer::finishSetUp(const TransportWish& wish, const RtspRequest& request, const Asked& asked,
+                             const RecordingTime::Span& span) {
     Connection* connection = connectionOf(asked);
     if (!connection) return;
     auto transport = wish.tcp ? interleavedTransport(*connection, wish) : udpTransport(*connection, wish);
@@ -160,7 +161,13 @@ void RtspServer::finishSetUp(const TransportWish& wish, const RtspRequest& reque
     const uint32_t ssrc = g_random_int();
     const std::string described = transport->description(ssrc);
     connection->carriesSession = true;
-    m_session = Session{Credentials::newNonce(), asked.connection, request.uri, *unitOf(request.uri)};
+    const View view = *viewOf(request.uri);
+    m_session = Session{Credentials::newNonce(),
+                        asked.connection,
+                        request.uri,
+                        view.unit,
+                        view.live ? span.newest : span.oldest,
+                        view.live};
     m_playback.setUp(std::move(transport), ssrc);
     if (!request.header("Require").empty()) m_playback.setReplayExtension();
     reply(asked, 200,
@@ -171,11 +178,13 @@ void RtspServer::finishSetUp(const TransportWish& wish, const RtspRequest& reque
 void RtspServer::play(const RtspRequest& request, const Asked& asked) {
     PlayRequest play;
     RangeUnit unit = m_session->unit;
-    const int status = readPlay(request, m_playback.zero(), play, unit);
+    const int status = readPlay(request, m_session->zero, play, unit);
     if (status != 200) {
         reply(asked, status, {{"Session", m_session->id}});
         return;
     }
+    // Most clients begin with npt=0, whatever the description says.
+    if (std::exchange(m_session->live, false) && unit == RangeUnit::npt) play.live = true;
     if (play.replay) m_playback.setReplayExtension();
     m_playback.play(play, [this, asked, unit](const PlayAnswer& answer) { replyPlay(asked, answer, unit); });
 }
@@ -189,7 +198,7 @@ void RtspServer::replyPlay(const Asked& asked, const PlayAnswer& answer, RangeUn
     Headers headers{
         {"Session", m_session->id}, {"Scale", formatted("%.1f", played.scale / 10.0)}, {"Speed", "1.0"}};
     if (played.from)
-        headers.emplace_back("Range", rangeText(unit, played.from, played.until, m_playback.zero()));
+        headers.emplace_back("Range", rangeText(unit, played.from, played.until, m_session->zero));
     std::string info = "url=" + m_session->track;
     if (played.firstFollows)
         info += formatted(";seq=%u;rtptime=%u", unsigned{answer.sequence}, answer.rtpTime);

@@ -11,8 +11,7 @@
 
 #include "rtsp/connection.h"
 #include "rtsp/credentials.h"
-#include "rtsp/play_headers.h"
-#include "rtsp/playback.h"
+#include "rtsp/description.h"
 
 struct ServerOptions {
     std::string bind = "127.0.0.1";
@@ -40,6 +39,8 @@ private:
         uint64_t connection;
         std::string track; ///< URI of its SETUP
         RangeUnit unit;
+        int64_t zero; ///< where its npt is 0
+        bool live;    ///< its first PLAY, yet to come, begins at the live edge
     };
     /// A reply under way: which connection, which CSeq.
     struct Asked {
@@ -55,12 +56,13 @@ private:
     void request(Connection& connection, const RtspRequest& request) override;
     void closed(Connection& connection) override;
     bool authenticated(Connection& connection, const RtspRequest& request, const Asked& asked);
-    std::optional<RangeUnit> unitOf(const std::string& uri) const;
+    std::optional<View> viewOf(const std::string& uri) const;
     bool hasSession(const Connection& connection, const RtspRequest& request) const;
 
     void describe(const Connection& connection, const RtspRequest& request, const Asked& asked);
     void setUp(Connection& connection, const RtspRequest& request, const Asked& asked);
-    void finishSetUp(const TransportWish& wish, const RtspRequest& request, const Asked& asked);
+    void finishSetUp(const TransportWish& wish, const RtspRequest& request, const Asked& asked,
+                     const RecordingTime::Span& span);
     void play(const RtspRequest& request, const Asked& asked);
     void pause(const Asked& asked);
     void endSession();

@@ -33,10 +33,9 @@ public:
         return all;
     }
     std::string port() const { return m_url.substr(17, m_url.rfind('/') - 17); }
-    /// As it prints it; with that path, and for that user:password.
-    const std::string& url() const { return m_url; }
-    std::string url(const std::string& path, const std::string& user) const {
-        return "rtsp://" + user + "@127.0.0.1:" + port() + "/" + path;
+    /// `user`: nobody, or user:password@.
+    std::string url(const std::string& path, const std::string& user = "") const {
+        return "rtsp://" + user + "127.0.0.1:" + port() + "/" + path;
     }
     long descriptors() const {
         const std::filesystem::directory_iterator all("/proc/" + std::to_string(m_process.pid()) + "/fd");
@@ -50,13 +49,13 @@ private:
 
 struct Reply {
     int status = 0;
-    std::map<std::string, std::string> headers;
+    std::map<std::string, std::string> headers; ///< the body under its length's name
 };
 
 /// One connection, packets between the replies.
 class RawClient {
 public:
-    explicit RawClient(const Server& server) : m_url(server.url()) {
+    explicit RawClient(const Server& server, const char* path = "playback") : m_url(server.url(path)) {
         const ObjectPtr<GSocketClient> client(g_socket_client_new());
         g_socket_client_set_timeout(client.get(), 20);
         g_socket_client_set_enable_proxy(client.get(), FALSE); // looked up by a thread, the machine's own
@@ -137,7 +136,8 @@ private:
         m_reply.status = std::stoi(line().substr(8));
         for (std::string header; !(header = line()).empty();)
             m_reply.headers[header.substr(0, header.find(':'))] = header.substr(header.find(' ') + 1);
-        if (m_reply.headers.count("Content-Length")) bytes(std::stoul(m_reply.headers["Content-Length"]));
+        if (std::string& body = m_reply.headers["Content-Length"]; !body.empty())
+            body = bytes(std::stoul(body));
         if (!m_reply.headers.count("RTP-Info")) return;
         m_pictures.clear(); // of the play before
         m_bye = false;
