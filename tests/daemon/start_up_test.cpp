@@ -68,6 +68,7 @@ TEST(StartUp, EndsWithTheCodeOfTheStepThatFailedOrOnAStop) {
         EXPECT_EQ(runDaemon(code == kExitDetach ? Detach::yes : Detach::no), std::max(code, 0));
         client.join();
         EXPECT_NE(log.dump().find(message), std::string::npos) << log.dump();
+        EXPECT_EQ(log.count(LOG_INFO, "catch SIGUSR1 (10)", "sigcatch"), code == 0 ? 1 : 0);
         EXPECT_TRUE(code > 0 || openFiles() == before);
         const size_t rests =
             simulated::takeSleepsUs().size(); // behind a client that sent too little, a signal

@@ -1,10 +1,14 @@
 // What the recorder's stand-in does to pictures, and which it copies.
+#include <fstream>
 #include <gmock/gmock.h>
 #include <map>
 
 #include "stream/records.h"
+#include "tests/support/card.h"
 #include "tools/record/copy_check.h"
 #include "tools/record/h264.h"
+#include "tools/recording/recording_error.h"
+#include "tools/recording/recording_reader.h"
 
 namespace test {
 namespace {
@@ -70,6 +74,28 @@ TEST(CopyCheck, LetsPassWhatOpensASessionAndPlaysInAnyMode) {
         EXPECT_THAT(check.reason(), testing::ContainsRegex(*reason ? reason : "^$")) << kinds;
         EXPECT_EQ(check.gop(), gop) << kinds;
     }
+}
+
+TEST(RecordingWriter, WritesStreamsThatCanBeReadFromTheirFirstMomentOnAndPastTheChunksEnd) {
+    const World world;
+    Card card(world, 1u << 16); // filled from 2 KiB before the end on
+    card.stream(1).from("12:00:00").closed();
+    card.stream(2).from("12:01:00").pictures(40).closed();
+    card.stream(3).from("12:02:00").recording();
+    uint32_t n = 0;
+    for (const RecordedPicture& picture : readRecording(paths().index, paths().card)) {
+        EXPECT_EQ(picture.data, pictureBytes(2, n, n % 30 == 0, 0));
+        ++n;
+    }
+    EXPECT_EQ(n, 40u);
+    STREAM_HEADER header{};
+    std::ifstream(card.chunkPath(3), std::ios::binary)
+        .seekg(card.row(3).chunkOffset)
+        .read(reinterpret_cast<char*>(&header), sizeof header);
+    EXPECT_EQ(header.marker, kStreamMarker);
+    EXPECT_EQ(header.id, 3u) << "before the first picture";
+    for (const size_t bytes : {kMinPictureBytes - 1, kMaxPictureBytes + 1})
+        EXPECT_THROW(card.writer().addPicture({std::string(bytes, 'x'), 0, true}), RecordingError) << bytes;
 }
 
 } // namespace
